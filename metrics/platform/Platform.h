@@ -1,0 +1,223 @@
+// The contract with the operating system. Everything the library asks of it is declared here, and nothing
+// else in the library includes a system header or tests a system macro. The folders posix/ and windows/ each
+// hold a whole implementation; the build picks one. What the standard library already offers (threads,
+// mutexes without recursion, condition variables, file streams, sleeping) is used directly and is not
+// wrapped.
+//
+// Unless said otherwise every function may be called from any thread, does not throw and does not allocate.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace Metrics::platform {
+
+// --- Clocks ---
+
+// UTC, milliseconds since 1970-01-01. Follows the system clock, so it may step backwards.
+std::int64_t SystemTimeMilliseconds();
+
+// A clock that never goes back and is not adjusted: counts, and how many of them make a second. The frequency
+// is fixed while the process lives.
+std::int64_t PerformanceCounter();
+std::int64_t PerformanceFrequency();
+
+// Processor time that the calling thread has used since it began, in seconds. `user` is a part of `total`.
+struct ProcessorTime {
+    double total = 0;
+    double user = 0;
+};
+ProcessorTime ThreadProcessorTime();
+
+// --- Threads and processes ---
+
+// The system's own numbers, as a debugger shows them. Ids of ended threads are reused. Both are right in the
+// child of a fork and cost a load, not a system call.
+std::uint32_t CurrentThreadId();
+std::uint32_t CurrentProcessId();
+
+// Names the calling thread for debuggers and profilers. What the system cannot hold is cut (15 characters on
+// Linux); a system without names ignores it.
+void SetCurrentThreadName(const char* name);
+
+// While one lives, the calling thread has all asynchronous signals blocked, and so has, for its whole life,
+// every thread that it creates meanwhile. A thread without them never runs the host's signal handlers and
+// gets an error code from a closed pipe. To be destroyed on the thread that made it; on Windows there is
+// nothing to block.
+class SignalBlocker {
+  public:
+    SignalBlocker();
+    ~SignalBlocker();
+    SignalBlocker(const SignalBlocker&) = delete;
+    SignalBlocker& operator=(const SignalBlocker&) = delete;
+
+  private:
+    alignas(std::uint64_t) std::byte previousMask_[128];
+};
+
+// While one lives, writing to a closed pipe is an error code on the calling thread, as it always is on
+// Windows, and not a signal that may end the process. To be destroyed on the thread that made it.
+class BrokenPipeGuard {
+  public:
+    BrokenPipeGuard();
+    ~BrokenPipeGuard();
+    BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+    BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+
+  private:
+    [[maybe_unused]] bool mustTake_ = false;     // a signal that comes now is ours
+    [[maybe_unused]] bool mustUnblock_ = false;  // the thread had it unblocked
+};
+
+// Names one thread, also after it has ended and its id has gone to another. A copy names the same thread, and
+// a default constructed handle names none. Copies may be used on different threads.
+class ThreadHandle {
+  public:
+    ThreadHandle() = default;
+    // May throw std::bad_alloc.
+    static ThreadHandle Current();
+
+    // False once the thread has ended, has been ended by the system while the process exits, or was left
+    // behind in the parent by a fork. Some microseconds; meant for waits that look every now and then.
+    bool IsAlive() const;
+
+  private:
+    struct Identity;
+    std::shared_ptr<const Identity> identity_;
+};
+
+// While at least one lives, Ctrl+C does not end the program but sets a flag, which is never cleared. Other
+// console events and signals have their usual effect. When the last one goes, Ctrl+C does again what it did
+// before.
+class InterruptHandler {
+  public:
+    InterruptHandler();
+    ~InterruptHandler();
+    InterruptHandler(const InterruptHandler&) = delete;
+    InterruptHandler& operator=(const InterruptHandler&) = delete;
+
+    // Lives as long as the process.
+    static const std::atomic<bool>& Flag();
+};
+
+// Calls `handler` in the child of every later fork, on the thread that forked, before fork returns there. It
+// must take no lock. For the life of the process; never called on a system without fork.
+void OnForkChild(void (*handler)());
+
+// Keeps the library that contains this code loaded until the process ends. (On Linux it is linked to stay.)
+void PinLibrary();
+
+// Ends the process over a broken object: the structured exception 0xE0000000 on Windows, elsewhere the
+// message on the error stream and an abort.
+[[noreturn]] void RaiseInvalidObject(const char* message);
+
+// --- Waiting ---
+
+// The system's event object. A set auto-reset event releases exactly one waiter and is then clear again; a
+// manual-reset event releases all of them and stays set. Must not be destroyed under a waiter, nor used in
+// the child of a fork that it lived through.
+class Event {
+  public:
+    // Clear at first. Throws std::system_error or std::bad_alloc.
+    explicit Event(bool autoReset);
+    ~Event();
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
+    void Set();
+    void Reset();
+    // At most `milliseconds`, on a clock that is not adjusted; -1 is for ever, 0 only looks. True only when
+    // the event was set.
+    bool Wait(int milliseconds);
+
+  private:
+    struct Native;
+    std::unique_ptr<Native> native_;
+};
+
+// The system's lock that its owner may take again; for std::lock_guard and std::unique_lock.
+class RecursiveMutex {
+  public:
+    // Throws std::system_error or std::bad_alloc.
+    RecursiveMutex();
+    ~RecursiveMutex();
+    RecursiveMutex(const RecursiveMutex&) = delete;
+    RecursiveMutex& operator=(const RecursiveMutex&) = delete;
+
+    void lock();
+    bool try_lock();
+    void unlock();
+
+  private:
+    struct Native;
+    std::unique_ptr<Native> native_;
+};
+
+// --- Paths ---
+
+// Paths are in the narrow encoding of the process. Both functions work with a buffer of fixed size, the
+// closing NUL included, and return the empty text for a path that does not fit. They may throw
+// std::bad_alloc.
+inline constexpr std::size_t kExecutablePathBuffer = 240;
+inline constexpr std::size_t kWorkingDirectoryBuffer = 260;
+std::string ExecutablePath();
+std::string WorkingDirectory();
+
+// The separator to join with, and whether a character separates at all (Windows knows two).
+char PathSeparator();
+bool IsPathSeparator(char c);
+
+// How much of the front of a path is its drive: "C:" on Windows. Without drives (Linux) it is the root of an
+// absolute path, "/", so that "has no drive" means "relative" there.
+std::size_t DriveLength(std::string_view path);
+
+// A path taken apart: joined again the pieces give the path. The drive is as above, the directory ends with
+// its last separator, the extension begins with its dot; any of them may be empty. The pieces borrow the
+// text.
+struct PathParts {
+    std::string_view drive;
+    std::string_view directory;
+    std::string_view name;
+    std::string_view extension;
+};
+PathParts SplitPath(std::string_view path);
+
+// --- Profile files ---
+
+// One attempt to give the file `path` (absolute) the section `[section]` with these entries, each ended by a
+// NUL. A file or section that is not there is made; other sections stay as they are; a file whose section has
+// just these entries already is not touched. Returns 0, or the system's error number when the file could not
+// be read or replaced, or is being changed by somebody else who may be done a moment later. May throw
+// std::bad_alloc.
+std::uint32_t SetProfileSection(const std::string& path, const std::string& section,
+                                std::string_view entries);
+
+// --- Memory ---
+
+// The process's address space in bytes; total = free + reserved + committed. Reserved is what is set aside
+// without any access right, committed every other region in use. One system call per region or per page of
+// regions: for sampling now and then. All zero when the system tells nothing.
+struct AddressSpaceTotals {
+    std::uint64_t total = 0;
+    std::uint64_t free = 0;
+    std::uint64_t reserved = 0;
+    std::uint64_t committed = 0;
+};
+AddressSpaceTotals QueryAddressSpace();
+
+// The machine's memory in bytes, load in per cent of the physical memory. Zero where the system tells
+// nothing.
+struct GlobalMemory {
+    std::uint64_t physicalTotal = 0;
+    std::uint64_t physicalAvailable = 0;
+    std::uint64_t commitLimit = 0;
+    std::uint64_t commitAvailable = 0;
+    std::uint32_t loadPercent = 0;
+};
+GlobalMemory QueryGlobalMemory();
+
+}  // namespace Metrics::platform

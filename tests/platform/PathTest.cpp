@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "metrics/platform/Platform.h"
+
+namespace Metrics::platform {
+
+namespace fs = std::filesystem;
+
+TEST(PathTest, ExecutablePathNamesThisProgram) {
+    const fs::path path = ExecutablePath();
+    EXPECT_EQ(path.stem(), "platform_test");
+    EXPECT_TRUE(fs::exists(path));
+}
+
+TEST(PathTest, WorkingDirectoryIsTheCurrentFolder) {
+    EXPECT_TRUE(fs::equivalent(WorkingDirectory(), fs::current_path()));
+}
+
+TEST(PathTest, PiecesOfAPath) {
+    const auto pieces = [](std::string_view path) {
+        const PathParts parts = SplitPath(path);
+        std::string joined;
+        for (const std::string_view part : {parts.drive, parts.directory, parts.name, parts.extension}) {
+            joined.append(part).push_back('|');
+        }
+        return joined;
+    };
+    EXPECT_EQ(pieces(""), "||||");
+    EXPECT_EQ(pieces("run.csv"), "||run|.csv|");
+    EXPECT_EQ(pieces("out/run.2.csv"), "|out/|run.2|.csv|");
+    EXPECT_EQ(pieces("a.b/run"), "|a.b/|run||");
+    EXPECT_EQ(pieces("out/.hidden"), "|out/||.hidden|");
+    if (PathSeparator() == '/') {
+        EXPECT_EQ(pieces("/srv/out/run.csv"), "/|srv/out/|run|.csv|");
+        EXPECT_EQ(pieces("/run"), "/||run||");
+        EXPECT_EQ(pieces("a\\b.csv"), "||a\\b|.csv|");
+    } else {
+        EXPECT_EQ(pieces("C:\\out\\run.csv"), "C:|\\out\\|run|.csv|");
+        EXPECT_EQ(pieces("C:run"), "C:||run||");
+        EXPECT_EQ(pieces("\\\\server\\share\\a/b.csv"), "|\\\\server\\share\\a/|b|.csv|");
+    }
+}
+
+}  // namespace Metrics::platform

@@ -1,0 +1,62 @@
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <fstream>
+#include <string>
+
+#include "metrics/platform/Platform.h"
+
+namespace Metrics::platform {
+
+TEST(AddressSpaceTest, ReservedAndCommittedRegionsCountAsSuch) {
+    constexpr std::size_t kSize = std::size_t{256} << 20;
+    const AddressSpaceTotals before = QueryAddressSpace();
+    void* region = VirtualAlloc(nullptr, kSize, MEM_RESERVE, PAGE_NOACCESS);
+    ASSERT_NE(region, nullptr);
+    EXPECT_GE(QueryAddressSpace().reserved, before.reserved + kSize);
+    ASSERT_NE(VirtualAlloc(region, kSize, MEM_COMMIT, PAGE_READONLY), nullptr);
+    EXPECT_GE(QueryAddressSpace().committed, before.committed + kSize);
+    VirtualFree(region, 0, MEM_RELEASE);
+}
+
+DWORD lastExceptionCode = 0;
+
+LONG CALLBACK EndQuietly(EXCEPTION_POINTERS* information) {
+    lastExceptionCode = information->ExceptionRecord->ExceptionCode;
+    ExitProcess(lastExceptionCode == 0xE0000000 ? 77 : 1);
+}
+
+// The exit code says which exception arrived; CTest runs this test in a process of its own.
+TEST(InvalidObjectDeathTest, RaisesItsStructuredException) {
+    EXPECT_EXIT(
+        {
+            AddVectoredExceptionHandler(1, EndQuietly);
+            RaiseInvalidObject("Thing: Error: invalid object: ptr=0x12");
+        },
+        testing::ExitedWithCode(77), "");
+}
+
+TEST(InterruptHandlerTest, CtrlCSetsTheFlag) {
+    FreeConsole();  // the one it may share with others, which would get the event too
+    ASSERT_TRUE(AllocConsole());
+    SetConsoleCtrlHandler(nullptr, FALSE);  // a process may inherit that it ignores Ctrl+C
+    const InterruptHandler handler;
+    EXPECT_FALSE(InterruptHandler::Flag());
+    ASSERT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
+    for (int i = 0; i < 500 && !InterruptHandler::Flag(); ++i) Sleep(10);
+    EXPECT_TRUE(InterruptHandler::Flag());
+}
+
+TEST(OutputFileTest, AStreamSharesItsFileWithOtherReadersAndWriters) {
+    const std::string path = "shared-" + std::to_string(CurrentProcessId()) + ".txt";
+    std::ofstream out(path);
+    ASSERT_TRUE(out);
+    const HANDLE other = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(other, INVALID_HANDLE_VALUE);
+    CloseHandle(other);
+    out.close();
+    DeleteFileA(path.c_str());
+}
+
+}  // namespace Metrics::platform
