@@ -1,0 +1,137 @@
+#include "metrics/values/ValueText.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <locale>
+#include <random>
+
+namespace Metrics {
+namespace {
+
+constexpr unsigned kEscape = MetricsValue::EscapeNewlines;
+constexpr unsigned kComma = MetricsValue::CsvComma;
+constexpr unsigned kPipe = MetricsValue::CsvPipe;
+constexpr unsigned kXml = MetricsValue::XmlEscape;
+constexpr unsigned kQuote = MetricsValue::AlwaysQuote;
+
+struct Case {
+    MetricsValue value;
+    unsigned flags;
+    const char* expected;
+};
+
+TEST(ValueText, Scalars) {
+    const MetricsValue day = MetricsDateTime(2456390);
+    const Case cases[] = {
+        {INT64_MIN, 0, "-9223372036854775808"},
+        {7, kQuote | kComma, "\"7\""},
+        {true, 0, "true"},
+        {false, kQuote, "\"false\""},
+        {1.5, 0, "1.500000"},
+        {-std::numeric_limits<double>::infinity(), 0, "-inf"},
+        {std::numeric_limits<double>::quiet_NaN(), 0, "nan"},
+        {-0.0000005, kQuote, "\"-0.000000\""},
+        {day, 0, "2013-04-08 00:00:00"},
+        {MetricsDateTime(MetricsDate(2456390), 650000000 + 91420), kQuote | MetricsValue::WithSubseconds,
+         "\"2013-04-08 18:03:29.1420\""},
+        {FourCC("ABCD"), 0, "ABCD"},
+        {FourCC(0x41), kQuote, "\"A\""},
+        {FourCC(0x801F207F), 0, " \x7F"},
+        {EightCC("elapsed"), 0, "elapsed"},
+        {Opaque64(0x4142), kQuote, ""},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.value.ToString(c.flags), c.expected);
+}
+
+TEST(ValueText, TextsAreQuotedAndEscapedAsTheFlagsSay) {
+    const Case cases[] = {
+        {"a,b", kComma, "\"a,b\""},
+        {"a|b", kComma, "a|b"},
+        {"a|b", kPipe, "\"a|b\""},
+        {"a|b", kComma | kPipe, "a|b"},
+        {"x\"y", 0, "x\"y"},
+        {"x\"y", kQuote, "\"x\"y\""},
+        {"x\"y", kComma, "\"x\"\"y\""},
+        {"x\"y", kXml, "x&quot;y"},
+        {"x\"y", kXml | kPipe, "\"x&quot;y\""},
+        {"\r\n", kEscape, "\\n"},
+        {"a\r\nb", 0, "a\nb"},
+        {"a\nb", kComma, "\"a\nb\""},
+        {"a\nb", kComma | kEscape, "a\\nb"},
+        {"a\nb", kXml | kEscape, "a\\nb"},
+        {"&'<>\\", kXml, "&amp;&apos;&lt;&gt;\\\\"},
+        {"\t\n\x01\x1F\x7F\xC3", kXml, "&#x9;&#xA;\x7F\xC3"},
+        {"\t\x01", kEscape | kComma, "\t\x01"},
+        {"", kXml | kQuote, "\"\""},
+        {MetricsValue::Ref("borrowed & kept"), kXml, "borrowed &amp; kept"},
+        {L"caf\u00E9 \u20AC", kQuote, "\"caf\xE9 \xAC\""},
+        {L"a\u012Cb", kComma, "\"a,b\""},
+    };
+    for (const Case& c : cases) EXPECT_EQ(c.value.ToString(c.flags), c.expected) << c.flags;
+    EXPECT_EQ(MetricsValue(L"a\u0100b").ToString(kXml), std::string("a\0b", 3));
+}
+
+TEST(ValueText, SpecialCharactersAreFoundAnywhere) {
+    for (std::size_t at = 0; at < 20; ++at) {
+        for (int code = 1; code < 128; ++code) {
+            const char c = static_cast<char>(code);
+            const std::string before(at, '\xC3');
+            const std::string after(20 - at, ' ');
+            const std::string newline = c == '\r' ? "" : c == '\n' ? "\\n" : std::string(1, c);
+            const std::string quote = c == '\r' ? "" : c == '"' ? "\"\"" : std::string(1, c);
+            const MetricsValue value = before + c + after;
+            ASSERT_EQ(value.ToString(kEscape), before + newline + after) << at << ' ' << code;
+            ASSERT_EQ(value.ToString(kPipe | kQuote), '"' + before + quote + after + '"')
+                << at << ' ' << code;
+        }
+    }
+}
+
+TEST(ValueText, AppendsToWhatIsThere) {
+    const std::string many(3000, '&');
+    detail::TextBuffer line;
+    detail::DateTimeText times;
+    std::string text = "1,";
+    detail::AppendText(text, many, kQuote, times);
+    EXPECT_EQ(text, "1,\"" + many + "\"");
+    detail::AppendText(line, many, 0, times);
+    detail::AppendText(line, "&" + many, kXml, times);
+    detail::AppendText(line, MetricsDateTime(2456390), 0, times);
+    std::string expected = many;
+    for (int i = 0; i < 3001; ++i) expected += "&amp;";
+    EXPECT_EQ(line.View(), expected + "2013-04-08 00:00:00");
+}
+
+TEST(ValueText, DoublesRoundLikePrintf) {
+    std::mt19937_64 random(20130408);
+    for (int i = 0; i < 20000; ++i) {
+        const std::uint64_t bits = random();
+        const double number = i % 2 == 0 ? std::bit_cast<double>(bits)
+                                         : static_cast<double>(static_cast<std::int64_t>(bits >> 20)) / 1e7;
+        if (std::isnan(number)) continue;  // C libraries differ in its sign
+        char expected[400];
+        std::snprintf(expected, sizeof expected, "%f", number);
+        ASSERT_EQ(MetricsValue(number).ToString(0), expected);
+    }
+    EXPECT_EQ(MetricsValue(std::numeric_limits<double>::lowest()).ToString(kQuote).size(), 319U);
+}
+
+struct CommaPunctuation : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(ValueText, TheLocaleDoesNotMatter) {
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
+    EXPECT_EQ(MetricsValue(1234567.25).ToString(0), "1234567.250000");
+    EXPECT_EQ(MetricsValue(1234567).ToString(0), "1234567");
+    std::locale::global(before);
+}
+
+}  // namespace
+}  // namespace Metrics
