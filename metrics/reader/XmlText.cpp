@@ -1,0 +1,100 @@
+#include "metrics/reader/XmlText.h"
+
+#include <charconv>
+#include <cstdint>
+
+namespace StreamingXml {
+namespace {
+
+// The longest that is undone: "&#x10FFFF;" with some leading zeros to spare.
+constexpr std::size_t kLongestEntity = 16;
+
+void AppendUtf8(std::string& out, std::uint32_t code) {
+    const auto byte = [&](std::uint32_t value) { out += static_cast<char>(value); };
+    if (code < 0x80) {
+        byte(code);
+    } else if (code < 0x800) {
+        byte(0xC0 | code >> 6);
+        byte(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        byte(0xE0 | code >> 12);
+        byte(0x80 | (code >> 6 & 0x3F));
+        byte(0x80 | (code & 0x3F));
+    } else {
+        byte(0xF0 | code >> 18);
+        byte(0x80 | (code >> 12 & 0x3F));
+        byte(0x80 | (code >> 6 & 0x3F));
+        byte(0x80 | (code & 0x3F));
+    }
+}
+
+bool AppendNumeric(std::string& out, std::string_view digits) {
+    const bool hexadecimal = digits.starts_with('x') || digits.starts_with('X');
+    if (hexadecimal) digits.remove_prefix(1);
+    std::uint32_t code = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto result = std::from_chars(digits.data(), end, code, hexadecimal ? 16 : 10);
+    if (digits.empty() || result.ec != std::errc() || result.ptr != end) return false;
+    if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code < 0xE000)) return false;
+    AppendUtf8(out, code);
+    return true;
+}
+
+std::size_t PlainLength(std::string_view text) {
+    std::size_t length = 0;
+    while (length < text.size() && text[length] != '&' && text[length] != '\\') ++length;
+    return length;
+}
+
+// `name` stands between '&' and ';'.
+bool AppendEntity(std::string& out, std::string_view name) {
+    if (name.starts_with('#')) return AppendNumeric(out, name.substr(1));
+    char c = '\0';
+    if (name == "amp") c = '&';
+    if (name == "lt") c = '<';
+    if (name == "gt") c = '>';
+    if (name == "quot") c = '"';
+    if (name == "apos") c = '\'';
+    if (c != '\0') out += c;
+    return c != '\0';
+}
+
+}  // namespace
+
+std::string_view TrimBlanks(std::string_view text) {
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+void AppendUnescaped(std::string& out, std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t plain = PlainLength(text);
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) return;
+        std::size_t used = 1;
+        if (text.front() == '\\') {
+            used = text.starts_with("\\\\") ? 2 : 1;
+            out += '\\';
+        } else {
+            const auto end = text.substr(0, kLongestEntity).find(';');
+            const bool undone = end != text.npos && AppendEntity(out, text.substr(1, end - 1));
+            if (undone) used = end + 1;
+            if (!undone) out += '&';
+        }
+        text.remove_prefix(used);
+    }
+}
+
+void AppendEscaped(std::string& out, std::string_view text) {
+    for (const char c : text) {
+        if (c == '&') {
+            out += "&amp;";
+        } else {
+            out.append(c == '\\' ? 2 : 1, c);
+        }
+    }
+}
+
+}  // namespace StreamingXml

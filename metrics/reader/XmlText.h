@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The text between tags and in attribute values: white space, and the escapes that the XML writer makes.
+namespace StreamingXml {
+
+inline constexpr std::string_view kBlanks = " \t\r\n";
+
+constexpr bool IsBlank(char c) {
+    return c == ' ' || c == '\n' || c == '\t' || c == '\r';
+}
+
+std::string_view TrimBlanks(std::string_view text);
+
+// Appends `text` with its escapes undone: the five named entities, numeric ones (as UTF-8) and the doubled
+// backslash. What only looks like an escape stays as it is.
+void AppendUnescaped(std::string& out, std::string_view text);
+
+// Appends text that is meant literally (CDATA) so that AppendUnescaped() gives it back.
+void AppendEscaped(std::string& out, std::string_view text);
+
+}  // namespace StreamingXml

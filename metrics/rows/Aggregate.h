@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+
+#include "metrics/rows/Value.h"
+
+namespace Metrics::detail {
+
+// Running statistics of one variable. The spread is kept about the running mean, so that large values that
+// differ little lose nothing.
+struct VariableRecord {
+    std::uint64_t count = 0;
+    double min = 0;
+    double max = 0;
+    double sum = 0;
+    double mean = 0;
+    double m2 = 0;
+
+    void Add(double value);
+};
+
+// Running statistics of two variables together, in one pass.
+struct CoMomentRecord {
+    std::uint64_t n = 0;
+    double meanX = 0;
+    double meanY = 0;
+    double m2X = 0;
+    double m2Y = 0;
+    double coMoment = 0;
+
+    void Add(double x, double y);
+};
+
+// One aggregate of one group.
+struct Accumulator {
+    VariableRecord variable;
+    CoMomentRecord pair;
+
+    void Add(const AggregateCall& call, const Value& x, const Value& y);
+    Value Result(Function function) const;
+};
+
+}  // namespace Metrics::detail

@@ -1,0 +1,197 @@
+// When a row is made, where it waits and when it is written.
+#include <algorithm>
+#include <utility>
+
+#include "metrics/rows/RowEngine.h"
+
+namespace Metrics::detail {
+
+void RowEngine::Deliver(int node, const BringRef& bring) {
+    const PatternNode& pattern = Node(node);
+    const int index = pattern.joint;
+    const Joint& joint = JointAt(index);
+    const int branch = joint.branchOf[pattern.operands.front()];
+    Gather& gather = GatherAt(index, bring->level - static_cast<std::uint32_t>(pattern.depth - joint.depth));
+    const auto slot = static_cast<std::size_t>(branch);
+    if (gather.pending[slot] && !gather.pending[slot]->used) MakeRow(index, gather, Moment::BroughtAgain);
+    gather.pending[slot] = bring;
+    gather.pendingNode[slot] = node;
+    for (const std::uint32_t operand : pattern.operands) gather.last[operand] = bring;
+    if (!gather.waiting.empty()) OfferToWaiting(index, gather, branch);
+}
+
+Gather* RowEngine::FindGather(int joint, std::uint32_t level) const {
+    const auto& stack = gathers_[static_cast<std::size_t>(joint)];
+    // Those further in than what closes now are no more than the longest path.
+    const auto found = std::find_if(stack.rbegin(), stack.rend(),
+                                    [&](const auto& gather) { return gather->level <= level; });
+    return found != stack.rend() && (*found)->level == level ? found->get() : nullptr;
+}
+
+Gather& RowEngine::GatherAt(int joint, std::uint32_t level) {
+    if (Gather* const known = FindGather(joint, level)) return *known;
+    std::unique_ptr<Gather> gather;
+    if (spareGathers_.empty()) {
+        gather = std::make_unique<Gather>();
+    } else {
+        gather = std::move(spareGathers_.back());
+        spareGathers_.pop_back();
+    }
+    gather->Reset(level, row_.operands.size(), static_cast<std::size_t>(JointAt(joint).branches));
+    auto& stack = gathers_[static_cast<std::size_t>(joint)];
+    auto place = stack.end();
+    while (place != stack.begin() && (*std::prev(place))->level > level) --place;
+    return **stack.insert(place, std::move(gather));
+}
+
+// An empty row, with the memory of one that is done with.
+Row RowEngine::NewRow(int joint, std::uint32_t level) {
+    Row row;
+    if (!spareRows_.empty()) {
+        row = std::move(spareRows_.back());
+        spareRows_.pop_back();
+    }
+    row.cells.assign(row_.operands.size(), {});
+    row.origin = joint;
+    row.level = level;
+    row.cameFrom = kNone;
+    return row;
+}
+
+// Moves into the row what no row has been made of yet.
+void RowEngine::TakePending(Gather& gather, Row& row) const {
+    for (std::size_t branch = 0; branch < gather.pending.size(); ++branch) {
+        const BringRef bring = std::exchange(gather.pending[branch], {});
+        if (!bring) continue;
+        const int node = gather.pendingNode[branch];
+        for (const std::uint32_t operand : Node(node).operands) {
+            const auto state = bring->fields[row_.operands[operand].field].state;
+            // Of "*" the attribute may be had from an element around.
+            if (node == kRoot && state != Bring::FieldState::Known) continue;
+            row.cells[operand] = {bring, true, false};
+        }
+    }
+}
+
+void RowEngine::MakeRow(int joint, Gather& gather, Moment moment) {
+    Row row = NewRow(joint, gather.level);
+    TakePending(gather, row);
+    if (HoldsUnused(row, true)) {
+        Complete(joint, gather, row);
+        if (LacksNothing(row)) {
+            Write(row);
+        } else if (moment == Moment::Closing) {
+            HandUp(joint, row);
+        } else if (gather.level == 0) {
+            Conclude(row);
+        } else {
+            Wait(joint, gather, row);
+        }
+    }
+    spareRows_.push_back(std::move(row));
+}
+
+void RowEngine::Wait(int joint, Gather& gather, Row& row) {
+    const std::uint64_t age = gather.nextAge++;
+    const Joint& at = JointAt(joint);
+    std::vector<bool> has(static_cast<std::size_t>(at.branches), false);
+    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+        const int branch = at.branchOf[operand];
+        if (branch != kNone && Has(row, operand)) has[static_cast<std::size_t>(branch)] = true;
+    }
+    for (std::size_t branch = 0; branch < has.size(); ++branch)
+        if (!has[branch]) gather.lackBranch[branch].insert(age);
+    gather.waiting.emplace(age, std::move(row));
+    if (gather.waiting.size() <= kMaxWaitingRows) return;
+    const auto oldest = gather.waiting.begin();
+    for (auto& rows : gather.lackBranch) rows.erase(oldest->first);
+    Row gone = std::move(oldest->second);
+    gather.waiting.erase(oldest);
+    HandUp(joint, gone);
+}
+
+// Each waiting row takes the first that comes of a branch it has nothing of.
+void RowEngine::OfferToWaiting(int joint, Gather& gather, int branch) {
+    const Joint& at = JointAt(joint);
+    const auto takers = std::move(gather.lackBranch[static_cast<std::size_t>(branch)]);
+    gather.lackBranch[static_cast<std::size_t>(branch)].clear();
+    for (const std::uint64_t age : takers) {
+        const auto waiting = gather.waiting.find(age);
+        Row& row = waiting->second;
+        for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+            if (at.branchOf[operand] != branch || Has(row, operand) || !gather.last[operand]) continue;
+            row.cells[operand] = {gather.last[operand], true, false};
+        }
+        if (!LacksNothing(row)) continue;
+        Write(row);
+        for (auto& rows : gather.lackBranch) rows.erase(age);
+        gather.waiting.erase(waiting);
+    }
+}
+
+// To the enclosing element of the next joint up the pattern.
+void RowEngine::HandUp(int joint, Row& row) {
+    if (!HoldsUnused(row, false)) return;
+    const int upper = JointAt(joint).parent;
+    if (upper == kNone) return Conclude(row);
+    const std::uint32_t level =
+        row.level - static_cast<std::uint32_t>(JointAt(joint).depth - JointAt(upper).depth);
+    if (level == 0) return Conclude(row);
+    row.level = level;
+    Arrive(upper, GatherAt(upper, level), row, JointAt(joint).branchInParent);
+}
+
+void RowEngine::Arrive(int joint, Gather& gather, Row& row, int branch) {
+    const Joint& at = JointAt(joint);
+    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+        if (at.branchOf[operand] == branch) gather.last[operand] = row.cells[operand].bring;
+    }
+    if (!gather.waiting.empty()) OfferToWaiting(joint, gather, branch);
+    if (!HoldsUnused(row, true)) return;
+    row.cameFrom = branch;
+    Complete(joint, gather, row);
+    if (LacksNothing(row)) {
+        Write(row);
+    } else {
+        Wait(joint, gather, row);
+    }
+}
+
+void RowEngine::CloseGather(int joint, std::uint32_t level) {
+    auto& stack = gathers_[static_cast<std::size_t>(joint)];
+    if (stack.empty() || stack.back()->level != level) return;
+    const std::unique_ptr<Gather>& gather = stack.back();
+    while (!gather->waiting.empty()) {
+        Row row = std::move(gather->waiting.begin()->second);
+        gather->waiting.erase(gather->waiting.begin());
+        if (!HoldsUnused(row, true)) continue;
+        Complete(joint, *gather, row);
+        if (LacksNothing(row)) {
+            Write(row);
+        } else {
+            HandUp(joint, row);
+        }
+    }
+    MakeRow(joint, *gather, Moment::Closing);
+    gather->Clear();
+    spareGathers_.push_back(std::move(stack.back()));
+    stack.pop_back();
+}
+
+// There is nobody left to complete it: with all that is required it is written, else it is dropped.
+void RowEngine::Conclude(Row& row) {
+    if (!LacksRequired(row)) {
+        Write(row);
+    } else if (awaitsEnds_) {
+        Park(row);
+    }
+}
+
+void RowEngine::Write(Row& row) {
+    if (!HoldsUnused(row, true)) return;
+    receiver_.OnRow(RowView(row_, row));
+    for (const Cell& cell : row.cells)
+        if (cell.bring) cell.bring->used = true;
+}
+
+}  // namespace Metrics::detail

@@ -1,0 +1,99 @@
+#include "metrics/rows/RowReader.h"
+
+#include "metrics/rows/RowCompiler.h"
+
+namespace Metrics::detail {
+
+RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow)
+    : row_(row),
+      onRow_(std::move(onRow)),
+      summary_(row.IsSummary() ? std::make_unique<Summary>(row) : nullptr),
+      engine_(row, *this) {}
+
+void RowReader::OnRow(const RowView& row) {
+    if (IsFull()) return;
+    current_ = &row;
+    ++rowNumber_;
+    if (!Passes()) {
+        --rowNumber_;
+    } else if (summary_ != nullptr) {
+        summary_->Add(*this);
+        --rowNumber_;
+    } else {
+        onRow_();
+    }
+    current_ = nullptr;
+}
+
+bool RowReader::Passes() const {
+    for (std::size_t i = 0; i < row_.columns.size(); ++i) {
+        const CompiledColumn& column = row_.columns[i];
+        if (!column.IsFilter() || (summary_ != nullptr && summary_->IsDeferred(i))) continue;
+        if (!IsTrue(Evaluate(row_, column.program, *this))) return false;
+    }
+    return true;
+}
+
+void RowReader::Finish() {
+    engine_.Finish();
+    GiveGroups();
+}
+
+void RowReader::GiveGroups() {
+    if (summary_ == nullptr) return;
+    givingGroups_ = true;
+    for (currentGroup_ = 0; currentGroup_ < summary_->Size() && !IsFull(); ++currentGroup_) {
+        if (!summary_->Passes(currentGroup_, rowNumber_ + 1)) continue;
+        ++rowNumber_;
+        onRow_();
+    }
+    givingGroups_ = false;
+}
+
+void RowReader::AppendCurrent(std::string& out, char separator, bool includeAggregates) const {
+    if (givingGroups_) {
+        summary_->BuildFields(currentGroup_, rowNumber_, includeAggregates, fields_);
+    } else if (current_ != nullptr) {
+        fields_.Clear();
+        for (const CompiledColumn& column : row_.columns)
+            if (!column.IsFilter()) AddColumn(fields_, row_, column, *this);
+    } else {
+        return;
+    }
+    AppendLines(out, fields_, separator);
+}
+
+void CompileRow(const std::vector<std::string>& columns, CompiledRow& row) {
+    RowCompiler compiler;
+    try {
+        for (const std::string& column : columns) compiler.Add(column);
+    } catch (...) {
+        row = compiler.Finish();
+        throw;
+    }
+    row = compiler.Finish();
+}
+
+std::vector<StreamingXml::XmlColumnInfo> ListColumns(const CompiledRow& row, bool includeAggregates) {
+    std::vector<StreamingXml::XmlColumnInfo> columns;
+    for (const CompiledColumn& column : row.columns) {
+        if (column.IsFilter() || (column.hasAggregate && !includeAggregates)) continue;
+        if (column.kind != CompiledColumn::Kind::Scopes || column.scopes == 1) {
+            columns.push_back({column.name, column.type});
+            continue;
+        }
+        for (std::uint32_t i = 1; i <= column.scopes; ++i)
+            columns.push_back({column.name + std::to_string(i), column.type});
+    }
+    return columns;
+}
+
+void AppendHeader(std::string& out, const std::vector<StreamingXml::XmlColumnInfo>& columns, char separator) {
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (i > 0) out += separator;
+        AppendField(out, columns[i].name, separator);
+    }
+    out += '\n';
+}
+
+}  // namespace Metrics::detail

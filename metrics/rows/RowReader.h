@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "metrics/XmlParser.h"
+#include "metrics/rows/RowEngine.h"
+#include "metrics/rows/Summary.h"
+
+namespace Metrics::detail {
+
+// A compiled definition at work: the engine's rows go through the filters, then on to whoever takes them or,
+// in a summary, into groups. Used from one thread.
+class RowReader final : private RowReceiver, private ValueSource {
+  public:
+    // `onRow` is called with each row to be written as the current one. The row must live as long.
+    RowReader(const CompiledRow& row, std::function<void()> onRow);
+
+    RowEngine& Engine() { return engine_; }
+    // Only the first row is given out.
+    void StopAfterFirstRow() { limit_ = 1; }
+    bool IsFull() const { return rowNumber_ >= limit_; }
+    std::int64_t RowsWritten() const { return rowNumber_; }
+
+    // Closes the open elements and gives out the groups of a summary. Nothing may follow.
+    void Finish();
+    // Only the latter, for an input that was broken off.
+    void GiveGroups();
+
+    // The current row, appended.
+    void AppendCurrent(std::string& out, char separator, bool includeAggregates) const;
+
+  private:
+    void OnRow(const RowView& row) override;
+    bool Passes() const;
+    CellView OperandAt(std::uint32_t operand) const override { return current_->At(operand); }
+    Value AggregateAt(std::uint32_t) const override { return {}; }
+    std::int64_t RowNumber() const override { return rowNumber_; }
+
+    const CompiledRow& row_;
+    std::function<void()> onRow_;
+    std::unique_ptr<Summary> summary_;
+    RowEngine engine_;
+    std::int64_t rowNumber_ = 0;
+    std::int64_t limit_ = INT64_MAX;
+    const RowView* current_ = nullptr;
+    std::size_t currentGroup_ = 0;
+    bool givingGroups_ = false;
+    mutable RowFields fields_;
+};
+
+// Compiles the columns into `row`, which at an error has those before it.
+void CompileRow(const std::vector<std::string>& columns, CompiledRow& row);
+
+std::vector<StreamingXml::XmlColumnInfo> ListColumns(const CompiledRow& row, bool includeAggregates);
+
+// The names of the columns as one line of CSV.
+void AppendHeader(std::string& out, const std::vector<StreamingXml::XmlColumnInfo>& columns, char separator);
+
+}  // namespace Metrics::detail

@@ -1,0 +1,150 @@
+// The public face: options, header and rows on a stream, and a host with another locale.
+#include "metrics/XmlParser.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <locale>
+#include <sstream>
+
+#include "metrics/Csv.h"
+#include "tests/rows/RowCases.h"
+
+namespace {
+
+using StreamingXml::XmlParser;
+
+const std::string kInput = "<r><t><e>1</e></t>\n<t><e>2</e></t></r>";
+
+TEST(XmlParser, WritesHeaderAndRows) {
+    std::ostringstream out;
+    XmlParser parser([&](XmlParser& row) { Metrics::WriteCsvRow(row, out, '|', false); });
+    parser.Compile({"[a|b]:t.e", "[x\ny]:t.e:r", "#t.e", "[s]:scopes(t,2)"});
+    EXPECT_EQ(parser.Columns(false).size(), 4U);
+    Metrics::WriteCsvHeader(parser, out, '|', false);
+    parser.Feed(kInput);
+    parser.End();
+    EXPECT_EQ(out.str(), "\"a|b\"|\"x\ny\"|s1|s2\n1|1.0|r|\n2|2.0|r|\n");
+    parser.Reset();
+    parser.Feed("<t><e>3</e></t>");
+    parser.End();
+    EXPECT_TRUE(out.str().ends_with("\n3|3.0||\n"));
+}
+
+TEST(XmlParser, WithoutADefinitionThereIsAnEmptyHeaderAndNoRow) {
+    std::ostringstream out;
+    XmlParser parser([](XmlParser&) { FAIL(); });
+    Metrics::WriteCsvHeader(parser, out, ',', true);
+    Metrics::WriteCsvRow(parser, out, ',', true);
+    EXPECT_EQ(out.str(), "\n");
+    parser.Feed(kInput);
+    parser.End();
+}
+
+TEST(XmlParser, AggregatesAreWrittenWhenAskedFor) {
+    for (const bool include : {false, true}) {
+        std::ostringstream out;
+        XmlParser parser([&](XmlParser& row) { Metrics::WriteCsvRow(row, out, ',', include); });
+        parser.Compile("[where]:scopes(t,1);[n]:count(t.e)");
+        Metrics::WriteCsvHeader(parser, out, ',', include);
+        parser.Feed(kInput);
+        EXPECT_EQ(out.str(), include ? "where,n\n" : "where\n") << "groups come with the end";
+        parser.End();
+        EXPECT_EQ(out.str(), include ? "where,n\nr,2\n" : "where\nr\n");
+    }
+}
+
+TEST(XmlParser, StopsAfterTheFirstRow) {
+    int rows = 0;
+    XmlParser parser([&](XmlParser&) { ++rows; }, XmlParser::SingleRow);
+    parser.Compile("t.e");
+    parser.Feed(kInput + "</no></no>");
+    parser.Feed("<<<>>");
+    parser.End();
+    EXPECT_EQ(rows, 1);
+}
+
+TEST(XmlParser, OptionBitsTellWhatTheDefinitionUses) {
+    XmlParser parser([](XmlParser&) {});
+    parser.Compile("path(a);linenum(a);a?;[n]:count(a)");
+    using enum XmlParser::Option;
+    EXPECT_EQ(parser.Options(), UsesPaths | UsesLineNumbers | ComputesAggregates | HasComputed | HasOptional);
+    parser.Compile("a");
+    EXPECT_EQ(parser.Options(), 0U);
+}
+
+TEST(XmlParser, AnErrorLeavesTheColumnsBeforeIt) {
+    XmlParser parser([](XmlParser&) {});
+    EXPECT_THROW(parser.Compile("a;b:i;c:q;d"), Metrics::RowDefinitionError);
+    ASSERT_EQ(parser.Columns(true).size(), 2U);
+    EXPECT_EQ(parser.Columns(true)[1].type, Metrics::ColumnType::Integer);
+}
+
+TEST(XmlParser, InvertingAndAggregatesExcludeEachOther) {
+    const std::string message = "Error: Can't invert output while computing aggregates.";
+    XmlParser parser([](XmlParser&) {}, XmlParser::Invert);
+    parser.Compile("sum(a)");  // what was compiled before is looked at
+    for (const char* definition : {"a", "sum(a)"}) {
+        try {
+            parser.Compile(definition);
+            FAIL();
+        } catch (const Metrics::RowDefinitionError& error) {
+            EXPECT_EQ(error.what(), message);
+        }
+    }
+    EXPECT_THROW(parser.Reset(), Metrics::RowDefinitionError);
+    EXPECT_THROW(XmlParser([](XmlParser&) {}, XmlParser::Invert | XmlParser::ComputesAggregates),
+                 Metrics::RowDefinitionError);
+}
+
+TEST(XmlParser, TheInvertedCopyLacksWhatColumnsMatch) {
+    std::ostringstream copy;
+    XmlParser parser([](XmlParser&) {}, XmlParser::Invert);
+    parser.Compile("t.e");
+    parser.SetCopyStream(&copy);
+    parser.Feed("<r><t><e>1<x/></e><f>2</f></t></r>");
+    parser.End();
+    EXPECT_EQ(copy.str(), "<r><t><f>2</f></t></r>");
+}
+
+// Whatever the host does with its locale, numbers keep their point.
+TEST(XmlParser, TheLocaleOfTheHostDoesNotMatter) {
+    class Comma final : public std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const std::locale previous = std::locale::global(std::locale(std::locale::classic(), new Comma));
+    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE"})
+        if (std::setlocale(LC_ALL, name) != nullptr) break;
+    const std::string output =
+        RunRows("t.e:r;[p]:t.e*1000000:r;[i]:t.i:i", "<t><e>1234.5</e><i>1234567</i></t>", 0, true).output;
+    std::setlocale(LC_ALL, "C");
+    std::locale::global(previous);
+    EXPECT_EQ(output, "t.e,p,i\n1234.5,1234500000.0,1234567\n");
+}
+
+// Any text but a lone carriage return comes back from a standard reader.
+TEST(XmlParser, APythonReaderGetsTheTextsBack) {
+    std::string input, expected;
+    for (int c = 1; c < 127; ++c) {
+        if (c == '\r') continue;
+        const std::string code = "&#" + std::to_string(c) + ";";
+        input += "<t><e>a" + code + code + "b" + code + "</e><f>" + code + "</f></t>";
+    }
+    const RowOutcome outcome = RunRows("t.e;t.f", input);
+    const std::string file = testing::TempDir() + "metrics_round_trip.csv";
+    std::ofstream(file, std::ios::binary) << outcome.output;
+    const std::string script =
+        "python3 -c \"import csv,sys; rows=list(csv.reader(open('" + file +
+        "',newline='',encoding='latin-1'))); codes=[c for c in range(1,127) if c!=13]; "
+        "sys.exit(0 if rows==[['a'+chr(c)*2+'b'+chr(c),chr(c)] for c in codes] else 3)\"";
+    if (std::system("python3 -c \"import csv\"") != 0) GTEST_SKIP() << "there is no Python here";
+    EXPECT_EQ(std::system(script.c_str()), 0);
+    std::remove(file.c_str());
+}
+
+}  // namespace
