@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "metrics/MetricsTimeStack.h"
+
+namespace Metrics {
+
+class Context;
+
+namespace detail {
+
+inline constexpr std::uint32_t kAliveMagic = 0xABCDABCD;
+inline constexpr std::uint32_t kDestroyedMagic = 0xDDDDDDDD;
+
+/// What thread stacks and scopes know of a `Context`, and what outlives it: a context that was destroyed on
+/// another thread leaves this behind with its id, marked as destroyed, so that nothing freed is ever read.
+///
+/// Counted: one reference by the `Context`, one by each stack entry. The time stack and `owner` belong to the
+/// one thread that uses the context at a time; the rest may be looked at by a thread that was left with the
+/// entry.
+struct ContextState {
+    ContextState(Context* context, std::uint64_t parent, std::uint64_t contextId, std::uint64_t bornIn)
+        : enabled(contextId != 0), owner(context), parentId(parent), id(contextId), generation(bornIn) {}
+
+    std::atomic<std::uint32_t> magic{kAliveMagic};
+    std::atomic<std::uint32_t> references{1};
+    std::atomic<std::uint32_t> threadId{0};  // of the thread it is attached to, 0 when it is not
+    std::atomic<bool> enabled;
+    std::atomic<bool> identified{false};  // its identification has been emitted and its own scope opened
+    std::atomic<Context*> owner;          // null once destroyed
+    const std::uint64_t parentId;
+    const std::uint64_t id;
+    const std::uint64_t generation;  // of the manager that gave the id; to another one it means nothing
+    MetricsTimeStack timeStack;
+
+    bool IsAlive() const { return magic.load(std::memory_order_relaxed) == kAliveMagic; }
+    bool IsEnabled() const { return enabled.load(std::memory_order_relaxed); }
+};
+
+inline void Retain(ContextState* state) {
+    state->references.fetch_add(1, std::memory_order_relaxed);
+}
+
+inline void Release(ContextState* state) {
+    if (state->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete state;
+}
+
+}  // namespace detail
+}  // namespace Metrics

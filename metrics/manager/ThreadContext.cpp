@@ -1,0 +1,192 @@
+#include "metrics/manager/ThreadContext.h"
+
+#include <algorithm>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+#include <utility>
+
+#include "metrics/base/OnePerProcess.h"
+#include "metrics/manager/Core.h"
+#include "metrics/manager/EventQueue.h"
+#include "metrics/platform/Platform.h"
+
+namespace Metrics {
+
+constinit thread_local ThreadSlot threadSlot;
+
+namespace {
+
+// The records of the living threads, for those who leave a note.
+struct Records {
+    std::mutex mutex;
+    std::unordered_map<std::uint64_t, MetricsThreadContext*> bySerial;
+};
+
+constinit detail::OnePerProcess<Records> theRecords;
+
+[[maybe_unused]] const bool startsOverInChild =
+    (platform::OnForkChild([] { theRecords.StartOverInChild(); }), true);
+
+std::uint64_t NextSerial() {
+    static constinit std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
+
+// Ends the record with its thread. Marks that destructors of later thread-locals make find the slot ended.
+struct ThreadGuard {
+    ~ThreadGuard() {
+        threadSlot.ended = true;
+        threadSlot.generation = 0;
+        delete std::exchange(threadSlot.record, nullptr);
+        if (void* page = std::exchange(detail::sparePage, nullptr)) detail::FreeQueuePage(page);
+    }
+};
+
+}  // namespace
+
+MetricsThreadContext* ThreadRecordSlow() {
+    ThreadSlot& slot = threadSlot;
+    if (slot.ended) return nullptr;
+    static thread_local ThreadGuard guard;
+    static_cast<void>(guard);
+    try {
+        if (slot.record == nullptr) slot.record = new MetricsThreadContext;
+        auto [core, generation] = detail::CurrentCoreAndGeneration();
+        slot.record->Adopt(std::move(core), generation);
+        slot.generation = generation;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    return slot.record;
+}
+
+MetricsThreadContext::MetricsThreadContext() : serial_(NextSerial()) {}
+
+MetricsThreadContext::~MetricsThreadContext() {
+    if (Records* records = theRecords.IfMade()) {
+        const std::lock_guard lock(records->mutex);
+        records->bySerial.erase(serial_);
+    }
+    for (const Entry& entry : stack_) detail::Release(entry.state);
+    for (const Entry& entry : pinned_) detail::Release(entry.state);
+}
+
+void MetricsThreadContext::Depart(std::uint64_t serial, const Departure& departure) noexcept {
+    Records* records = theRecords.IfMade();
+    if (records == nullptr) return;
+    const std::lock_guard lock(records->mutex);
+    const auto found = records->bySerial.find(serial);
+    if (found == records->bySerial.end()) return;
+    MetricsThreadContext& record = *found->second;
+    try {
+        record.departures_.push_back(departure);
+    } catch (const std::bad_alloc&) {
+        record.missedDepartures_ = true;
+    }
+    record.hasDepartures_.store(true, std::memory_order_relaxed);
+}
+
+void MetricsThreadContext::NoteDepartures() noexcept {
+    std::vector<Departure> departures;
+    bool missed = false;
+    if (Records* records = theRecords.IfMade()) {
+        const std::lock_guard lock(records->mutex);
+        hasDepartures_.store(false, std::memory_order_relaxed);
+        departures.swap(departures_);
+        missed = std::exchange(missedDepartures_, false);
+    }
+    for (const Departure& departure : departures) {
+        if (departure.scope != nullptr) LeaveBelow(departure.scope);
+        if (departure.context != nullptr) Unpin(departure.context);
+    }
+    if (missed) scopes_.clear();  // any of them may be gone
+}
+
+void MetricsThreadContext::LeaveBelow(const Scope* scope) noexcept {
+    const auto it = std::find(scopes_.rbegin(), scopes_.rend(), scope);
+    if (it != scopes_.rend()) scopes_.erase(std::prev(it.base()));
+}
+
+bool MetricsThreadContext::MakeRoom() noexcept {
+    try {
+        scopes_.reserve(2 * scopes_.size() + 16);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+void MetricsThreadContext::Push(detail::ContextState* state) {
+    detail::Retain(state);
+    try {
+        if (stack_.size() == stack_.capacity()) stack_.reserve(2 * stack_.size() + 8);
+    } catch (...) {
+        detail::Release(state);
+        throw;
+    }
+    std::uint32_t openScopes = 0;
+    for (auto it = stack_.begin(); it != stack_.end(); ++it) {
+        if (it->state != state) continue;
+        // The entry moves to the top, with its scopes.
+        openScopes = it->openScopes;
+        stack_.erase(it);
+        detail::Release(state);
+        break;
+    }
+    stack_.push_back({state, openScopes});
+}
+
+void MetricsThreadContext::Remove(detail::ContextState* state) {
+    const auto it =
+        std::find_if(stack_.rbegin(), stack_.rend(), [state](const Entry& e) { return e.state == state; });
+    if (it != stack_.rend()) Erase(std::prev(it.base()));
+}
+
+void MetricsThreadContext::Erase(std::vector<Entry>::iterator entry) {
+    if (entry->openScopes == 0) {
+        detail::Release(entry->state);
+    } else {
+        try {
+            pinned_.push_back(*entry);
+        } catch (const std::bad_alloc&) {
+            // Open scopes still refer to the state: rather keep it for ever than free it under them.
+        }
+    }
+    stack_.erase(entry);
+}
+
+void MetricsThreadContext::UnpinBelow(detail::ContextState* state) {
+    for (auto it = stack_.rbegin(); it != stack_.rend(); ++it) {
+        if (it->state == state && it->openScopes > 0) {
+            --it->openScopes;
+            return;
+        }
+    }
+    for (auto it = pinned_.begin(); it != pinned_.end(); ++it) {
+        if (it->state != state) continue;
+        if (--it->openScopes == 0) {
+            pinned_.erase(it);
+            detail::Release(state);
+        }
+        return;
+    }
+}
+
+void MetricsThreadContext::Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation) {
+    {
+        Records& records = theRecords.Get();
+        const std::lock_guard lock(records.mutex);
+        records.bySerial[serial_] = this;
+    }
+    // Contexts and scopes of a manager that is gone are nobody's any more; their ids would be mistaken for
+    // new ones.
+    while (!stack_.empty()) Erase(std::prev(stack_.end()));
+    scopes_.clear();
+    core_ = std::move(core);
+    generation_ = generation;
+    componentId = core_ ? core_->ComponentId() : 1;
+    announceComponent = false;
+}
+
+}  // namespace Metrics

@@ -1,0 +1,153 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "metrics/manager/ContextState.h"
+#include "metrics/manager/Process.h"
+
+namespace Metrics {
+
+class Scope;
+
+namespace detail {
+class Core;
+}  // namespace detail
+
+/// The record of one thread: its stack of contexts, its component, and the manager that it posts to. It is
+/// created by the thread's first mark, used by that thread only, and freed when the thread ends. Scopes that
+/// are open pin what they use of a context here, at the price of a plain counter, and stand in a list.
+///
+/// A scope that another thread ends is not looked for here by that thread; it leaves a note (`Depart`), which
+/// this thread reads before it looks at its scopes again.
+class MetricsThreadContext {
+  public:
+    MetricsThreadContext();
+    ~MetricsThreadContext();
+    MetricsThreadContext(const MetricsThreadContext&) = delete;
+    MetricsThreadContext& operator=(const MetricsThreadContext&) = delete;
+
+    /// The current context, or null.
+    detail::ContextState* Current() const { return stack_.empty() ? nullptr : stack_.back().state; }
+    /// The id of the current context, or 0.
+    std::uint64_t CurrentId() const { return stack_.empty() ? 0 : stack_.back().state->id; }
+
+    /// Makes `state` the current context, at the top and nowhere else. Throws `std::bad_alloc`.
+    void Push(detail::ContextState* state);
+    /// Takes it off the stack, wherever it stands.
+    void Remove(detail::ContextState* state);
+
+    /// The context that is covered by the current one, or null.
+    detail::ContextState* BelowCurrent() const {
+        return stack_.size() < 2 ? nullptr : stack_[stack_.size() - 2].state;
+    }
+
+    /// A scope of this thread opens on the current context: what it refers to stays until it closes.
+    void PinCurrent() { ++stack_.back().openScopes; }
+    void Unpin(detail::ContextState* state) {
+        if (PinsOnTop(state)) [[likely]] {
+            --stack_.back().openScopes;
+        } else {
+            UnpinBelow(state);
+        }
+    }
+
+    /// The thread's scopes that are open and pin their context, the innermost last. One for which there is no
+    /// memory is left out.
+    void Enter(Scope* scope) noexcept {
+        if (hasDepartures_.load(std::memory_order_relaxed)) [[unlikely]]
+            NoteDepartures();
+        if (scopes_.size() == scopes_.capacity() && !MakeRoom()) [[unlikely]]
+            return;
+        scopes_.push_back(scope);
+    }
+    void Leave(const Scope* scope) noexcept {
+        if (!scopes_.empty() && scopes_.back() == scope) [[likely]] {
+            scopes_.pop_back();
+        } else {
+            LeaveBelow(scope);
+        }
+    }
+    /// The innermost open scope of the thread, or null.
+    Scope* Innermost() noexcept {
+        if (hasDepartures_.load(std::memory_order_relaxed)) [[unlikely]]
+            NoteDepartures();
+        return scopes_.empty() ? nullptr : scopes_.back();
+    }
+
+    /// Names the record: never 0, and never the name of another one.
+    std::uint64_t Serial() const { return serial_; }
+    /// The generation of the manager that the record belongs to.
+    std::uint64_t Generation() const { return generation_; }
+
+    /// What ended on a thread that it doesn't belong to.
+    struct Departure {
+        const Scope* scope;             // closed, or null
+        detail::ContextState* context;  // pinned no more, or null
+    };
+    /// Leaves a note for the record named `serial`, if its thread still runs.
+    static void Depart(std::uint64_t serial, const Departure& departure) noexcept;
+
+    /// The manager's core, or null when there is no manager.
+    const std::shared_ptr<detail::Core>& Core() const { return core_; }
+
+    std::uint64_t componentId = 1;
+    /// While set, the next scope that opens announces the thread's component.
+    bool announceComponent = false;
+
+  private:
+    friend MetricsThreadContext* ThreadRecordSlow();
+
+    struct Entry {
+        detail::ContextState* state;
+        std::uint32_t openScopes;
+    };
+
+    bool PinsOnTop(const detail::ContextState* state) const {
+        return !stack_.empty() && stack_.back().state == state && stack_.back().openScopes > 0;
+    }
+    void UnpinBelow(detail::ContextState* state);
+    void LeaveBelow(const Scope* scope) noexcept;
+    bool MakeRoom() noexcept;
+    void NoteDepartures() noexcept;
+    void Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation);
+    void Erase(std::vector<Entry>::iterator entry);
+
+    std::vector<Entry> stack_;
+    // Off the stack, but scopes on them are still open.
+    std::vector<Entry> pinned_;
+    std::vector<Scope*> scopes_;
+    std::shared_ptr<detail::Core> core_;
+    std::uint64_t generation_ = 0;
+    const std::uint64_t serial_;
+
+    std::atomic<bool> hasDepartures_{false};
+    // Guarded by the lock of the list of records.
+    std::vector<Departure> departures_;
+    bool missedDepartures_ = false;  // there was no memory to note one
+};
+
+/// What a thread finds its record by. Plain data, so that it can be read in the thread's last moments, when
+/// the record is gone and marks are dropped.
+struct ThreadSlot {
+    MetricsThreadContext* record = nullptr;
+    std::uint64_t generation = 0;
+    bool ended = false;
+};
+
+extern constinit thread_local ThreadSlot threadSlot;
+
+MetricsThreadContext* ThreadRecordSlow();
+
+/// The calling thread's record; null when the thread is ending or there is no memory for one.
+inline MetricsThreadContext* ThreadRecord() {
+    const ThreadSlot& slot = threadSlot;
+    if (slot.generation == detail::managerGeneration.load(std::memory_order_relaxed)) [[likely]] {
+        return slot.record;
+    }
+    return ThreadRecordSlow();
+}
+
+}  // namespace Metrics

@@ -1,0 +1,187 @@
+#include "metrics/manager/Worker.h"
+
+#include <algorithm>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+
+#include "metrics/Gate.h"
+#include "metrics/manager/Core.h"
+
+namespace Metrics::detail {
+
+namespace {
+
+constexpr std::size_t kInitialBatch = 1024;
+// A batch of this size is wanted under load: large enough to pay for the cycle, small enough to stay in the
+// cache levels that the machine's cores share. The wait between two cycles adapts to it.
+constexpr std::size_t kWantedBatch = 65536;
+constexpr std::size_t kHugeBatch = 4 * kWantedBatch;
+constexpr std::int64_t kLongestWaitMs = 1000;
+constexpr std::int64_t kShortestWaitMs = 5;
+
+constinit thread_local Worker* workerOfThisThread = nullptr;
+
+}  // namespace
+
+Worker::Worker(std::shared_ptr<Core> core) : core_(std::move(core)) {}
+
+Worker* Worker::OfThisThread() {
+    return workerOfThisThread;
+}
+
+void Worker::Launch(std::shared_ptr<Worker> worker) {
+    const platform::SignalBlocker blocker;
+    std::thread([worker = std::move(worker)] { worker->Run(); }).detach();
+}
+
+void Worker::Run() {
+    workerOfThisThread = this;
+    platform::SetCurrentThreadName("metrics");
+    try {
+        thread_ = platform::ThreadHandle::Current();
+        started_ = true;
+        batch_.reserve(kInitialBatch);
+        if (const auto init = core_->ThreadInitFunction(); init && *init) (*init)();
+    } catch (...) {
+        initFailure_ = std::current_exception();
+    }
+    if (!initFailure_ && !core_->Inherited()) {
+        try {
+            Enter();
+            Loop();
+        } catch (const std::exception& error) {
+            core_->Log(std::string("MetricsManager: the worker ends: ") + error.what());
+        } catch (...) {
+            core_->Log("MetricsManager: the worker ends: unknown exception");
+        }
+    }
+    if (!core_->Inherited()) Leave();
+    workerOfThisThread = nullptr;
+}
+
+void Worker::Enter() {
+    {
+        const std::lock_guard lock(core_->dispatch_);
+        core_->current_ = core_->latest_;
+        core_->ChangeState(MetricsManager::Running, MetricsManager::Stopping);
+        entered_ = true;
+    }
+    core_->progress_.Notify();
+}
+
+void Worker::Leave() {
+    {
+        const std::lock_guard lock(core_->dispatch_);
+        if (core_->latest_.get() == this) {
+            core_->ChangeState(0, MetricsManager::Running | MetricsManager::Stopping);
+            core_->latest_.reset();  // or core and worker would keep each other
+        }
+        if (core_->current_.get() == this) core_->current_.reset();
+        left_ = true;
+    }
+    core_->wake_.set();
+    core_->progress_.Notify();
+}
+
+void Worker::Loop() {
+    bool mayWait = true;
+    for (;;) {
+        if (mayWait && !stop_) core_->wake_.wait(NextWait());
+        const bool last = stop_;
+        if (!Cycle()) return;
+        delivered_ = begun_.load();
+        core_->progress_.Notify();
+        if (last) return;
+        mayWait = !core_->Is(MetricsManager::Collecting) || core_->queue_.Size() == 0;
+        // The lock isn't fair, and under load this thread would take it again at once.
+        if (core_->dispatchWaiters_ > 0) std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+}
+
+// As long as it takes to fill a batch of the wanted size at the pace of the last cycles.
+int Worker::NextWait() const {
+    if (taken_ == 0) return kLongestWaitMs;
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(interval_).count();
+    const auto wanted = ms * static_cast<std::int64_t>(kWantedBatch) / static_cast<std::int64_t>(taken_);
+    return static_cast<int>(std::clamp<std::int64_t>(wanted, kShortestWaitMs, kLongestWaitMs));
+}
+
+// One cycle; false when the worker was given up and must touch nothing more.
+bool Worker::Cycle() {
+    ++begun_;
+    interval_ = std::chrono::steady_clock::now() - std::exchange(start_, std::chrono::steady_clock::now());
+    std::unique_lock lock(core_->dispatch_);
+    if (core_->current_.get() != this) return false;
+    TakeEvents();
+    if (core_->Is(MetricsManager::Collecting)) core_->ApplyRemoteChanges();
+    std::exception_ptr failure = core_->RunQueuedJobs();
+    AppendSynthetic();
+    const bool goesOn = batch_.empty() || Deliver(lock, failure);
+    if (core_->Inherited()) return false;
+    // A task or a callback that throws ends the worker, but not before the batch in its hands has been
+    // delivered.
+    if (failure) std::rethrow_exception(failure);
+    return goesOn;
+}
+
+void Worker::TakeEvents() {
+    if (batch_.capacity() > kHugeBatch && batch_.size() < kWantedBatch) {
+        batch_ = {};
+        batch_.reserve(kInitialBatch);
+    }
+    batch_.clear();
+    taken_ = 0;
+    if (!core_->Is(MetricsManager::Collecting)) return;
+    core_->queue_.Drain(batch_);
+    taken_ = batch_.size();
+    core_->taken_.fetch_add(taken_, std::memory_order_relaxed);
+}
+
+void Worker::AppendSynthetic() {
+    const auto mask = enableMask.load(std::memory_order_relaxed);
+    if (lastMask_ != mask) {
+        batch_.emplace_back(MetricsEventType::BitsChanged);
+        lastMask_ = mask;
+    }
+    const auto state = core_->State();
+    if (lastState_ != state) {
+        batch_.emplace_back(MetricsEventType::StateChanged);
+        lastState_ = state;
+    }
+}
+
+// Hands the batch to every subscriber, also after one that throws.
+bool Worker::Deliver(std::unique_lock<platform::RecursiveMutex>& lock, std::exception_ptr& failure) {
+    CountBatch();
+    auto [id, entry] = core_->subscribers_.After(0);
+    while (entry) {
+        callbackToken_ = entry->token;
+        core_->subscribers_.BeginCall(callbackToken_, core_->current_);
+        lock.unlock();
+        try {
+            entry->callback(batch_);
+        } catch (...) {
+            if (!failure) failure = std::current_exception();
+        }
+        entry.reset();
+        if (core_->Inherited()) return false;
+        lock.lock();
+        core_->subscribers_.EndCall(std::exchange(callbackToken_, 0), this);
+        if (core_->current_.get() != this) {
+            core_->progress_.Notify();
+            return false;
+        }
+        std::tie(id, entry) = core_->subscribers_.After(id);
+    }
+    return true;
+}
+
+void Worker::CountBatch() {
+    core_->delivered_.fetch_add(taken_, std::memory_order_relaxed);
+    core_->batches_.fetch_add(1, std::memory_order_relaxed);
+    if (batch_.size() > core_->largestBatch_) core_->largestBatch_ = batch_.size();
+}
+
+}  // namespace Metrics::detail

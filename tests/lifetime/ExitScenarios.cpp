@@ -1,0 +1,95 @@
+// A program that ends in the way it is told to, with an output of the kind it is told to have:
+//
+//     lifetime_exit <file> <where the output lives> <way to end> [session]
+//
+// A thousand events, "kept", are posted before the last Flush; as many, "last", after it; eight threads post
+// all the time, and so does a static object's destructor. Test code reads the file.
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "metrics/Context.h"
+#include "metrics/Instrument.h"
+#include "metrics/MetricsManager.h"
+#include "metrics/MetricsOutput.h"
+#include "metrics/Session.h"
+#include "tests/lifetime/NoLeakCheck.h"
+
+namespace {
+
+using namespace Metrics;
+
+// Marks after main has returned, and after everything that was constructed later has gone.
+struct MarksAtTheEnd {
+    ~MarksAtTheEnd() {
+        Context context = Context::Root("end");
+        METRICS_SCOPE("end");
+        METRICS_VALUE("end", 1);
+    }
+};
+
+struct Output {
+    explicit Output(const char* file)
+        : output(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::RawUnordered) {
+        output.OpenFile(file, 0);
+    }
+    MetricsOutput output;
+};
+
+const MarksAtTheEnd marksFirstAndLast;
+std::optional<Output> staticOutput;
+thread_local std::optional<Output> threadLocalOutput;
+thread_local const MarksAtTheEnd marksWithItsThread;
+
+void Post(const char* name) {
+    Scope scope("work");
+    for (int i = 0; i < 1000; ++i) scope.Emit(name, i);
+}
+
+void StartPosters() {
+    for (int i = 0; i < 8; ++i) {
+        std::thread([] {
+            static_cast<void>(&marksWithItsThread);
+            for (;;) {
+                Context context = Context::Root("load");
+                METRICS_SCOPE("load");
+                std::this_thread::sleep_for(std::chrono::microseconds(50));
+            }
+        }).detach();
+    }
+}
+
+int Work(MetricsOutput& output, const std::string& way) {
+    Context context = Context::Root("main");
+    StartPosters();
+    Post("kept");
+    output.Flush();
+    Post("last");
+    if (way == "exit") std::exit(7);
+    if (way == "quick_exit") std::quick_exit(7);
+    if (way == "throw") throw std::runtime_error("uncaught");
+    return 7;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 4) return 1;
+    const std::string where = argv[2];
+    std::optional<Session> session;
+    if (argc > 4) {
+        session.emplace();
+    } else {
+        MetricsManager::GetInstance().Start();
+        MetricsManager::GetInstance().SetState(MetricsManager::Collecting, true);
+    }
+    if (where == "static") return Work(staticOutput.emplace(argv[1]).output, argv[3]);
+    if (where == "thread_local") return Work(threadLocalOutput.emplace(argv[1]).output, argv[3]);
+    Output local(argv[1]);
+    return Work(local.output, argv[3]);
+}

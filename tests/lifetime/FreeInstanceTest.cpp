@@ -1,0 +1,97 @@
+// The manager freed while it works, and what its contexts and scopes do to the next one.
+#include <thread>
+
+#include "metrics/Context.h"
+#include "metrics/Instrument.h"
+#include "tests/support/RunningTest.h"
+
+namespace Metrics::Testing {
+namespace {
+
+using FreeInstance = FreshTest;
+
+void StartCollecting() {
+    MetricsManager::GetInstance().Start();
+    MetricsManager::GetInstance().SetState(MetricsManager::Collecting, true);
+}
+
+TEST_F(FreeInstance, WithoutShutdownWhileOthersMark) {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                Context context = Context::Root("work");
+                context.AddAttribute("key", "value");
+                METRICS_SCOPE("scope");
+                METRICS_VALUE("value", 1);
+                Context child = Context::Child("part");
+                METRICS_SCOPE("inner");
+            }
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        StartCollecting();
+        MetricsManager::FreeInstance();
+    }
+    stop = true;
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(FreeInstance, InACallback) {
+    StartCollecting();
+    std::atomic<bool> freed{false};
+    Manager().Subscribe(MetricsEventCategory::Events, [&](const auto&) {
+        if (!freed.exchange(true)) MetricsManager::FreeInstance();
+    });
+    while (!freed) std::this_thread::yield();
+    StartCollecting();
+    Recorder recorder;
+    Context::Create(true);
+    EXPECT_EQ(recorder.TakeLines(), Lines{"1 0>1"});
+}
+
+TEST_F(FreeInstance, WhatBelongedToTheOldManagerIsSilentUnderTheNewOne) {
+    StartCollecting();
+    auto oldContext = std::make_unique<Context>(0, Context::Create(true));
+    auto oldScope = std::make_unique<Scope>(MetricsValue("old"), Scope::kElapsedTime);
+    Scope oldClosed("old too");
+    oldClosed.Close();
+    std::optional<ContextTicket> oldTicket = Context::Hand("old");
+    std::optional<ContextTicket> oldUsed = Context::Hand("old");
+    MetricsManager::FreeInstance();
+    StartCollecting();
+    Recorder recorder;
+    recorder.Take();
+    {
+        Context context(0, Context::Create(true));  // has the id that the old one had
+        oldScope->Emit("late", 1);
+        METRICS_VALUE("nowhere", 1);
+        oldScope.reset();
+        EXPECT_FALSE(oldClosed.Open("again", nullptr, 0));
+        oldContext->AttachToThread();
+        EXPECT_EQ(Context::Current(), &context);
+        oldContext->OpenScope();
+        oldTicket.reset();
+        {
+            Context used(std::move(*oldUsed));
+            EXPECT_EQ(used.GetContextId(), 0U);
+        }
+        oldContext.reset();
+    }
+    EXPECT_EQ(recorder.TakeLinesWithContext(), (Lines{"@0 1 0>1", "@1 2 0>1", "@1 3"}));
+}
+
+TEST_F(FreeInstance, ASessionOrASubscriptionThatOutlivesItSaysGoodbyeToNobody) {
+    {
+        Session session;
+        Recorder recorder;
+        MetricsManager::FreeInstance();
+    }
+    LogKeeper log;  // makes a manager, which nobody has told anything
+    EXPECT_EQ(Manager().GetState(), 0U);
+    EXPECT_EQ(Manager().GetStatistics().dropped, 0U);
+}
+
+}  // namespace
+}  // namespace Metrics::Testing
