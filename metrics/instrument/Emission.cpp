@@ -1,0 +1,50 @@
+#include "metrics/instrument/Emission.h"
+
+#include <exception>
+
+#include "metrics/MetricsBitsUtils.h"
+#include "metrics/bits/BitsTable.h"
+
+namespace Metrics::detail {
+
+namespace {
+
+bool IsEmptyText(const MetricsValue& value) {
+    return *value.Text() == '\0' && *value.WideText() == L'\0';
+}
+
+// Borrowed text may be gone when the worker reads the event.
+MetricsValue Owned(const MetricsValue& text) {
+    switch (text.Kind()) {
+        case MetricsValueType::StringRef: return MetricsValue(text.Text());
+        case MetricsValueType::WideString:
+        case MetricsValueType::WideStringRef: return MetricsValue(text.ToString(0));
+        default: return text;
+    }
+}
+
+void LogFilterError(const std::exception_ptr& error) {
+    const auto core = CurrentCoreAndGeneration().first;
+    if (!core) return;
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception& what) {
+        core->LogOnce(Core::DamagedFilters, what.what());
+    }
+}
+
+}  // namespace
+
+void PostNameValue(const MetricsThreadContext& record, std::uint64_t contextId, const MetricsValue& key,
+                   const MetricsValue& value) {
+    if (value.IsText() && IsEmptyText(value)) return;
+    PostFor(record, MetricsEventType::NameValue, contextId, key, Owned(value));
+}
+
+std::string ComponentMnemonic(std::uint64_t componentId) {
+    if (const std::exception_ptr error = FilterError()) [[unlikely]]
+        LogFilterError(error);
+    return MetricsBitsUtils::GetComponentName(componentId, true);
+}
+
+}  // namespace Metrics::detail

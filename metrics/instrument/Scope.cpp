@@ -1,0 +1,244 @@
+#include "metrics/Scope.h"
+
+#include <new>
+#include <utility>
+
+#include "metrics/Context.h"
+#include "metrics/MetricsSubscope.h"
+#include "metrics/instrument/CallSites.h"
+#include "metrics/instrument/Emission.h"
+#include "metrics/instrument/OnContext.h"
+#include "metrics/instrument/ScopeDataInline.h"
+#include "metrics/manager/EventBuilder.h"
+#include "metrics/platform/Platform.h"
+
+namespace Metrics {
+
+namespace {
+
+constexpr unsigned long long kSubscopeBits = 0xF00000;
+
+std::uint64_t WithType(std::uint64_t header, MetricsEventType type) {
+    constexpr std::uint64_t kTypeField = 0xFC;
+    return (header & ~kTypeField) | static_cast<std::uint64_t>(type) << 2;
+}
+
+// Whether a scope could open now on what it has, or would get, as its context.
+bool IsUsable(const detail::ContextState* context) {
+    return context != nullptr && context->id != 0 && context->IsEnabled();
+}
+
+// Without memory it is left out; the scope opens all the same.
+void AnnounceComponent(MetricsThreadContext& record, std::uint64_t contextId) noexcept {
+    record.announceComponent = false;
+    if (record.componentId == 0) return;
+    try {
+        detail::PostNameValue(record, contextId, detail::kComponentKey,
+                              detail::ComponentMnemonic(record.componentId));
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+}  // namespace
+
+// False once the manager that gave the context its id is gone.
+inline bool Scope::IsOurs(const MetricsThreadContext* record) const {
+    return record != nullptr && static_cast<std::uint32_t>(record->Generation()) == body_.data.generation_;
+}
+
+// The opening and the closing event.
+void Scope::PostOwn(const MetricsThreadContext& record, MetricsEventType type) const {
+    if (!IsOurs(&record)) [[unlikely]]
+        return;
+    if (detail::Core* core = record.Core().get()) {
+        core->Post(WithType(body_.data.header_, type), body_.data.contextId_,
+                   MetricsDateTime(body_.data.ticks_), body_.value);
+    }
+}
+
+inline void Scope::Measure(detail::ContextState& context, const char* file, int line) {
+    const auto selected = (detail::enableMask.load(std::memory_order_relaxed) | bits_) & kSubscopeBits;
+    if (selected == 0 && context.timeStack.HasRoom()) [[likely]] {
+        context.timeStack.Push();
+    } else {
+        MeasureMore(context, selected, file, line);
+    }
+}
+
+// The order of events: the context's identification, the component, the opening, the measurements.
+inline void Scope::Begin(MetricsThreadContext& record, const MetricsValue& value, const char* file,
+                         int line) {
+    detail::ContextState& context = *body_.data.context_;
+    if (!context.identified.load(std::memory_order_relaxed)) [[unlikely]] {
+        if (Context* owner = context.owner.load(std::memory_order_relaxed)) owner->OpenScope();
+    }
+    body_.value = value;
+    bits_ = (bits_ | kOpen) & ~kPlugin;
+    if (record.announceComponent) [[unlikely]]
+        AnnounceComponent(record, body_.data.contextId_);
+    PostOwn(record, MetricsEventType::ScopeOpen);
+    if (body_.data.owner_ != 0) record.Enter(this);
+    if ((bits_ & kNoTimeStack) == 0) Measure(context, file, line);
+}
+
+Scope::Scope(OnContext, MetricsThreadContext& record, detail::ContextState& context,
+             const MetricsValue& value, unsigned long long bits)
+    : bits_(bits) {
+    new (&body_) Body;
+    live_ = true;
+    body_.data.Fill(MetricsEventType::ScopeOpen, record, &context);
+    try {
+        Begin(record, value, nullptr, 0);
+    } catch (const std::bad_alloc&) {
+        // It stays closed.
+    }
+}
+
+bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
+    if (IsOpen()) return false;
+    MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr) return false;
+    if (!IsUsable(live_ ? ReachableContext(record) : record->Current())) return false;
+    if (!live_) {
+        new (&body_) Body;
+        live_ = true;
+        body_.data.Take(MetricsEventType::ScopeOpen, *record);
+    }
+    try {
+        Begin(*record, value, file, line);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+void Scope::OpenAt(detail::CallSite& site, int line) noexcept {
+    const MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr || !IsUsable(record->Current())) return;
+    try {
+        const auto& texts = detail::KeepTexts(site);
+        Open(MetricsValue::Ref(texts.name), texts.file, line);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+void Scope::OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept {
+    const MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr || !IsUsable(record->Current())) return;
+    try {
+        Open(MetricsValue(name), detail::KeepTexts(site).file, line);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+void Scope::MeasureMore(detail::ContextState& context, unsigned long long selected, const char* file,
+                        int line) {
+    try {
+        context.timeStack.Push();
+    } catch (const std::bad_alloc&) {
+        bits_ |= kNoTimeStack;  // nothing to pop, nothing to measure
+        return;
+    }
+    if (selected != 0) AddSubscopes(context, selected, file, line);
+}
+
+void Scope::AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file,
+                         int line) {
+    try {
+        if ((selected & kLocation) != 0)
+            body_.subscopes = new LocationSubscope(*this, body_.subscopes, file, line);
+        if ((selected & kMemory) != 0) body_.subscopes = new MemoryMonitorSubscope(*this, body_.subscopes);
+        if ((selected & kElapsedTime) != 0) {
+            // Read here, so that what the other measurements cost is not the scope's own time.
+            const platform::ProcessorTime now = platform::ThreadProcessorTime();
+            context.timeStack.Start({now.total, now.user});
+            body_.subscopes = new ElapsedTimeSubscope(*this, body_.subscopes);
+        }
+    } catch (const std::bad_alloc&) {
+        // The scope stays open with the measurements there was memory for.
+    }
+}
+
+inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
+    return record != nullptr && record->Serial() == body_.data.owner_;
+}
+
+// A pinned context is only known to be there on the thread that pinned it.
+detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record) const {
+    if (!IsOurs(record)) return nullptr;
+    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.context_ : nullptr;
+}
+
+inline void Scope::CloseOn(MetricsThreadContext* record) {
+    if (body_.subscopes != nullptr) [[unlikely]]
+        delete std::exchange(body_.subscopes, nullptr);
+    bits_ &= ~kOpen;
+    if (BelongsTo(record)) [[likely]] {
+        record->Leave(this);
+    } else if (body_.data.owner_ != 0) {
+        MetricsThreadContext::Depart(body_.data.owner_, {this, nullptr});
+    }
+    if (record == nullptr) return;  // the thread's last moments
+    if ((bits_ & kNoTimeStack) == 0) {
+        if (detail::ContextState* context = ReachableContext(record)) context->timeStack.Pop();
+    }
+    PostOwn(*record, MetricsEventType::ScopeClose);
+}
+
+void Scope::Close() noexcept {
+    if (IsOpen()) CloseOn(ThreadRecord());
+}
+
+// Everything that ends with the object, with one look for the thread's record.
+void Scope::End() noexcept {
+    MetricsThreadContext* record = ThreadRecord();
+    if (IsOpen()) CloseOn(record);
+    if (BelongsTo(record)) [[likely]] {
+        record->Unpin(body_.data.context_);
+        body_.data.owner_ = 0;
+    }
+    body_.~Body();
+}
+
+bool Scope::Emit(const MetricsValue& name, const MetricsValue& value) noexcept {
+    if (!IsOpen()) return false;
+    const MetricsThreadContext* record = ThreadRecord();
+    if (!IsOurs(record)) return true;
+    if (detail::Core* core = record->Core().get()) {
+        core->Post(WithType(body_.data.header_, MetricsEventType::ScopeValue), body_.data.contextId_,
+                   MetricsDateTime(body_.data.ticks_), name, value);
+    }
+    return true;
+}
+
+bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
+                          unsigned long long bits) noexcept {
+    if (!detail::GatePasses(bits)) return false;
+    if (const MetricsThreadContext* record = ThreadRecord()) {
+        try {
+            detail::PostNameValue(*record, IsOpen() ? body_.data.contextId_ : record->CurrentId(), key,
+                                  value);
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    return true;
+}
+
+const MetricsValue& Scope::Value() const {
+    static const MetricsValue none;
+    return live_ ? body_.value : none;
+}
+
+Scope* Scope::Innermost() {
+    MetricsThreadContext* record = ThreadRecord();
+    return record != nullptr ? record->Innermost() : nullptr;
+}
+
+void detail::EmitAt(CallSite& site, Scope& scope, const MetricsValue& value) {
+    try {
+        scope.Emit(MetricsValue::Ref(KeepTexts(site).name), value);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+}  // namespace Metrics

@@ -1,0 +1,223 @@
+#include "metrics/Context.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "metrics/ContextGuard.h"
+#include "metrics/Scope.h"
+#include "tests/support/RunningTest.h"
+
+namespace Metrics::Testing {
+namespace {
+
+using ContextTest = RunningTest;
+
+TEST_F(ContextTest, LivesAndNests) {
+    {
+        Context parent(0, Context::Create(true));
+        Context child(parent.GetContextId(), Context::Create(false));
+        EXPECT_EQ(child.GetParentContextId(), 1U);
+        Context root(0, Context::Create(true));
+        EXPECT_EQ(Context::Current(), &root);
+    }
+    EXPECT_EQ(Context::Current(), nullptr);
+    // A creation speaks for who creates; what a context says of itself carries its own id.
+    EXPECT_EQ(Recorded().TakeLinesWithContext(), (Lines{"@0 1 0>1", "@1 2 0>1", "@1 1 1>2", "@2 2 1>2",
+                                                        "@2 1 0>3", "@3 2 0>3", "@3 3", "@2 3", "@1 3"}));
+}
+
+TEST_F(ContextTest, CreateHandsOverTheIdBeforeItIsAnnounced) {
+    std::vector<unsigned long long> ids;
+    Context disabled(0, 0);
+    Context::Create(false, [&](unsigned long long id) { ids.push_back(id); });
+    Context::Create(true, [&](unsigned long long id) { ids.push_back(id); });
+    EXPECT_EQ(ids, (std::vector<unsigned long long>{0, 1}));
+    EXPECT_EQ(TakeLines(), Lines{"1 0>1"}) << "nothing is created under a disabled context";
+}
+
+TEST_F(ContextTest, WithoutIdItIsCurrentAndSilent) {
+    Context context(0, 0);
+    EXPECT_FALSE(context.IsEnabled());
+    EXPECT_EQ(Context::Current(), &context);
+    context.OpenScope();
+    Scope scope("work");
+    EXPECT_FALSE(scope.IsOpen());
+    context.Close();
+    EXPECT_EQ(TakeLines(), Lines{});
+}
+
+TEST_F(ContextTest, TakesOverTheEnabledFlagOfTheOneItCovers) {
+    Context lower(0, Context::Create(true));
+    Context upper(0, Context::Create(true));
+    lower.Enable(false);
+    upper.AttachToThread();
+    EXPECT_FALSE(upper.IsEnabled());
+    lower.Enable(true);
+    Context(0, 0).DetachFromThread();  // its own flag was taken over as well, and has no effect any more
+    upper.AttachToThread();
+    EXPECT_TRUE(upper.IsEnabled());
+}
+
+TEST_F(ContextTest, AttachedTwiceItStandsOnTopOnce) {
+    Context lower(0, Context::Create(true));
+    Context upper(0, Context::Create(true));
+    lower.AttachToThread();
+    lower.AttachToThread();
+    EXPECT_EQ(Context::Current(), &lower);
+    lower.DetachFromThread();
+    EXPECT_EQ(Context::Current(), &upper);
+    EXPECT_EQ(lower.GetThreadId(), 0);
+    EXPECT_NE(upper.GetThreadId(), 0);
+}
+
+TEST_F(ContextTest, ClosesOnceAndInAnyOrder) {
+    auto first = std::make_unique<Context>(0, Context::Create(true));
+    auto second = std::make_unique<Context>(1, Context::Create(false));
+    Context third(2, Context::Create(false));
+    first->Close();
+    first->Close();
+    first.reset();
+    second.reset();
+    EXPECT_EQ(Context::Current(), &third);
+    third.Close();
+    const Lines lines = Recorded().TakeLinesWithContext();
+    EXPECT_EQ(Lines(lines.end() - 3, lines.end()), (Lines{"@1 3", "@2 3", "@3 3"}));
+}
+
+// --- Identification
+// ---------------------------------------------------------------------------------------------
+
+TEST_F(ContextTest, IdentifiesItselfOnceWhenItsFirstScopeOpens) {
+    LogKeeper log;
+    {
+        Context other = Context::Root("other");
+        Context context(0, Context::Create(true));
+        context.SetName("request");
+        context.AddAttribute("b", "first");
+        context.AddAttribute("a", "1");
+        context.AddAttribute("b", "2");
+        context.AddAttribute("empty", "");
+        context.AddNameValue("y", "4");
+        context.AddNameValue("x", "3");
+        other.AttachToThread();
+        context.OpenScope();
+        context.OpenScope();
+        context.AttachToThread();
+        Scope scope("work");
+        context.AddAttribute("late", "5");
+        context.AddNameValue("later", "6");
+    }
+    EXPECT_EQ(log.Take(),
+              Lines{"MX: Context: an attribute or name/value was added after the context's own scope had "
+                    "opened; it is not written"});
+    const Lines identification = {"@2 11 pid=~",  "@2 11 tid=~", "@2 11 cid=1",  "@2 11 comp=core",
+                                  "@2 11 a=1",    "@2 11 b=2",   "@2 6 request", "@2 10 x=3",
+                                  "@2 10 y=4",    "@2 6 work",   "@2 7 work",    "@2 6 time",
+                                  "@2 10 clock=~"};
+    const Lines lines = Recorded().TakeLinesWithContext();
+    ASSERT_GT(lines.size(), 4 + identification.size());
+    EXPECT_EQ(Lines(lines.begin() + 4, lines.begin() + 4 + static_cast<long>(identification.size())),
+              identification);
+    EXPECT_EQ(Lines(lines.end() - 4, lines.end()), (Lines{"@2 7 time", "@2 7 request", "@2 3", "@1 3"}));
+}
+
+TEST_F(ContextTest, IdentifiesTheThreadsComponentAndTakesItsAnnouncement) {
+    Manager().SetComponentId(4);
+    Context context(0, Context::Create(true));
+    Scope("first");
+    Manager().SetComponentId(2);
+    Scope("second");
+    Scope("third");
+    const Lines lines = TakeLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "11 comp=serv"), 1);
+    const auto announced = std::find(lines.begin(), lines.end(), "11 comp=desk");
+    ASSERT_NE(announced, lines.end());
+    EXPECT_EQ(*std::next(announced), "6 second");
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "11 comp=desk"), 1);
+}
+
+// --- Other threads
+// -----------------------------------------------------------------------------------------------
+
+TEST_F(ContextTest, ADestructionElsewhereIsLoggedAndLeavesAStaleEntry) {
+    LogKeeper log;
+    auto context = std::make_unique<Context>(0, 0x1F);
+    context->SetThreadId(0x10);
+    std::ostringstream description;
+    description << "<ptr=" << static_cast<const void*>(context.get())
+                << ", tid=10, root=true, id=1f, parent id=0, enabled=1>";
+    std::thread([&] { context.reset(); }).join();
+    EXPECT_EQ(log.Take(), Lines{"MX: Context Destruct: Error: we're attached to a thread, but we're being "
+                                "destructed by a different "
+                                "thread (Java garbage collection?): cxt=" +
+                                description.str()});
+    // The entry stays with its id and its flag.
+    EXPECT_EQ(Context::Current(), nullptr);
+    EXPECT_EQ(Context::Create(false), 1U);
+    Scope scope("on a dead context");
+    EXPECT_TRUE(scope.IsOpen());
+    scope.Close();
+    Context next(0, Context::Create(true));
+    EXPECT_EQ(Recorded().TakeLinesWithContext(),
+              (Lines{"@31 2 0>31", "@31 3", "@31 1 31>1", "@31 6 on a dead context",
+                     "@31 7 on a dead context", "@31 1 0>2", "@2 2 0>2"}));
+}
+
+TEST_F(ContextTest, AThreadThatEndsWithAContextLeavesNothingToItsSuccessor) {
+    for (int i = 0; i < 50; ++i) {
+        std::thread([] {
+            EXPECT_EQ(Context::Current(), nullptr);
+            auto* forgotten = new Context(0, Context::Create(true));
+            forgotten->SetThreadId(0);
+            static std::vector<std::unique_ptr<Context>> kept;
+            kept.emplace_back(forgotten);
+        }).join();
+    }
+}
+
+TEST_F(ContextTest, ATicketMovesWorkToAnotherThread) {
+    {
+        Context parent = Context::Root("parent");
+        ContextTicket used = Context::Hand("chunk");
+        ContextTicket dropped = Context::Hand("never");
+        EXPECT_EQ(used.GetContextId(), 2U);
+        std::thread([ticket = std::move(used)]() mutable {
+            Context chunk(std::move(ticket));
+            EXPECT_EQ(ticket.GetContextId(), 0U);
+            EXPECT_EQ(chunk.GetParentContextId(), 1U);
+        }).join();
+        dropped = Context::Hand("instead");
+    }
+    EXPECT_EQ(TakeLines(), (Lines{"1 0>1", "2 0>1", "1 1>2", "1 1>3", "2 1>2", "3", "1 1>4", "2 1>3", "3",
+                                  "2 1>4", "3", "3"}));
+}
+
+TEST_F(ContextTest, AGuardAttachesForABlock) {
+    Context lower = Context::Root("lower");
+    Context upper = Context::Root("upper");
+    upper.DetachFromThread();
+    {
+        const ContextGuard guard(upper);
+        EXPECT_EQ(Context::Current(), &upper);
+        const ContextGuard again(upper);
+    }
+    EXPECT_EQ(Context::Current(), &lower);
+    { const ContextGuard current(lower); }
+    EXPECT_EQ(Context::Current(), &lower) << "what was attached before stays attached";
+}
+
+TEST_F(ContextTest, SomethingElseIsNoContext) {
+    LogKeeper log;
+    alignas(Context) unsigned char memory[sizeof(Context)] = {};
+    const auto* broken = reinterpret_cast<const Context*>(memory);
+    broken->Validate();
+    std::ostringstream address;
+    address << static_cast<const void*>(broken);
+    EXPECT_EQ(log.Take(), Lines{"MX: Context Error: invalid object: cxt=<ptr=" + address.str() + ">"});
+}
+
+}  // namespace
+}  // namespace Metrics::Testing

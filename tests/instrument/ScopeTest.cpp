@@ -1,0 +1,267 @@
+#include "metrics/Scope.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <optional>
+#include <thread>
+
+#include "metrics/Context.h"
+#include "metrics/Instrument.h"
+#include "metrics/MetricsPlugin.h"
+#include "tests/support/RunningTest.h"
+
+namespace Metrics::Testing {
+
+// In DisabledMarks.cpp, where marks are compiled away.
+int RunDisabledMarks();
+
+namespace {
+
+// On a context that has identified itself already.
+class ScopeTest : public RunningTest {
+  protected:
+    ScopeTest() {
+        context_.emplace(0, Context::Create(true));
+        context_->OpenScope();
+        Recorded().Take();
+    }
+    Context& Current() { return *context_; }
+
+  private:
+    std::optional<Context> context_;
+};
+
+TEST_F(ScopeTest, OpensOnceAndClosesOnce) {
+    Scope scope;
+    EXPECT_TRUE(scope.Open("work", nullptr, 0));
+    EXPECT_FALSE(scope.Open("again", nullptr, 0));
+    scope.Close();
+    scope.Close();
+    EXPECT_EQ(TakeLines(), (Lines{"6 work", "7 work"}));
+}
+
+TEST_F(ScopeTest, AllItsEventsRepeatTheHeaderOfTheOpening) {
+    Scope scope("work");
+    scope.Emit("rows", 3);
+    scope.Close();
+    EXPECT_FALSE(scope.Emit("late", 3));
+    EXPECT_TRUE(scope.Open("again", nullptr, 0));
+    scope.Close();
+    const auto events = Recorded().Take();
+    EXPECT_EQ(Recorder::ToLines(events), (Lines{"6 work", "10 rows=3", "7 work", "6 again", "7 again"}));
+    for (const MetricsEvent& event : events) {
+        EXPECT_EQ(event.SequenceNumber(), events[0].SequenceNumber());
+        EXPECT_EQ(event.timestamp, events[0].timestamp);
+        EXPECT_EQ(event.contextId, events[0].contextId);
+        EXPECT_EQ(event.param2,
+                  event.Type() == MetricsEventType::ScopeValue ? MetricsValue(3) : MetricsValue());
+    }
+}
+
+TEST_F(ScopeTest, NeedsAnEnabledContext) {
+    Current().Enable(false);
+    Scope disabled("disabled");
+    EXPECT_FALSE(disabled.IsOpen());
+    Current().Enable(true);
+    EXPECT_TRUE(disabled.Open("enabled", nullptr, 0));
+    disabled.Close();
+    Current().DetachFromThread();
+    Scope none("none");
+    EXPECT_FALSE(none.Open("none", nullptr, 0));
+    EXPECT_EQ(TakeLines(), (Lines{"6 enabled", "7 enabled"}));
+}
+
+TEST_F(ScopeTest, GateBitsDecide) {
+    struct Case {
+        unsigned long long bits, mask;
+        bool opens;
+    };
+    constexpr Case kCases[] = {
+        {0, 0, true},
+        {0x40000, 0xFFF, false},
+        {0x40000, 0x40000, true},
+        {0x100000, 0, true},
+        {0xFFFFFF, 0xFFF, false},  // bit 18 is among them
+        {0xFFFBFFFF & ~0xF0000000ULL & ~0x11000ULL, 0, true},
+        {1ULL << 28, 1ULL << 29, false},
+        {1ULL << 63 | 1ULL << 28, 1ULL << 63, true},
+    };
+    for (const Case& gate : kCases) {
+        Manager().SetBitsAbsolute(gate.mask, false);
+        const Scope scope("gated", gate.bits);
+        EXPECT_EQ(scope.IsOpen(), gate.opens) << std::hex << gate.bits << " under " << gate.mask;
+        EXPECT_EQ(Scope().EmitAttribute("key", 1, gate.bits), gate.opens);
+    }
+}
+
+TEST_F(ScopeTest, AttributesAreCopiedAndEmptyOnesLeftOut) {
+    std::string borrowed = "text";
+    Scope scope("work");
+    EXPECT_TRUE(scope.EmitAttribute("ref", MetricsValue::Ref(borrowed.c_str())));
+    EXPECT_TRUE(scope.EmitAttribute("wide", MetricsValue::Ref(L"w\u00e9")));
+    EXPECT_TRUE(scope.EmitAttribute("empty", ""));
+    EXPECT_TRUE(scope.EmitAttribute("empty", L""));
+    EXPECT_TRUE(scope.EmitAttribute("number", 7));
+    borrowed = "gone";
+    scope.Close();
+    const auto events = Recorded().Take();
+    EXPECT_EQ(Recorder::ToLines(events),
+              (Lines{"6 work", "11 ref=text", "11 wide=w\xe9", "11 number=7", "7 work"}));
+    EXPECT_EQ(events[1].param2.Kind(), MetricsValueType::String);
+    EXPECT_EQ(events[2].param2.Kind(), MetricsValueType::String);
+}
+
+// --- Measurements
+// ------------------------------------------------------------------------------------------------
+
+const Lines kTime = {"6 time",    "10 clock=~",    "10 elapsed=~", "10 proc=~",  "10 procexcl=~",
+                     "10 user=~", "10 userexcl=~", "10 enter=~",   "10 leave=~", "7 time"};
+
+Lines Joined(std::initializer_list<Lines> parts) {
+    Lines all;
+    for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+TEST_F(ScopeTest, MeasuresTimeThenMemoryAndTellsItsPlaceAtOnce) {
+    Scope scope(MetricsValue("work"), 0x700000);
+    scope.Close();
+    const auto at = Scope(MetricsValue("unplaced"), 0x400000).IsOpen();
+    EXPECT_TRUE(at);
+    Scope placed;
+    placed.Open("placed", "file.cpp", 12);
+    placed.Close();
+    Manager().SetBits(0x400000, false);
+    placed.Open("selected by the mask", "file.cpp", 12);
+    placed.Close();
+    Lines lines = TakeLines();
+    for (std::string& line : lines) {
+        for (const char* key : {"10 start=", "10 end=", "10 delta="}) {
+            if (line.compare(0, std::string(key).size(), key) == 0) line = key;
+        }
+    }
+    const Lines memory = {"6 mem", "10 clock=~", "10 ts=~", "10 start=", "10 end=", "10 delta=", "7 mem"};
+    EXPECT_EQ(lines,
+              Joined({{"6 work"},
+                      kTime,
+                      memory,
+                      {"7 work", "6 unplaced", "7 unplaced", "6 placed", "7 placed", "6 selected by the mask",
+                       "6 loc", "10 func=file.cpp", "10 line=12", "7 loc", "7 selected by the mask"}}));
+}
+
+TEST_F(ScopeTest, FiguresAreThoseOfTheScope) {
+    Scope outer(MetricsValue("outer"), Scope::kElapsedTime);
+    {
+        Scope inner(MetricsValue("inner"), Scope::kElapsedTime | Scope::kMemory);
+        const std::clock_t end = std::clock() + CLOCKS_PER_SEC / 10;  // some systems count in steps of 16 ms
+        while (std::clock() < end) {
+        }
+    }
+    outer.Close();
+    std::vector<double> times;
+    std::vector<std::int64_t> bytes;
+    for (const MetricsEvent& event : Recorded().Take()) {
+        if (event.param2.Kind() == MetricsValueType::Double) times.push_back(event.param2.AsDouble());
+        const std::string key = event.param1.ToString(0);
+        if (key == "start" || key == "end" || key == "delta") bytes.push_back(event.param2.AsInt64());
+    }
+    // Inner: clock elapsed proc procexcl user userexcl; clock of the memory; outer the same six.
+    ASSERT_EQ(times.size(), 13U);
+    EXPECT_GT(times[1], 0.0);
+    EXPECT_GT(times[2], 0.0);
+    EXPECT_DOUBLE_EQ(times[2], times[3]);
+    EXPECT_LE(times[4], times[2] + 0.01);
+    EXPECT_LE(times[7], times[0]) << "the outer scope began first";
+    EXPECT_GE(times[8], times[1]);
+    EXPECT_GE(times[9], times[2]);
+    EXPECT_NEAR(times[10], times[9] - times[2], 1e-9) << "exclusive is without the inner scope";
+    ASSERT_EQ(bytes.size(), 3U);
+    EXPECT_EQ(bytes[2], bytes[1] - bytes[0]);
+}
+
+TEST_F(ScopeTest, ScopesMayCloseInAnyOrderAndAfterTheirContext) {
+    auto context = std::make_unique<Context>(0, Context::Create(true));
+    Scope outer(MetricsValue("outer"), Scope::kElapsedTime);
+    Scope inner(MetricsValue("inner"), Scope::kElapsedTime);
+    EXPECT_EQ(Scope::Innermost(), &inner);
+    outer.Close();
+    context.reset();
+    EXPECT_EQ(Scope::Innermost(), &inner);
+    inner.Close();
+    EXPECT_EQ(Scope::Innermost(), nullptr);
+    const Lines lines = Recorded().TakeLinesWithContext();
+    EXPECT_EQ(lines.back(), "@2 7 inner");
+}
+
+TEST_F(ScopeTest, AScopeThatClosesElsewhereLeavesNothingBehind) {
+    auto outer = std::make_unique<Scope>("outer");
+    auto inner = std::make_unique<Scope>(MetricsValue("inner"), Scope::kElapsedTime);
+    std::thread([&] {
+        METRICS_SCOPE("other");
+        inner.reset();
+        METRICS_VALUE("unreached", 0);
+    }).join();
+    METRICS_VALUE("here", 1);
+    EXPECT_EQ(Scope::Innermost(), outer.get());
+    std::thread([&] { outer.reset(); }).join();
+    METRICS_VALUE("nowhere", 1);
+    EXPECT_EQ(Scope::Innermost(), nullptr);
+    Scope next("next");
+    EXPECT_EQ(Scope::Innermost(), &next);
+    next.Close();
+    const Lines lines = TakeLines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "7 inner"), 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "10 here=1"), 1);
+}
+
+TEST_F(ScopeTest, AScopeOutlivesTheThreadThatOpenedIt) {
+    std::unique_ptr<Scope> scope;
+    std::unique_ptr<Scope> unopened = std::make_unique<Scope>(MetricsValue("held back"), 0x40000);
+    std::thread([&] {
+        Context context(0, Context::Create(true));
+        scope = std::make_unique<Scope>(MetricsValue("left"), Scope::kElapsedTime);
+    }).join();
+    scope->Close();
+    EXPECT_FALSE(scope->Open("again", nullptr, 0)) << "what it was opened on is gone";
+    EXPECT_EQ(Recorded().TakeLinesWithContext().back(), "@2 7 left");
+}
+
+// --- One line each
+// -----------------------------------------------------------------------------------------------
+
+TEST_F(ScopeTest, MacrosMark) {
+    int made = 0;
+    const auto name = [&made] {
+        ++made;
+        return std::string("named");
+    };
+    {
+        METRICS_SCOPE("literal");
+        METRICS_VALUE("rows", 2 + 1);
+        METRICS_SCOPE_NAMED(name());
+        METRICS_VALUE("rows", 4);
+    }
+    METRICS_VALUE("nowhere", ++made);
+    {
+        METRICS_SCOPE("held back", 0x40000);
+        METRICS_SCOPE("placed", Scope::kLocation);
+    }
+    EXPECT_EQ(made, 1);
+    Lines lines = TakeLines();
+    for (std::string& line : lines) {
+        if (line.compare(0, 8, "10 func=") == 0) line = line.substr(line.rfind('/') + 1);
+        if (line.compare(0, 8, "10 line=") == 0) line.resize(8);
+    }
+    EXPECT_EQ(lines, (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal",
+                            "6 placed", "6 loc", "ScopeTest.cpp", "10 line=", "7 loc", "7 placed"}));
+}
+
+TEST_F(ScopeTest, DisabledMacrosAreNothing) {
+    EXPECT_EQ(RunDisabledMarks(), 0);
+    MetricsPlugin::EmitEvent(nullptr, 1, nullptr);
+    EXPECT_EQ(TakeLines(), Lines{});
+}
+
+}  // namespace
+}  // namespace Metrics::Testing
