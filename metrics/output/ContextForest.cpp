@@ -1,0 +1,112 @@
+#include "metrics/output/ContextForest.h"
+
+#include "metrics/output/EventKind.h"
+
+namespace Metrics::detail {
+
+ContextRecord* ContextForest::LookUp(std::uint64_t id) {
+    const auto found = records_.find(id);
+    if (found == records_.end()) return nullptr;
+    return Remembered(id) = &found->second;
+}
+
+ContextRecord& ContextForest::FindOrAdd(std::uint64_t id) {
+    if (ContextRecord* known = Find(id)) return *known;
+    ContextRecord& record = records_.try_emplace(id, id, blocks_).first->second;
+    strangers_.push_back(record);
+    ++strange_;
+    return *(Remembered(id) = &record);
+}
+
+RootRecord* ContextForest::FindRoot(std::uint64_t id) {
+    const auto found = roots_.find(id);
+    return found == roots_.end() ? nullptr : &found->second;
+}
+
+RootRecord* ContextForest::AddRoot(std::uint64_t id) {
+    ContextRecord& record = FindOrAdd(id);
+    if (record.root != nullptr) return nullptr;
+    RootRecord& root = roots_.try_emplace(id, id).first->second;
+    Adopt(record, root);
+    record.inChain = true;
+    root.current = &record;
+    return &root;
+}
+
+void ContextForest::Announce(ContextRecord& parent, std::uint64_t child) {
+    ContextRecord& record = FindOrAdd(child);
+    if (record.root == nullptr && parent.root != nullptr) Adopt(record, *parent.root);
+}
+
+// Takes a stranger into a tree, with the strangers that were announced in what it holds.
+void ContextForest::Adopt(ContextRecord& record, RootRecord& root) {
+    std::vector<ContextRecord*> joining = {&record};
+    while (!joining.empty()) {
+        ContextRecord& one = *joining.back();
+        joining.pop_back();
+        if (one.root != nullptr) continue;
+        one.waiting.ForEach([&](const MetricsEvent& event) {
+            if (!CreatesChild(event)) return;
+            if (ContextRecord* child = Find(CreatedContext(event))) joining.push_back(child);
+        });
+        one.unlink();
+        root.records.push_back(one);
+        one.root = &root;
+        root.waiting += one.waiting.Size();
+        strange_ -= 1 + one.waiting.Size();
+    }
+}
+
+void ContextForest::Hold(ContextRecord& record, const MetricsEvent& event) {
+    record.waiting.Push(event);
+    if (record.root != nullptr) {
+        ++record.root->waiting;
+    } else {
+        ++strange_;
+        ForgetOldStrangers();
+    }
+}
+
+void ContextForest::PopFront(ContextRecord& record) noexcept {
+    record.waiting.Pop();
+    --record.root->waiting;
+}
+
+void ContextForest::ForgetOldStrangers() {
+    while (strange_ > kMostStrange) Bury(strangers_.front());
+}
+
+void ContextForest::Bury(ContextRecord& record) noexcept {
+    if (record.root != nullptr) {
+        record.root->waiting -= record.waiting.Size();
+        if (record.root->current == &record) record.root->current = nullptr;
+    } else {
+        strange_ -= 1 + record.waiting.Size();
+    }
+    if (ContextRecord*& remembered = Remembered(record.id); remembered == &record) remembered = nullptr;
+    records_.erase(record.id);
+}
+
+void ContextForest::Erase(ContextRecord& record) {
+    std::vector<std::uint64_t> announced;
+    RootRecord* root = record.root;
+    ContextRecord* dying = &record;
+    for (;;) {
+        dying->waiting.ForEach([&](const MetricsEvent& event) {
+            if (CreatesChild(event)) announced.push_back(CreatedContext(event));
+        });
+        Bury(*dying);
+        do {
+            if (announced.empty()) return;
+            dying = Find(announced.back());
+            announced.pop_back();
+        } while (dying == nullptr || dying->root != root || dying->inChain);
+    }
+}
+
+void ContextForest::RemoveRoot(RootRecord& root) {
+    while (!root.records.empty()) Bury(root.records.front());
+    roots_.erase(root.id);
+}
+
+}  // namespace Metrics::detail

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <new>
+
+#include "metrics/MetricsEvent.h"
+
+namespace Metrics::detail {
+
+// Blocks of room for events, kept for reuse so that queues which fill and empty all the time allocate
+// nothing.
+class EventBlocks {
+  public:
+    static constexpr std::size_t kEvents = 16;
+
+    struct Block {
+        Block* next = nullptr;
+        alignas(MetricsEvent) std::byte room[kEvents * sizeof(MetricsEvent)];
+
+        MetricsEvent* At(std::size_t index) {
+            return std::launder(reinterpret_cast<MetricsEvent*>(room + index * sizeof(MetricsEvent)));
+        }
+    };
+
+    EventBlocks() = default;
+    ~EventBlocks();
+    EventBlocks(const EventBlocks&) = delete;
+    EventBlocks& operator=(const EventBlocks&) = delete;
+
+    Block* Take();
+    void GiveBack(Block* block) noexcept;
+
+  private:
+    static constexpr std::size_t kMostKept = 8192;  // 8 MB; a larger peak goes back to the system
+
+    Block* free_ = nullptr;
+    std::size_t kept_ = 0;
+};
+
+// Events in order of arrival. An empty one owns no block.
+class EventFifo {
+  public:
+    explicit EventFifo(EventBlocks& blocks) : blocks_(&blocks) {}
+    ~EventFifo() { Clear(); }
+    EventFifo(const EventFifo&) = delete;
+    EventFifo& operator=(const EventFifo&) = delete;
+
+    bool Empty() const { return size_ == 0; }
+    std::size_t Size() const { return size_; }
+    MetricsEvent& Front() { return *head_->At(first_); }
+
+    void Push(const MetricsEvent& event) {
+        const std::size_t index = (first_ + size_) % EventBlocks::kEvents;
+        if (index == 0) return PushInNewBlock(event);
+        std::construct_at(tail_->At(index), event);
+        ++size_;
+    }
+    void Pop() noexcept {
+        std::destroy_at(head_->At(first_));
+        --size_;
+        if (++first_ == EventBlocks::kEvents || size_ == 0) GiveBackHead();
+    }
+    void Clear() noexcept {
+        while (!Empty()) Pop();
+    }
+
+    template <class Visit>
+    void ForEach(Visit visit) const {
+        EventBlocks::Block* block = head_;
+        std::size_t index = first_;
+        for (std::size_t left = size_; left != 0; --left) {
+            visit(*block->At(index));
+            if (++index == EventBlocks::kEvents) {
+                block = block->next;
+                index = 0;
+            }
+        }
+    }
+
+  private:
+    void PushInNewBlock(const MetricsEvent& event);
+    void GiveBackHead() noexcept;
+
+    EventBlocks* blocks_;
+    EventBlocks::Block* head_ = nullptr;
+    EventBlocks::Block* tail_ = nullptr;
+    std::size_t first_ = 0;  // of the events in `head_`
+    std::size_t size_ = 0;
+};
+
+}  // namespace Metrics::detail

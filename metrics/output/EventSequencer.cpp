@@ -1,0 +1,178 @@
+#include "metrics/output/EventSequencer.h"
+
+namespace Metrics::detail {
+
+ContextRecord* EventSequencer::FindOrAdd(std::uint64_t id) {
+    if (id != 0) return &forest_.FindOrAdd(id);
+    return mode_ == Mode::LowestRoot ? &rootless_ : nullptr;
+}
+
+EventSequencer::Admission EventSequencer::AdmitLifecycle(const MetricsEvent& event) {
+    switch (event.Type()) {
+        case MetricsEventType::ContextCreate: return AdmitCreation(event);
+        case MetricsEventType::ContextConstruct: {
+            ContextRecord* record = FindOrAdd(ContextOf(event));
+            if (record == nullptr) return {};
+            record->open = true;
+            record->openScopes = 0;
+            record->component = event.ComponentId();
+            return {record, nullptr};
+        }
+        default: {
+            ContextRecord* record = Find(ContextOf(event));
+            if (record == nullptr || !record->open) return {};
+            if (event.Type() == MetricsEventType::ContextClose) record->open = false;
+            return {record, nullptr};
+        }
+    }
+}
+
+// Accepted whether or not the context that it stands in is open.
+EventSequencer::Admission EventSequencer::AdmitCreation(const MetricsEvent& event) {
+    Admission admission;
+    const std::uint64_t created = CreatedContext(event);
+    if (created != 0 && CreatesRoot(event)) admission.newRoot = forest_.AddRoot(created);
+    admission.record = FindOrAdd(ContextOf(event));
+    if (created != 0 && CreatesChild(event) && admission.record != nullptr && admission.record != &rootless_)
+        forest_.Announce(*admission.record, created);
+    return admission;
+}
+
+void EventSequencer::Hold(ContextRecord& record, const MetricsEvent& event) {
+    if (&record == &rootless_)
+        rootless_.waiting.Push(event);
+    else
+        forest_.Hold(record, event);
+}
+
+RootRecord* EventSequencer::Release(RootRecord& root, MetricsEvent* taken) {
+    MetricsEvent& front = root.current->waiting.Front();
+    const Effect effect = EffectOf(front);
+    if (taken != nullptr) *taken = std::move(front);
+    forest_.PopFront(*root.current);
+    return Settle(root, effect);
+}
+
+RootRecord* EventSequencer::Settle(RootRecord& root, const Effect& effect) {
+    if (mode_ == Mode::LowestRoot) begun_ = &root;
+    switch (effect.type) {
+        case MetricsEventType::ContextCreate:
+            if (effect.child != 0) Descend(root, effect.child);
+            return &root;
+        case MetricsEventType::ContextClose:
+        case MetricsEventType::DemuxSynthesized: return Ascend(root);
+        case MetricsEventType::ScopeOpen:
+            if (root.current->open) ++root.current->openScopes;
+            return &root;
+        case MetricsEventType::ScopeClose:
+            if (root.current->open) --root.current->openScopes;
+            return &root;
+        default: return &root;
+    }
+}
+
+ContextRecord* EventSequencer::FindInTree(const RootRecord& root, std::uint64_t id) {
+    ContextRecord* record = forest_.Find(id);
+    return record != nullptr && record->root == &root ? record : nullptr;
+}
+
+void EventSequencer::Descend(RootRecord& root, std::uint64_t child) {
+    root.chain.push_back(child);
+    root.current = FindInTree(root, child);
+    if (root.current != nullptr) root.current->inChain = true;
+}
+
+RootRecord* EventSequencer::Ascend(RootRecord& root) {
+    if (root.current != nullptr) forest_.Erase(*root.current);
+    root.chain.pop_back();
+    if (root.chain.empty()) {
+        Drop(root);
+        return nullptr;
+    }
+    root.current = FindInTree(root, root.chain.back());
+    return &root;
+}
+
+void EventSequencer::Drop(RootRecord& root) {
+    if (begun_ == &root) begun_ = nullptr;
+    forest_.RemoveRoot(root);
+}
+
+RootRecord* EventSequencer::ChooseServed() {
+    if (RootlessWaiting() > kMostRootless) flushesRootless_ = true;
+    return flushesRootless_ ? nullptr : forest_.LowestRoot();
+}
+
+void EventSequencer::AnnounceRoots(const MetricsEvent* first, const MetricsEvent* last) {
+    for (; first != last; ++first)
+        if (CreatesRoot(*first) && CreatedContext(*first) != 0) forest_.AddRoot(CreatedContext(*first));
+}
+
+const MetricsEvent* EventSequencer::Force(RootRecord*& root) {
+    while (root != nullptr) {
+        ContextRecord* current = root->current;
+        if (current != nullptr && !current->waiting.Empty()) return &current->waiting.Front();
+        if (!MayForce(*root)) return nullptr;
+        if (current != nullptr && current->open)
+            CloseByForce(*current);
+        else if (root->chain.size() > 1 || forcing_.final)
+            root = Ascend(*root);  // announced and never constructed: there is nothing to close
+        else
+            return nullptr;
+    }
+    return nullptr;
+}
+
+bool EventSequencer::MayForce(const RootRecord& root) {
+    if (forcing_.final) return true;
+    // In LowestRoot it is always root 0 that is asked for, and that never is open.
+    if (mode_ == Mode::LowestRoot) return forcing_.rootId == 0;
+    if (forcing_.rootId != 0 && forcing_.rootId != root.id) return false;
+    if (root.chain.back() == root.id) return false;
+    const ContextRecord* itself = FindInTree(root, root.id);
+    return itself == nullptr || !itself->open;
+}
+
+void EventSequencer::CloseByForce(ContextRecord& current) {
+    const Opaque64 header(MetricsEvent::PackHeader(MetricsEventType::DemuxSynthesized, current.component, 0));
+    forest_.Hold(current,
+                 MetricsEvent(header, current.id, MetricsValue::FromCurrentTime(), current.openScopes, 0));
+    current.open = false;
+}
+
+const MetricsEvent* EventSequencer::NextRootless() {
+    const bool itsTurn = flushesRootless_ || forest_.LowestRoot() == nullptr;
+    return itsTurn && !rootless_.waiting.Empty() ? &rootless_.waiting.Front() : nullptr;
+}
+
+void EventSequencer::ReleaseRootless(MetricsEvent* taken) {
+    if (taken != nullptr) *taken = std::move(rootless_.waiting.Front());
+    rootless_.waiting.Pop();
+    if (rootless_.waiting.Empty()) flushesRootless_ = false;
+}
+
+bool EventSequencer::Take(std::uint64_t rootId, MetricsEvent& event) {
+    if (mode_ == Mode::RequestedRoot) {
+        RootRecord* root = FindRoot(rootId);
+        if (Next(root) == nullptr) return false;
+        Release(*root, &event);
+        return true;
+    }
+    while (RootRecord* root = Served()) {
+        if (Next(root) != nullptr) {
+            Release(*root, &event);
+            return true;
+        }
+        if (root != nullptr) return false;
+    }
+    if (NextRootless() == nullptr) return false;
+    ReleaseRootless(&event);
+    return true;
+}
+
+bool EventSequencer::IsChild(std::uint64_t id) {
+    const ContextRecord* record = forest_.Find(id);
+    return record != nullptr && record->root != nullptr && record->root->id != id;
+}
+
+}  // namespace Metrics::detail

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "metrics/MetricsDemultiplexer.h"
+#include "metrics/output/ContextForest.h"
+#include "metrics/output/EventKind.h"
+
+namespace Metrics::detail {
+
+// The ordering of events. Whoever drives it admits each event, and then either holds it back, to take it
+// later with Next and Release, or, when MayPass says so, uses it on the spot and tells that with Passed. Both
+// ways give the same order; the second neither copies the event nor looks anything up.
+//
+// The pointers and references it hands out are good until the next call that changes something.
+class EventSequencer {
+  public:
+    using Mode = MetricsDemultiplexer::Mode;
+
+    // Events of context 0 that may wait for a moment without roots.
+    static constexpr std::size_t kMostRootless = 65536;
+
+    struct Forcing {
+        bool on = false;
+        bool final = false;  // nothing can come any more: roots that are still open end here
+        std::uint64_t rootId = 0;
+    };
+
+    struct Admission {
+        ContextRecord* record = nullptr;  // null when the event is dropped
+        RootRecord* newRoot = nullptr;    // the root that the event created
+    };
+
+    explicit EventSequencer(Mode mode) : mode_(mode) {}
+
+    void SetForcing(const Forcing& forcing) { forcing_ = forcing; }
+
+    // Notes what an arriving event says about its context.
+    Admission Admit(const MetricsEvent& event) {
+        if (event.Type() <= MetricsEventType::ContextClose) return AdmitLifecycle(event);
+        ContextRecord* record = Find(ContextOf(event));
+        if (record == nullptr || !record->open) return {};
+        return {record, nullptr};
+    }
+    void Hold(ContextRecord& record, const MetricsEvent& event);
+    // Whether the event just admitted for `record` comes next in the order.
+    bool MayPass(const ContextRecord& record) { return IsNext(record) && IsServed(*record.root); }
+    // A passed event was used. Returns the root, or null when that was its end.
+    RootRecord* Passed(RootRecord& root, const MetricsEvent& event) { return Settle(root, EffectOf(event)); }
+
+    // In LowestRoot: the root whose turn it is; null when it is the turn of context 0.
+    RootRecord* Served() { return begun_ != nullptr ? begun_ : ChooseServed(); }
+    // The root that is being served to its end, if any.
+    const RootRecord* Begun() const { return begun_; }
+    // Makes roots known before their turn to be admitted, so that an earlier choice counts them in.
+    void AnnounceRoots(const MetricsEvent* first, const MetricsEvent* last);
+
+    // The next event of a root, or null when none can be released now; forced closure happens here. `root`
+    // becomes null when it ended without an event.
+    const MetricsEvent* Next(RootRecord*& root) {
+        if (root == nullptr) return nullptr;
+        ContextRecord* current = root->current;
+        if (current != nullptr && !current->waiting.Empty()) return &current->waiting.Front();
+        return forcing_.on ? Force(root) : nullptr;
+    }
+    // Takes the event that Next returned, into `taken` if that is given. Returns the root, or null when that
+    // was its end.
+    RootRecord* Release(RootRecord& root, MetricsEvent* taken = nullptr);
+
+    // The same for context 0, while it is its turn.
+    const MetricsEvent* NextRootless();
+    void ReleaseRootless(MetricsEvent* taken = nullptr);
+    std::size_t RootlessWaiting() const { return rootless_.waiting.Size(); }
+    void DropRootless() { rootless_.waiting.Clear(); }
+
+    // All of the above in one: takes the next event of a root, or of whose turn it is in LowestRoot.
+    bool Take(std::uint64_t rootId, MetricsEvent& event);
+
+    RootRecord* FindRoot(std::uint64_t id) { return forest_.FindRoot(id); }
+    // True when `id` is a known context and not a root.
+    bool IsChild(std::uint64_t id);
+    // Forgets a root and all that is held for it.
+    void Drop(RootRecord& root);
+
+  private:
+    // What an event does to the order once it is released.
+    struct Effect {
+        MetricsEventType type;
+        std::uint64_t child;  // that begins here, or 0
+    };
+
+    static Effect EffectOf(const MetricsEvent& event) {
+        return {event.Type(), CreatesChild(event) ? CreatedContext(event) : 0};
+    }
+    Admission AdmitLifecycle(const MetricsEvent& event);
+    Admission AdmitCreation(const MetricsEvent& event);
+    ContextRecord* Find(std::uint64_t id) { return id != 0 ? forest_.Find(id) : &rootless_; }
+    ContextRecord* FindOrAdd(std::uint64_t id);
+    RootRecord* ChooseServed();
+
+    static bool IsNext(const ContextRecord& record) {
+        return record.root != nullptr && record.root->current == &record && record.waiting.Empty();
+    }
+    bool IsServed(const RootRecord& root) { return mode_ != Mode::LowestRoot || Served() == &root; }
+
+    RootRecord* Settle(RootRecord& root, const Effect& effect);
+    void Descend(RootRecord& root, std::uint64_t child);
+    RootRecord* Ascend(RootRecord& root);
+    ContextRecord* FindInTree(const RootRecord& root, std::uint64_t id);
+
+    const MetricsEvent* Force(RootRecord*& root);
+    bool MayForce(const RootRecord& root);
+    void CloseByForce(ContextRecord& current);
+
+    const Mode mode_;
+    Forcing forcing_;
+    ContextForest forest_;
+    ContextRecord rootless_{0, forest_.Blocks()};  // context 0; only used in LowestRoot
+    bool flushesRootless_ = false;
+    RootRecord* begun_ = nullptr;
+};
+
+}  // namespace Metrics::detail

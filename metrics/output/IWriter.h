@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+
+namespace Metrics {
+
+class MetricsEvent;
+class MetricsValueBuffer;
+
+// Turns the events of one target into bytes. All calls come under the output's lock, on the thread that
+// opened the target or on the manager's worker. What a writer throws is an error of its output.
+class IWriter {
+  public:
+    virtual ~IWriter() = default;
+
+    // Once, when the target has been opened.
+    virtual void Begin() = 0;
+    // For each event of the target, in its final order. Must neither allocate nor write to the stream for
+    // each event, but collect.
+    virtual void Write(const MetricsEvent& event) = 0;
+    // At the end of each batch in which something was written: hands on what was collected.
+    virtual void Flush() = 0;
+    // Once, before the target goes; no Flush follows.
+    virtual void End() = 0;
+
+    // The finished buffer of a writer that fills one.
+    virtual std::shared_ptr<MetricsValueBuffer> Buffer() const { return nullptr; }
+
+  protected:
+    IWriter() = default;
+    IWriter(const IWriter&) = delete;
+    IWriter& operator=(const IWriter&) = delete;
+};
+
+}  // namespace Metrics

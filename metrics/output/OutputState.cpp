@@ -1,0 +1,226 @@
+#include "metrics/output/OutputState.h"
+
+#include <utility>
+
+#include "metrics/output/NullStream.h"
+#include "metrics/output/OutputFile.h"
+#include "metrics/rows/ColumnSpec.h"
+
+namespace Metrics::detail {
+
+namespace {
+
+OutputTarget MakeNullTarget() {
+    OutputTarget target;
+    target.owned = std::make_unique<basic_onullstream<char>>();
+    target.stream = target.owned.get();
+    return target;
+}
+
+}  // namespace
+
+class OutputState::Locked {
+  public:
+    explicit Locked(OutputState& state) : state_(state) { state_.lock_.lock(); }
+    ~Locked() {
+        const auto lines = std::exchange(state_.log_, {});
+        const auto hint = std::exchange(state_.hint_, {});
+        state_.lock_.unlock();
+        for (const std::string& line : lines) state_.core_->Log(line);
+        if (!hint.empty()) state_.core_->LogOnce(Core::NoSuchRoot, hint);
+    }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+  private:
+    OutputState& state_;
+    // A host thread may write too: what opens a target, what closes without a worker.
+    const platform::BrokenPipeGuard guard_;
+};
+
+OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
+    : core_(std::move(core)), mode_(mode), settings_{format, false, {}} {
+    if (format == Format::RawUnordered) return;
+    using Order = EventSequencer::Mode;
+    EventRouter::RootHandler onRoot;
+    if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
+    router_ = std::make_unique<EventRouter>(mode == Mode::Single ? Order::LowestRoot : Order::RequestedRoot,
+                                            targets_, std::move(onRoot),
+                                            [this](std::string line) { log_.push_back(std::move(line)); });
+}
+
+template <class Action>
+void OutputState::Guarded(Action action) noexcept {
+    const Locked locked(*this);
+    try {
+        try {
+            action();
+        } catch (const std::exception& error) {
+            problems_.push_back(error.what());
+        } catch (...) {
+            problems_.push_back("unknown exception");
+        }
+        FinishBatch();
+    } catch (...) {
+        // There is no memory even for the message.
+    }
+}
+
+void OutputState::ProcessBatch(const std::vector<MetricsEvent>& batch) noexcept {
+    Guarded([&] {
+        if (!Writes()) return;
+        if (router_)
+            router_->Route(batch);
+        else
+            targets_.WriteToEach(batch);
+    });
+}
+
+void OutputState::OpenFile(const std::string& name, std::uint64_t contextId) {
+    const Locked locked(*this);
+    streams_.reserve(streams_.size() + 1);
+    OutputTarget& opened = Open(MakeFileTarget(name), contextId);
+    // In Borrowed the file outlives its target; it goes with the output.
+    if (mode_ == Mode::Borrowed) streams_.push_back(std::move(opened.owned));
+    Begin(opened);
+}
+
+OutputTarget OutputState::MakeFileTarget(const std::string& name) {
+    CheckDefinition(settings_);  // before a file of that name is replaced
+    OutputTarget target;
+    target.name = name;
+    target.owned = OpenOutputFile(name);
+    target.stream = target.owned.get();
+    return target;
+}
+
+void OutputState::OpenStream(std::ostream* stream, std::uint64_t contextId) {
+    const Locked locked(*this);
+    OutputTarget target;
+    target.stream = stream;
+    OutputTarget& opened = Open(std::move(target), contextId);
+    if (mode_ != Mode::Borrowed) opened.owned.reset(stream);  // only now: a failure leaves it to the caller
+    Begin(opened);
+}
+
+OutputTarget& OutputState::Open(OutputTarget target, std::uint64_t contextId) {
+    target.writer =
+        MakeWriter(settings_, target.stream, mode_ == Mode::Borrowed ? std::string() : target.name);
+    return targets_.Open(contextId, std::move(target));
+}
+
+void OutputState::Begin(OutputTarget& target) {
+    const std::uint64_t contextId = target.audience->contextId;
+    if (!Writes()) return CloseAll();
+    if (router_ && mode_ != Mode::Single && router_->IsChild(contextId))
+        hint_ = "MetricsOutput: context " + std::to_string(contextId) +
+                " is not a root, so nothing is written for it; it is part of its root's output";
+    if (router_) router_->Attach(*target.audience);
+    FinishBatch();
+}
+
+void OutputState::OpenForRoot(std::uint64_t rootId) {
+    if (!problems_.empty()) return;  // the output is about to stop
+    try {
+        OutputTarget target =
+            wildcard_.empty() ? MakeNullTarget() : MakeFileTarget(WildcardName(wildcard_, rootId));
+        router_->Attach(*Open(std::move(target), rootId).audience);
+    } catch (const OpenFailure& failure) {
+        problems_.push_back(failure.Details());
+    } catch (const std::exception& error) {
+        problems_.push_back(error.what());
+    }
+}
+
+void OutputState::SetWildcard(const std::string& pattern) {
+    const Locked locked(*this);
+    wildcard_ = pattern;
+}
+
+void OutputState::SetRowDefinition(const std::string& definition) {
+    const Locked locked(*this);
+    settings_.rowDefinition = SplitDefinition(definition);
+}
+
+void OutputState::MuteVolatileData() {
+    const Locked locked(*this);
+    settings_.mute = true;
+    if (router_) router_->MuteVolatileData();
+}
+
+void OutputState::Drain(std::uint64_t contextId) noexcept {
+    Guarded([&] {
+        if (router_) router_->Drain({.on = true, .rootId = contextId});
+    });
+}
+
+void OutputState::CloseDown() noexcept {
+    Guarded([&] {
+        if (closed_) return;
+        StopRouting();
+        CloseAll();
+    });
+    closed_ = true;
+}
+
+void OutputState::ReleaseStreams() noexcept {
+    const Locked locked(*this);
+    streams_.clear();
+}
+
+// Nothing can come any more: what was held back goes out as it is.
+void OutputState::StopRouting() {
+    const auto router = std::move(router_);
+    if (router) router->Drain({.on = true, .final = true});
+}
+
+void OutputState::CloseAll() {
+    targets_.Flush();
+    targets_.MarkAll();
+    CloseMarked();
+}
+
+void OutputState::CloseMarked() {
+    for (ClosedTarget& closed : targets_.CloseMarked()) {
+        if (closed.buffer) buffers_[closed.contextId] = std::move(closed.buffer);
+        if (closed.wasLast && router_) router_->Detach(closed.contextId);
+    }
+}
+
+void OutputState::FinishBatch() {
+    targets_.Flush();
+    CloseMarked();
+    for (std::string& problem : targets_.TakeProblems()) problems_.push_back(std::move(problem));
+    for (std::string& problem : std::exchange(problems_, {})) AddError(std::move(problem));
+}
+
+void OutputState::AddError(std::string message) {
+    errors_.push_back(std::move(message));
+    StopRouting();
+    CloseAll();
+    for (std::string& problem : targets_.TakeProblems()) errors_.push_back(std::move(problem));
+}
+
+void OutputState::SetError(const std::string& message) {
+    const Locked locked(*this);
+    AddError(message);
+}
+
+std::vector<std::string> OutputState::Errors() const {
+    const std::lock_guard lock(lock_);
+    return errors_;
+}
+
+std::shared_ptr<MetricsValueBuffer> OutputState::FindBuffer(std::uint64_t contextId) const {
+    const std::lock_guard lock(lock_);
+    const auto found = buffers_.find(contextId);
+    return found == buffers_.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<MetricsValueBuffer> OutputState::TakeBuffer(std::uint64_t contextId) {
+    const std::lock_guard lock(lock_);
+    const auto node = buffers_.extract(contextId);
+    return node.empty() ? nullptr : node.mapped();
+}
+
+}  // namespace Metrics::detail

@@ -1,0 +1,141 @@
+#include "metrics/output/TargetList.h"
+
+#include <algorithm>
+#include <exception>
+#include <fstream>
+
+namespace Metrics::detail {
+
+namespace {
+
+bool OpenedBefore(const OutputTarget* a, const OutputTarget* b) {
+    return a->number < b->number;
+}
+
+// Where contexts share a stream, each one's lines of a batch stay together.
+bool HandsOverBefore(const OutputTarget* a, const OutputTarget* b) {
+    if (a->audience->contextId != b->audience->contextId)
+        return a->audience->contextId < b->audience->contextId;
+    return OpenedBefore(a, b);
+}
+
+}  // namespace
+
+template <class Action>
+void TargetList::Try(OutputTarget& target, Action action) {
+    try {
+        action();
+    } catch (const std::exception& error) {
+        Fail(target, error.what());
+    } catch (...) {
+        Fail(target, "unknown exception");
+    }
+}
+
+void TargetList::Fail(OutputTarget& target, const char* reason) {
+    if (target.failed) return;
+    target.failed = true;
+    const std::string destination =
+        target.name.empty() ? "context " + std::to_string(target.audience->contextId) : target.name;
+    problems_.push_back("failed to write to " + destination + ": " + reason);
+}
+
+void TargetList::CheckStream(OutputTarget& target) {
+    if (target.stream != nullptr && !*target.stream) Fail(target, "the stream failed");
+}
+
+OutputTarget& TargetList::Open(std::uint64_t contextId, OutputTarget target) {
+    target.writer->Begin();
+    const auto added = targets_.emplace(lastNumber_ + 1, std::move(target)).first;
+    try {
+        Audience& audience = AudienceFor(contextId);
+        audience.targets.push_back(&added->second);
+        added->second.audience = &audience;
+    } catch (...) {
+        targets_.erase(added);
+        throw;
+    }
+    added->second.number = ++lastNumber_;
+    CheckStream(added->second);
+    return added->second;
+}
+
+// With room for one more target, so that a new audience never stays empty.
+Audience& TargetList::AudienceFor(std::uint64_t contextId) {
+    if (const auto known = audiences_.find(contextId); known != audiences_.end()) return known->second;
+    Audience audience{contextId, {}};
+    audience.targets.reserve(1);
+    return audiences_.emplace(contextId, std::move(audience)).first->second;
+}
+
+void TargetList::Write(OutputTarget& target, const MetricsEvent& event) {
+    if (target.failed) return;
+    Try(target, [&] {
+        if (!target.touched) {
+            touched_.push_back(&target);
+            target.touched = true;
+        }
+        target.writer->Write(event);
+    });
+}
+
+void TargetList::WriteToEach(const std::vector<MetricsEvent>& events) {
+    for (auto& [number, target] : targets_)
+        for (const MetricsEvent& event : events) Write(target, event);
+}
+
+void TargetList::Flush() {
+    std::sort(touched_.begin(), touched_.end(), HandsOverBefore);
+    for (OutputTarget* target : touched_) {
+        target->touched = false;
+        if (target->failed) continue;
+        Try(*target, [&] { target->writer->Flush(); });
+        CheckStream(*target);
+    }
+    touched_.clear();
+}
+
+void TargetList::Mark(Audience& audience) {
+    for (OutputTarget* target : audience.targets) {
+        if (target->marked) continue;
+        marked_.push_back(target);
+        target->marked = true;
+    }
+}
+
+void TargetList::MarkAll() {
+    for (auto& [contextId, audience] : audiences_) Mark(audience);
+}
+
+std::vector<ClosedTarget> TargetList::CloseMarked() {
+    std::vector<ClosedTarget> closed;
+    std::sort(marked_.begin(), marked_.end(), OpenedBefore);
+    for (OutputTarget* target : marked_) closed.push_back(Close(*target));
+    marked_.clear();
+    return closed;
+}
+
+ClosedTarget TargetList::Close(OutputTarget& target) {
+    if (!target.failed) {
+        Try(target, [&] { target.writer->End(); });
+        CheckStream(target);
+        CloseFile(target);
+    }
+    Audience& audience = *target.audience;
+    std::erase(audience.targets, &target);
+    ClosedTarget closed{audience.contextId, audience.targets.empty(), target.writer->Buffer()};
+    if (closed.wasLast) audiences_.erase(closed.contextId);
+    std::erase(touched_, &target);
+    targets_.erase(target.number);
+    return closed;
+}
+
+// The last chance to hear of what the system could not write.
+void TargetList::CloseFile(OutputTarget& target) {
+    auto* file = dynamic_cast<std::ofstream*>(target.owned.get());
+    if (file == nullptr) return;
+    Try(target, [&] { file->close(); });
+    CheckStream(target);
+}
+
+}  // namespace Metrics::detail

@@ -1,0 +1,121 @@
+// What an output does when something fails.
+#include <stdexcept>
+
+#include "metrics/Session.h"
+#include "tests/output/OutputFixture.h"
+
+namespace Metrics {
+namespace {
+
+using namespace Testing;
+
+using OutputErrors = OutputTest;
+
+const std::vector<MetricsEvent> kLife = {Create(0, 1), Construct(0, 1), OpenScope(1, "a"), CloseScope(1, "a"),
+                                         Close(1)};
+
+TEST_F(OutputErrors, RefusesModesAndFormatsThatDoNotExist) {
+    EXPECT_THROW(MetricsOutput(Mode::Single, static_cast<Format>(6)), std::invalid_argument);
+    EXPECT_THROW(MetricsOutput(static_cast<Mode>(3), Format::Raw), std::invalid_argument);
+}
+
+TEST_F(OutputErrors, WhatCannotBeOpenedReachesTheCallerAndLeavesNothing) {
+    for (const Mode mode : {Mode::Borrowed, Mode::Single, Mode::PerContext}) {
+        Output output(mode, Format::Xml);
+        try {
+            output.OpenFile(Path("no/such/folder"), 1);
+            FAIL();
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "failed to open file");
+        }
+        EXPECT_THROW(output.OpenStream(nullptr, 1), std::runtime_error);
+        output.Put(kLife);
+        EXPECT_EQ(output.Errors(), Briefs());
+    }
+}
+
+TEST_F(OutputErrors, OnTheWorkerItIsRecordedWithTheNameAndTheOthersGoOn) {
+    Output output(Mode::PerContext, Format::Xml);
+    auto* other = new std::ostringstream;
+    std::string written;
+    output.OpenStream(other, 1);
+    output.SetWildcard(Path("no/such/folder-*"));
+    output.Put(
+        {Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(0, 2), Construct(0, 2), Create(0, 3)});
+    EXPECT_EQ(output.Errors(), Briefs({"failed to open file: " + Path("no/such/folder-2")}));
+    output.Put({Create(0, 4)});
+    EXPECT_EQ(output.Errors().size(), 1U);
+}
+
+// A stream that takes so many bytes and then fails, by its state or with an exception.
+class FailingBuffer : public std::stringbuf {
+  public:
+    explicit FailingBuffer(std::streamsize room) : room_(room) {}
+
+  protected:
+    std::streamsize xsputn(const char* text, std::streamsize count) override {
+        if (count > room_) return 0;
+        room_ -= count;
+        return std::stringbuf::xsputn(text, count);
+    }
+
+  private:
+    std::streamsize room_;
+};
+
+TEST_F(OutputErrors, AStreamThatFailsEndsItsOutputButTheOtherTargetsAreWritten) {
+    for (const bool throws : {false, true}) {
+        FailingBuffer buffer(5);
+        std::ostream failing(&buffer);
+        if (throws) failing.exceptions(std::ios::badbit | std::ios::failbit);
+        Output output(Mode::Borrowed, Format::Xml);
+        output.OpenStream(&failing, 1);
+        const std::ostringstream& good = output.Listen(2);
+        output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(0, 2), Construct(0, 2),
+                    OpenScope(2, "b")});
+        EXPECT_EQ(output.Errors(), Briefs());
+        output.Put({CloseScope(1, "a"), OpenScope(2, "c"), Create(2, 3), CloseScope(2, "c")});
+        ASSERT_EQ(output.Errors().size(), 1U);
+        EXPECT_TRUE(output.Errors()[0].starts_with("failed to write to context 1")) << output.Errors()[0];
+        EXPECT_EQ(good.str(),
+                  "<b>\n  <c>\n  </c>\n  <ForceCloseContextDepth>1</ForceCloseContextDepth>\n</b>\n");
+    }
+}
+
+TEST_F(OutputErrors, AFullDiskIsAnErrorThatNamesTheFile) {
+    std::ofstream full("/dev/full");
+    if (!full) GTEST_SKIP() << "this system has no full device";
+    for (const Format format : {Format::Raw, Format::Xml, Format::RawUnordered}) {
+        Output output(Mode::Single, format);
+        output.OpenFile("/dev/full", 0);
+        output.Put(kLife);
+        ASSERT_EQ(output.Errors().size(), 1U);
+        EXPECT_EQ(output.Errors()[0], "failed to write to /dev/full: the stream failed");
+        output.Put(kLife);
+        output.CloseDown();
+        EXPECT_EQ(output.Errors().size(), 1U);
+    }
+}
+
+TEST_F(OutputErrors, ATargetOpenedAfterTheEndIsClosedAtOnce) {
+    Output output(Mode::Single, Format::Raw);
+    output.CloseDown();
+    output.OpenFile(Path("late"), 0);
+    output.Put(kLife);
+    EXPECT_EQ(ReadFile(Path("late")), "timestamp,context_id,component_id,event_type,param1,param2\n");
+}
+
+TEST_F(OutputErrors, ATargetOfAContextThatIsNoRootIsMentionedOnce) {
+    std::vector<std::string> logged;
+    MetricsManager::GetInstance().SetLogDelegate([&](const std::string& text) { logged.push_back(text); });
+    Output output(Mode::Borrowed, Format::Xml);
+    output.Put({Create(0, 1), Construct(0, 1), Create(1, 2)});
+    output.Listen(2);
+    output.Listen(2);
+    ASSERT_EQ(logged.size(), 1U);
+    EXPECT_NE(logged[0].find("context 2 is not a root"), std::string::npos) << logged[0];
+    MetricsManager::GetInstance().SetLogDelegate({});
+}
+
+}  // namespace
+}  // namespace Metrics

@@ -1,0 +1,160 @@
+// Rows of a row definition, as an output writes them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "metrics/Csv.h"
+#include "metrics/RowDefinitionError.h"
+#include "metrics/XmlParser.h"
+#include "metrics/output/XmlWriter.h"
+#include "tests/output/OutputFixture.h"
+
+namespace Metrics::Testing {
+
+namespace {
+
+constexpr std::uint64_t kRoot = 1;
+
+// Two stages, the second of them in a child context, with texts that need care in XML and in CSV.
+const std::vector<MetricsEvent>& OneRun() {
+    static const std::vector<MetricsEvent> events{
+        Create(0, kRoot), Construct(0, kRoot), Attribute(kRoot, "path", "a,\"b\" & <c>\n|d"),
+        OpenScope(kRoot, "file"), OpenScope(kRoot, "read stage"), Value(kRoot, "bytes", 17),
+        OpenScope(kRoot, "time"), Value(kRoot, "elapsed", 0.25),
+        Value(kRoot, "enter", MetricsDateTime(kNoon)), CloseScope(kRoot, "time"),
+        CloseScope(kRoot, "read stage"), Create(kRoot, 2), Construct(kRoot, 2), Attribute(2, "path", "child"),
+        OpenScope(2, "merge"), OpenScope(2, "time"), Value(2, "elapsed", 1.5), CloseScope(2, "time"),
+        // The child and one scope of the root are never closed.
+        Value(kRoot, "note", "tab\tand \\ backslash"), OpenScope(kRoot, "left open"),
+        Value(kRoot, "bytes", 3), Close(kRoot)};
+    return events;
+}
+
+std::string RowsOf(const std::string& xml, const std::string& definition, char separator) {
+    std::ostringstream rows;
+    StreamingXml::XmlParser parser(
+        [&](StreamingXml::XmlParser& row) { Metrics::WriteCsvRow(row, rows, separator, row.IsSummary()); });
+    parser.Compile(definition);
+    // A summary's header comes with its groups, and so does that of a live one.
+    WriteCsvHeader(parser, rows, separator, parser.IsSummary());
+    parser.Feed(xml);
+    parser.End();
+    return rows.str();
+}
+
+std::string Live(Format format, const std::string& definition) {
+    std::ostringstream rows;
+    Output output(Mode::Borrowed, format);
+    output.SetRowDefinition(definition);
+    output.OpenStream(&rows, kRoot);
+    output.PutInPieces(OneRun(), 7);
+    output.CloseDown();
+    EXPECT_EQ(output.Errors(), Briefs());
+    return rows.str();
+}
+
+std::string AsXml() {
+    std::ostringstream xml;
+    Output output(Mode::Borrowed, Format::Xml);
+    output.OpenStream(&xml, kRoot);
+    output.Put(OneRun());
+    output.CloseDown();
+    return xml.str();
+}
+
+std::string ReplayedAsXml() {
+    Output output(Mode::Borrowed, Format::Buffer);
+    output.OpenStream(nullptr, kRoot);
+    output.Put(OneRun());
+    output.CloseDown();
+    const auto buffer = output.FindBuffer(kRoot);
+    std::ostringstream xml;
+    XmlWriter writer(xml);
+    for (std::uint32_t left = buffer->ReadHeader().eventCount; left != 0; --left) {
+        MetricsEvent event;
+        event.Read(*buffer);
+        writer.Write(event);
+    }
+    writer.End();
+    return xml.str();
+}
+
+}  // namespace
+
+TEST(TableOutput, OneDefinitionGivesTheSameBytesLiveFromXmlAndFromABuffer) {
+    for (const char* definition : {
+             "[path]:attr(file,\"path\");[stage]:path(time);[seconds]:time.elapsed:r:3",
+             "attr(*,\"path\");*.note;linenum(*.note):i",
+             "[s]:pivotpath(time);[n]:count(time.elapsed);[sum]:sum(time.elapsed);[max]:max(time.elapsed)",
+             "bytes:i;nodename(bytes,1);id(bytes);depth(bytes);nodeend(bytes);rownum()",
+             "scopes(elapsed,3);elapsed;enter?:d",
+             "ForceCloseContextDepth:i;path(ForceCloseContextDepth)",
+         }) {
+        SCOPED_TRACE(definition);
+        for (const auto& [format, separator] :
+             {std::pair{Format::CsvComma, ','}, std::pair{Format::CsvPipe, '|'}}) {
+            const std::string live = Live(format, definition);
+            EXPECT_GT(std::count(live.begin(), live.end(), '\n'), 1);
+            EXPECT_EQ(live, RowsOf(AsXml(), definition, separator));
+            EXPECT_EQ(live, RowsOf(ReplayedAsXml(), definition, separator));
+        }
+    }
+}
+
+class TableFiles : public OutputTest {};
+
+TEST_F(TableFiles, ABadDefinitionReachesWhoOpensTheTargetAndReplacesNoFile) {
+    std::ofstream(Path("rows.csv")) << "precious";
+    Output output(Mode::Single, Format::CsvComma);
+    output.SetRowDefinition("a;foo(x)");
+    try {
+        output.OpenFile(Path("rows.csv"), 0);
+        FAIL();
+    } catch (const RowDefinitionError& error) {
+        EXPECT_STREQ(error.what(), "Error: unrecognized function: 'foo'");
+    }
+    EXPECT_EQ(ReadFile(Path("rows.csv")), "precious");
+    output.SetRowDefinition("elapsed");
+    output.OpenFile(Path("rows.csv"), 0);
+    output.Put(OneRun());
+    output.CloseDown();
+    EXPECT_EQ(ReadFile(Path("rows.csv")), "elapsed\n0.250000\n1.500000\n");
+}
+
+TEST_F(TableFiles, ASchemaStandsBesideFilesThatTheirTargetOwns) {
+    const std::string definition = "[stage]:path(time):s;[seconds]:time.elapsed:r:3";
+    {
+        Output borrowed(Mode::Borrowed, Format::CsvPipe);
+        borrowed.SetRowDefinition(definition);
+        borrowed.OpenFile(Path("borrowed.csv"), kRoot);
+    }
+    EXPECT_EQ(ReadFile(Path("schema.ini")), "no file");
+    Output owned(Mode::PerContext, Format::CsvPipe);
+    owned.SetRowDefinition(definition);
+    owned.SetWildcard(Path("run-*.csv"));
+    owned.Put(OneRun());
+    owned.CloseDown();
+    EXPECT_EQ(owned.Errors(), Briefs());
+    const std::string schema = ReadFile(Path("schema.ini"));
+    for (const char* line :
+         {"[run-1.csv]", "ColNameHeader=True", "Format=Delimited(|)", "DecimalSymbol=.",
+          "DateTimeFormat=yy-m-d h:n:s", "col1=\"stage\" Memo", "col2=\"seconds\" Double"}) {
+        EXPECT_NE(schema.find(line), std::string::npos) << line << " is not in\n" << schema;
+    }
+    EXPECT_EQ(ReadFile(Path("run-1.csv")), "stage|seconds\nfile.read.time|0.25\nfile.merge.time|1.5\n");
+}
+
+TEST_F(TableFiles, WhatGoesWrongWhileTheWorkerConvertsIsRecordedAndStopsTheOutput) {
+    std::ostringstream rows;
+    Output output(Mode::Borrowed, Format::CsvComma);
+    output.SetRowDefinition("elapsed");
+    output.OpenStream(&rows, kRoot);
+    output.Put({Create(0, kRoot), Construct(0, kRoot), OpenScope(kRoot, "file"), Value(kRoot, "elapsed", 1),
+                OpenScope(kRoot, std::string(70000, 'x').c_str())});
+    const Briefs errors = output.Errors();
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_NE(errors[0].find("an XML tag exceeds 65536 characters."), std::string::npos) << errors[0];
+    EXPECT_EQ(rows.str(), "elapsed\n1\n");
+}
+
+}  // namespace Metrics::Testing
