@@ -1,0 +1,28 @@
+#pragma once
+
+/// Everything at once. Code that only marks its work includes metrics/Instrument.h, which is a third of this.
+
+#include "metrics/Context.h"
+#include "metrics/ContextGuard.h"
+#include "metrics/Csv.h"
+#include "metrics/Instrument.h"
+#include "metrics/MetricsBitsUtils.h"
+#include "metrics/MetricsDate.h"
+#include "metrics/MetricsDateTime.h"
+#include "metrics/MetricsDemultiplexer.h"
+#include "metrics/MetricsEvent.h"
+#include "metrics/MetricsFilter.h"
+#include "metrics/MetricsManager.h"
+#include "metrics/MetricsMemoryUtils.h"
+#include "metrics/MetricsOutput.h"
+#include "metrics/MetricsPlugin.h"
+#include "metrics/MetricsSignal.h"
+#include "metrics/MetricsSubscope.h"
+#include "metrics/MetricsSubscription.h"
+#include "metrics/MetricsTimer.h"
+#include "metrics/MetricsValue.h"
+#include "metrics/MetricsValueBuffer.h"
+#include "metrics/RowDefinitionError.h"
+#include "metrics/Scope.h"
+#include "metrics/Session.h"
+#include "metrics/XmlParser.h"

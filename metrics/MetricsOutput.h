@@ -1,0 +1,134 @@
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "metrics/Export.h"
+
+namespace Metrics {
+
+class MetricsValueBuffer;
+
+namespace detail {
+class OutputState;
+}
+
+/// Writes what the manager delivers to streams, files or buffers, from its construction until it is closed.
+///
+///     Metrics::Session session;
+///     Metrics::MetricsOutput output(Metrics::MetricsOutput::Mode::PerContext,
+///                                   Metrics::MetricsOutput::Format::Xml);
+///     output.SetWildcardedOutputFile("out/job-*.xml");
+///     ...  // each root context goes to a file of its own, closed when the context closes
+///     output.Close();
+///
+/// A destination is a *target*: a stream, file or buffer, opened for a context id. All formats but
+/// RawUnordered put events into nested order first (see MetricsDemultiplexer), so what a target gets is a
+/// root context with everything below it. A target closes at the end of the batch in which its context's
+/// closing was written. What happens in a root context before it has a target is kept while the root is open,
+/// up to 1,000,000 events.
+///
+/// Threads: any thread may call any operation at any time, but for construction and destruction. Writing
+/// happens on the manager's worker, a batch at a time under the output's lock; Close and Finish write on the
+/// worker too, or on the calling thread if there is none, as SetError and opening a target always do. A
+/// stream must not call back into its output.
+///
+/// Errors: what goes wrong while a target opens is thrown to the caller and leaves no target behind. What
+/// goes wrong later (a full disk, a closed pipe, a file of PerContext that cannot be opened) is recorded, see
+/// GetErrors; after the first error everything held back is written as far as possible, all targets are
+/// closed and nothing more is written.
+///
+/// Lifetimes: closing waits until everything posted before has been written. An output may be destroyed after
+/// the manager was shut down or freed, as a static object, or in a subscriber's callback. In the child of a
+/// fork an output that came along does nothing.
+class METRICS_API MetricsOutput {
+  public:
+    enum class Mode : std::uint32_t {
+        /// Targets are opened by the host and do not own the streams they are given.
+        Borrowed = 0,
+        /// One target receives every root, one after the other in ascending order of id: that with the
+        /// smallest
+        /// context id, 0 being as good as any. It owns its stream and deletes it when it closes.
+        Single = 1,
+        /// As Borrowed, but targets own their streams; and each new root gets a target by itself: a file
+        /// named
+        /// by SetWildcardedOutputFile, else none (which with Buffer leaves a buffer to be taken).
+        PerContext = 2,
+    };
+
+    enum class Format : std::uint32_t {
+        RawUnordered = 0,  ///< A line per event, of all contexts, as they come, to every target.
+        Raw = 1,           ///< A line per event, in nested order.
+        Xml = 2,           ///< Indented elements.
+        CsvComma = 3,      ///< Rows of a row definition, separated by commas.
+        CsvPipe = 4,       ///< The same, separated by '|'.
+        Buffer = 5,        ///< The binary form that MetricsManager::MergeRemoteEvents reads, see GetBuffer.
+    };
+
+    /// Subscribes to the manager, which is created if there is none. Throws std::invalid_argument for a mode
+    /// or format that does not exist.
+    MetricsOutput(Mode mode, Format format);
+    /// Closes. Lets no exception out.
+    ~MetricsOutput();
+    MetricsOutput(const MetricsOutput&) = delete;
+    MetricsOutput& operator=(const MetricsOutput&) = delete;
+
+    /// Opens a target on a new file; an existing one is replaced. Throws std::runtime_error, "failed to open
+    /// file".
+    void OpenFile(const std::string& fileName, unsigned long long contextId);
+    /// Opens a target on a stream. In Borrowed the stream must live until the target has closed; in the other
+    /// modes it must come from `new`, and is deleted when the target closes.
+    void WriteToStream(std::ostream& stream, unsigned long long contextId);
+    /// Opens a target without a stream. Throws std::runtime_error unless the format is Buffer.
+    void WriteToBuffer(unsigned long long contextId);
+    /// In PerContext: names the files of roots to come. The first '*' stands for the root's id in decimal;
+    /// without one the id is appended.
+    void SetWildcardedOutputFile(const std::string& pattern);
+    /// For the CSV formats: the columns, separated by ';' or line ends, of the targets that are opened from
+    /// now on. docs/rows.md describes them. What is wrong with them is thrown, as a RowDefinitionError, by
+    /// what opens a target. Beside a file (not in Borrowed) a schema.ini describes the table.
+    ///
+    ///     output.SetRowDefinition("[path]:path(time);[seconds]:time.elapsed:r:6");
+    void SetRowDefinition(const std::string& definition);
+    /// Creates a root context and, before any event of it can arrive, its file. Returns the context's id, to
+    /// be constructed with. Throws as OpenFile does; no context is created then.
+    unsigned long long OpenNewContextAndFile(const std::string& fileName);
+
+    /// Leaves out or replaces what differs between two runs of the same program: times, ids of processes,
+    /// threads and contexts. For what is written from now on; raw lines only of targets opened from now on.
+    void MuteVolatileData();
+
+    /// Waits until what was posted before has been written, then closes by force the children that hold back
+    /// a closed root: of root `contextId`, or of all with 0. In Single only 0 has an effect, and open roots
+    /// are closed too. Does nothing once closed. To be avoided in a subscriber's callback, where it cannot
+    /// wait.
+    void Finish(unsigned long long contextId);
+    /// Waits until what was posted before has been written and flushed. Forces nothing.
+    void Flush();
+    /// Waits until what was posted before has been written, closes by force whatever is still open, closes
+    /// all targets and ends the subscription. Calls after the first do nothing; one at the same time waits
+    /// for it.
+    void Close();
+
+    /// The finished buffer of a context, null while there is none. GetBuffer leaves it here, so that it can
+    /// be had again; TakeBuffer does not, and keeps memory flat.
+    std::shared_ptr<MetricsValueBuffer> GetBuffer(unsigned long long contextId) const;
+    std::shared_ptr<MetricsValueBuffer> TakeBuffer(unsigned long long contextId);
+
+    /// Records an error of the host, with the consequences of any other.
+    void SetError(const std::string& message);
+    /// What went wrong, in order.
+    std::vector<std::string> GetErrors() const;
+    bool HasError() const;
+
+  private:
+    void Validate() const;
+
+    std::uint32_t magic_;
+    std::shared_ptr<detail::OutputState> state_;
+};
+
+}  // namespace Metrics
