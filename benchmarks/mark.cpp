@@ -4,7 +4,6 @@
 // Floor and scope run in turns, in rounds of a fixed number of iterations between which the queues are
 // emptied, so that a noisy machine disturbs both alike and the ratio holds.
 #include <benchmark/benchmark.h>
-#include <tbb/concurrent_queue.h>
 
 #include <algorithm>
 #include <array>
@@ -20,7 +19,7 @@
 #include "metrics/MetricsManager.h"
 #include "metrics/Session.h"
 #include "metrics/manager/Core.h"
-#include "metrics/manager/EventQueue.h"
+#include "metrics/manager/MpscQueue.h"
 #include "metrics/platform/Platform.h"
 
 namespace {
@@ -44,11 +43,11 @@ class FloorQueue {
         drainer_.join();
     }
 
-    void Push(const Record& record) { queue_.emplace(record); }
+    void Push(const Record& record) { benchmark::DoNotOptimize(queue_.TryPush(Record(record))); }
 
     void Empty() {
         wake_.set();
-        while (queue_.unsafe_size() > 0) std::this_thread::yield();
+        while (queue_.Size() > 0) std::this_thread::yield();
     }
 
   private:
@@ -58,14 +57,12 @@ class FloorQueue {
         while (!stop_) {
             wake_.wait(1000);
             batch.clear();
-            for (auto count = queue_.unsafe_size(); count > 0; --count) {
-                if (!queue_.try_pop(batch.emplace_back())) break;
-            }
+            queue_.Drain(batch);
             benchmark::DoNotOptimize(batch.data());
         }
     }
 
-    tbb::concurrent_queue<Record, detail::QueuePages<Record>> queue_;
+    detail::MpscQueue<Record> queue_;
     MetricsSignal wake_;
     std::atomic<bool> stop_{false};
     std::thread drainer_;
@@ -102,6 +99,12 @@ double TimeRound(std::barrier<>& barrier, Round round) {
     return Seconds(Clock::now() - start);
 }
 
+double Median(std::vector<double>& times) {
+    const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+    std::nth_element(times.begin(), middle, times.end());
+    return *middle;
+}
+
 void ScopeAgainstFloor(benchmark::State& state) {
     const auto threads = static_cast<int>(state.range(0));
     Session session;
@@ -109,16 +112,16 @@ void ScopeAgainstFloor(benchmark::State& state) {
     const auto core = detail::Core::Current();
     std::barrier barrier(threads);
     std::atomic<bool> done{false};
-    double floorSeconds = 0;
-    double scopeSeconds = 0;
+    std::vector<double> floorRounds;
+    std::vector<double> scopeRounds;
 
     const auto turn = [&](bool first) {
         const double floor = TimeRound(barrier, [&] { FloorRound(floorQueue); });
         if (first) floorQueue.Empty();
         const double scope = TimeRound(barrier, [] { ScopeRound(); });
         if (first) core->WaitDelivered();
-        if (first) floorSeconds += floor;
-        if (first) scopeSeconds += scope;
+        if (first) floorRounds.push_back(floor);
+        if (first) scopeRounds.push_back(scope);
     };
     std::vector<std::thread> others;
     for (int i = 1; i < threads; ++i) {
@@ -141,10 +144,11 @@ void ScopeAgainstFloor(benchmark::State& state) {
         barrier.arrive_and_wait();
     }
     for (auto& other : others) other.join();
-    const double marks = static_cast<double>(state.iterations()) * kRound;
-    state.counters["floor_ns"] = floorSeconds / marks * 1e9;
-    state.counters["scope_ns"] = scopeSeconds / marks * 1e9;
-    state.counters["ratio"] = scopeSeconds / floorSeconds;
+    const double floor = Median(floorRounds) / kRound;
+    const double scope = Median(scopeRounds) / kRound;
+    state.counters["floor_ns"] = floor * 1e9;
+    state.counters["scope_ns"] = scope * 1e9;
+    state.counters["ratio"] = scope / floor;
 }
 BENCHMARK(ScopeAgainstFloor)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 

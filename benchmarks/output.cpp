@@ -160,7 +160,7 @@ void QueueToFile(benchmark::State& state, Format format) {
     for (auto _ : state) {
         manager.SetState(MetricsManager::Collecting, false);
         for (const Batch* batch : {&lives.open, &lives.work, &lives.close})
-            for (const MetricsEvent& event : *batch) core->Post(event);
+            for (const MetricsEvent& event : *batch) core->Post(MetricsEvent(event));
         const auto start = std::chrono::steady_clock::now();
         manager.SetState(MetricsManager::Collecting, true);
         output.Flush();

@@ -1,9 +1,4 @@
 # The library, its public headers (all that lie at the top of metrics/), and what lets CMake and pkg-config find it.
-if(METRICS_TBB_STAND_IN)
-    install(CODE "message(FATAL_ERROR \"This build is for testing only: configure with -DTBB_DIR=... to install\")")
-    return()
-endif()
-
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Metrics)
 

@@ -37,13 +37,13 @@ class MetricsEvent {
           param1(std::move(first)),
           param2(std::move(second)) {}
 
-    /// Built in place from what its maker keeps. Throws std::bad_alloc.
-    MetricsEvent(std::uint64_t headerWord, std::uint64_t context, MetricsDateTime time,
-                 const MetricsValue& first)
-        : header(Opaque64(headerWord)), contextId(context), timestamp(time), param1(first) {}
-    MetricsEvent(std::uint64_t headerWord, std::uint64_t context, MetricsDateTime time,
-                 const MetricsValue& first, const MetricsValue& second)
-        : header(Opaque64(headerWord)), contextId(context), timestamp(time), param1(first), param2(second) {}
+    MetricsEvent(std::uint64_t headerWord, std::uint64_t context, MetricsDateTime time, MetricsValue first,
+                 MetricsValue second = {}) noexcept
+        : header(Opaque64(headerWord)),
+          contextId(context),
+          timestamp(time),
+          param1(std::move(first)),
+          param2(std::move(second)) {}
 
     /// The header word for a type, a component id (its low 12 bits are kept) and a sequence number.
     static constexpr std::uint64_t PackHeader(MetricsEventType type, std::uint64_t component,

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -9,8 +8,7 @@
 namespace Metrics {
 
 /// The stack of open scopes of a context and the processor time they used. The clocks are read by the
-/// caller, and only for scopes that are to be measured; the stack does the accounts. Not synchronised. Only a
-/// push beyond sixteen open scopes allocates, and may throw std::bad_alloc; the stack is then as before.
+/// caller, and only for scopes that are to be measured; the stack does the accounts. Not synchronised.
 class METRICS_API MetricsTimeStack {
   public:
     /// Processor time of a thread, in seconds.
@@ -22,22 +20,16 @@ class METRICS_API MetricsTimeStack {
     MetricsTimeStack() = default;
 
     /// A scope, for now one that is not measured.
-    void Push() {
-        if (size_ < kInline) {
-            inline_[size_++].measured = false;
-        } else {
-            Append({{0, 0}, {0, 0}, {0, 0}, false});
-        }
-    }
+    void Push() noexcept { ++size_; }
     /// Makes the top entry a measured one from the thread's times `start` on. Nothing on an empty stack.
-    void Start(const Times& start) noexcept;
+    /// Throws std::bad_alloc; the entry is then as before.
+    void Start(const Times& start);
     /// Removes the top entry. What a measured one used counts as used by a child of the entry below.
     /// Nothing on an empty stack.
     void Pop() noexcept {
-        if (size_ == 0) return;
-        if (size_ <= kInline && !inline_[size_ - 1].measured) {
+        if (size_ != measuredTop_) {
             --size_;
-        } else {
+        } else if (size_ != 0) {
             PopMeasured();
         }
     }
@@ -52,33 +44,22 @@ class METRICS_API MetricsTimeStack {
     Times TopExclusive() const noexcept;
 
     std::size_t Size() const noexcept { return size_; }
-    /// True when a push needs no memory.
-    bool HasRoom() const noexcept { return size_ < kInline; }
 
   private:
     struct Entry {
+        std::size_t level;  // its place in the stack, counted from 1
         Times start;
-        Times used;
-        Times children;
-        bool measured;
+        Times used{0, 0};
+        Times children{0, 0};
     };
-    static constexpr std::size_t kInline = 16;
 
-    bool IsMeasured() const noexcept { return size_ != 0 && At(size_ - 1).measured; }
-    Entry& At(std::size_t index) noexcept {
-        return index < kInline ? inline_[index] : overflow_[index - kInline];
-    }
-    const Entry& At(std::size_t index) const noexcept {
-        return index < kInline ? inline_[index] : overflow_[index - kInline];
-    }
-    void Append(const Entry& entry);
+    bool IsMeasured() const noexcept { return size_ != 0 && size_ == measuredTop_; }
     void PopMeasured() noexcept;
 
-    // Scopes seldom nest deeper than this, so that most contexts never allocate for it. Entries at and above
-    // size_ hold nothing; of one that is not measured only that is known.
-    std::array<Entry, kInline> inline_;
-    std::vector<Entry> overflow_;
+    // Most scopes are not measured; they are only counted.
     std::size_t size_ = 0;
+    std::size_t measuredTop_ = 0;  // the level of the last entry of `measured_`, or 0
+    std::vector<Entry> measured_;
 };
 
 }  // namespace Metrics

@@ -146,6 +146,7 @@ class MetricsValue {
 
     MetricsValueType Kind() const noexcept { return kind_; }
     bool IsText() const noexcept { return (static_cast<unsigned>(kind_) & ~3U) == 4; }
+    bool OwnsText() const noexcept { return (static_cast<unsigned>(kind_) & ~1U) == 4; }
 
     /// The payload's 64 bits, whatever the kind; 0 for a text.
     std::uint64_t AsUInt64() const noexcept { return IsText() ? 0 : Payload(); }
@@ -184,13 +185,18 @@ class MetricsValue {
         std::uint32_t high = 0;
     };
 
+    // Copies a value that is known to own nothing.
+    friend class Scope;
+    struct OwningNothing {};
+    MetricsValue(const MetricsValue& other, OwningNothing) noexcept
+        : kind_(other.kind_), words_(other.words_) {}
+
     MetricsValue(MetricsValueType kind, std::uint64_t payload) noexcept
         : kind_(kind), words_(std::bit_cast<Words>(payload)) {}
 
     static std::uint64_t Address(const void* text) noexcept { return reinterpret_cast<std::uintptr_t>(text); }
     std::uint64_t Payload() const noexcept { return std::bit_cast<std::uint64_t>(words_); }
     std::uintptr_t Pointer() const noexcept { return static_cast<std::uintptr_t>(Payload()); }
-    bool OwnsText() const noexcept { return (static_cast<unsigned>(kind_) & ~1U) == 4; }
     bool IsWide() const noexcept { return (static_cast<unsigned>(kind_) & 1U) != 0; }
     void Forget() noexcept {
         kind_ = MetricsValueType::Int64;

@@ -15,6 +15,8 @@ class MetricsSubscope;
 
 namespace detail {
 
+class Core;
+
 /// One place in the code that marks something. Its literals are copied into the library when it first emits,
 /// and stay there for ever, so that the module it stands in can be unloaded while its events are queued.
 struct CallSite {
@@ -114,6 +116,9 @@ class METRICS_API Scope {
 
     // What a scope has once it has opened. A scope that its gate holds back never builds it.
     struct Body {
+        Body(const MetricsValue& about, const MetricsThreadContext& record, detail::ContextState& context,
+             std::uint64_t owner);
+
         MetricsValue value;
         MetricsSubscope* subscopes = nullptr;
         ScopeData data;
@@ -121,16 +126,22 @@ class METRICS_API Scope {
 
     void OpenAt(detail::CallSite& site, int line) noexcept;
     void OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept;
-    void Begin(MetricsThreadContext& record, const MetricsValue& value, const char* file, int line);
-    void Measure(detail::ContextState& context, const char* file, int line);
-    void MeasureMore(detail::ContextState& context, unsigned long long selected, const char* file, int line);
+    bool OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
+                   int line) noexcept;
+    void Begin(MetricsThreadContext& record, const char* file, int line);
+    void BeginOther(MetricsThreadContext& record, const char* file, int line);
     void AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file, int line);
     void CloseOn(MetricsThreadContext* record);
+    void CloseElsewhere(MetricsThreadContext* record);
     void End() noexcept;
     bool IsOurs(const MetricsThreadContext* record) const;
     bool BelongsTo(const MetricsThreadContext* record) const;
     detail::ContextState* ReachableContext(const MetricsThreadContext* record) const;
-    void PostOwn(const MetricsThreadContext& record, MetricsEventType type) const;
+    template <class... Values>
+    void Post(const MetricsThreadContext& record, MetricsEventType type,
+              const Values&... values) const noexcept;
+    void PostTexts(detail::Core& core, MetricsEventType type, const MetricsValue& first,
+                   const MetricsValue& second = {}) const noexcept;
 
     unsigned long long bits_ = 0;
     bool live_ = false;

@@ -29,32 +29,38 @@ class METRICS_API ScopeData {
     /// time.
     void Initialize(MetricsEventType type);
 
-    bool IsInitialized() const { return initialized_; }
+    bool IsInitialized() const { return stamp_.header != 0; }
     /// The event header; see MetricsEvent.
-    std::uint64_t Header() const { return header_; }
+    std::uint64_t Header() const { return stamp_.header; }
     /// 0 when there was no current context.
-    std::uint64_t ContextId() const { return contextId_; }
+    std::uint64_t ContextId() const { return stamp_.contextId; }
     /// The time it was initialized; Int64 0 when there was no current context.
     MetricsValue Timestamp() const {
-        return contextId_ != 0 ? MetricsValue(MetricsDateTime(ticks_)) : MetricsValue();
+        return stamp_.contextId != 0 ? MetricsValue(MetricsDateTime(stamp_.ticks)) : MetricsValue();
     }
 
   private:
     friend class Scope;
 
-    void Take(MetricsEventType type, MetricsThreadContext& record);
-    void Fill(MetricsEventType type, const MetricsThreadContext& record, detail::ContextState* context);
+    // What is taken at initialization.
+    struct Stamp {
+        std::uint64_t contextId = 0;
+        std::uint64_t ticks = 0;
+        std::uint64_t header = 0;
+        std::uint32_t generation = 0;  // of the manager that gave the context its id
+        detail::ContextState* context = nullptr;
+
+        static Stamp Take(MetricsEventType type, const MetricsThreadContext& record,
+                          detail::ContextState* context);
+    };
+
+    // For the record named `owner` that pins the context; 0 when nobody needs to, as for a context's own
+    // scope.
+    ScopeData(const Stamp& stamp, std::uint64_t owner) : stamp_(stamp), owner_(owner) {}
     void Unpin() noexcept;
 
-    bool initialized_ = false;
-    std::uint32_t generation_ = 0;  // of the manager that gave the context its id
-    // Names the record of the thread whose pin keeps the context; 0 when nobody needs to, as for a context's
-    // own scope.
+    Stamp stamp_;
     std::uint64_t owner_ = 0;
-    detail::ContextState* context_ = nullptr;
-    std::uint64_t header_ = 0;
-    std::uint64_t contextId_ = 0;
-    std::uint64_t ticks_ = 0;
 };
 
 }  // namespace Metrics

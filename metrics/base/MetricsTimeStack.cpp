@@ -17,40 +17,37 @@ MetricsTimeStack::Times Difference(const MetricsTimeStack::Times& left,
 
 }  // namespace
 
-void MetricsTimeStack::Start(const Times& start) noexcept {
-    if (size_ != 0) At(size_ - 1) = {start, kNone, kNone, true};
-}
-
-void MetricsTimeStack::Append(const Entry& entry) {
-    if (size_ < kInline)
-        inline_[size_] = entry;
-    else
-        overflow_.push_back(entry);
-    ++size_;
+void MetricsTimeStack::Start(const Times& start) {
+    if (size_ == 0) return;
+    if (IsMeasured()) {
+        measured_.back() = {size_, start};
+    } else {
+        measured_.push_back({size_, start});
+        measuredTop_ = size_;
+    }
 }
 
 void MetricsTimeStack::PopMeasured() noexcept {
-    const Entry top = At(size_ - 1);
-    if (size_ > kInline) overflow_.pop_back();
+    const Times used = measured_.back().used;
+    measured_.pop_back();
+    measuredTop_ = measured_.empty() ? 0 : measured_.back().level;
     --size_;
-    if (size_ == 0 || !top.measured || !At(size_ - 1).measured) return;
-    Times& children = At(size_ - 1).children;
-    children.processor += top.used.processor;
-    children.user += top.used.user;
+    if (!IsMeasured()) return;
+    Times& children = measured_.back().children;
+    children.processor += used.processor;
+    children.user += used.user;
 }
 
 void MetricsTimeStack::Update(const Times& now) noexcept {
-    if (size_ == 0) return;
-    Entry& top = At(size_ - 1);
-    if (top.measured) top.used = Difference(now, top.start);
+    if (IsMeasured()) measured_.back().used = Difference(now, measured_.back().start);
 }
 
 const MetricsTimeStack::Times& MetricsTimeStack::Top() const noexcept {
-    return IsMeasured() ? At(size_ - 1).used : kNone;
+    return IsMeasured() ? measured_.back().used : kNone;
 }
 
 MetricsTimeStack::Times MetricsTimeStack::TopExclusive() const noexcept {
-    return IsMeasured() ? Difference(At(size_ - 1).used, At(size_ - 1).children) : kNone;
+    return IsMeasured() ? Difference(measured_.back().used, measured_.back().children) : kNone;
 }
 
 }  // namespace Metrics

@@ -41,71 +41,103 @@ void AnnounceComponent(MetricsThreadContext& record, std::uint64_t contextId) no
 
 }  // namespace
 
+inline Scope::Body::Body(const MetricsValue& about, const MetricsThreadContext& record,
+                         detail::ContextState& context, std::uint64_t owner)
+    : value(about), data(ScopeData::Stamp::Take(MetricsEventType::ScopeOpen, record, &context), owner) {}
+
 // False once the manager that gave the context its id is gone.
 inline bool Scope::IsOurs(const MetricsThreadContext* record) const {
-    return record != nullptr && static_cast<std::uint32_t>(record->Generation()) == body_.data.generation_;
+    return record != nullptr &&
+           static_cast<std::uint32_t>(record->Generation()) == body_.data.stamp_.generation;
 }
 
-// The opening and the closing event.
-void Scope::PostOwn(const MetricsThreadContext& record, MetricsEventType type) const {
-    if (!IsOurs(&record)) [[unlikely]]
-        return;
-    if (detail::Core* core = record.Core().get()) {
-        core->Post(WithType(body_.data.header_, type), body_.data.contextId_,
-                   MetricsDateTime(body_.data.ticks_), body_.value);
-    }
+// An event of this scope with copies of `values`.
+template <class... Values>
+inline void Scope::Post(const MetricsThreadContext& record, MetricsEventType type,
+                        const Values&... values) const noexcept {
+    detail::Core* core = record.Core().get();
+    if (core == nullptr) return;
+    if ((values.OwnsText() || ...)) [[unlikely]]
+        return PostTexts(*core, type, values...);
+    const ScopeData::Stamp& stamp = body_.data.stamp_;
+    core->PostBuilt([&](void* place) noexcept {
+        new (place) MetricsEvent(WithType(stamp.header, type), stamp.contextId, MetricsDateTime(stamp.ticks),
+                                 MetricsValue(values, MetricsValue::OwningNothing{})...);
+    });
 }
 
-inline void Scope::Measure(detail::ContextState& context, const char* file, int line) {
-    const auto selected = (detail::enableMask.load(std::memory_order_relaxed) | bits_) & kSubscopeBits;
-    if (selected == 0 && context.timeStack.HasRoom()) [[likely]] {
-        context.timeStack.Push();
-    } else {
-        MeasureMore(context, selected, file, line);
+// The same with copies for which there may be no memory.
+void Scope::PostTexts(detail::Core& core, MetricsEventType type, const MetricsValue& first,
+                      const MetricsValue& second) const noexcept {
+    const ScopeData::Stamp& stamp = body_.data.stamp_;
+    try {
+        core.Post(MetricsEvent(WithType(stamp.header, type), stamp.contextId, MetricsDateTime(stamp.ticks),
+                               first, second));
+    } catch (const std::bad_alloc&) {
+        core.CountDropped();
     }
 }
 
 // The order of events: the context's identification, the component, the opening, the measurements.
-inline void Scope::Begin(MetricsThreadContext& record, const MetricsValue& value, const char* file,
-                         int line) {
-    detail::ContextState& context = *body_.data.context_;
+[[gnu::always_inline]] inline void Scope::Begin(MetricsThreadContext& record, const char* file, int line) {
+    detail::ContextState& context = *body_.data.stamp_.context;
     if (!context.identified.load(std::memory_order_relaxed)) [[unlikely]] {
         if (Context* owner = context.owner.load(std::memory_order_relaxed)) owner->OpenScope();
     }
-    body_.value = value;
     bits_ = (bits_ | kOpen) & ~kPlugin;
     if (record.announceComponent) [[unlikely]]
-        AnnounceComponent(record, body_.data.contextId_);
-    PostOwn(record, MetricsEventType::ScopeOpen);
+        AnnounceComponent(record, body_.data.stamp_.contextId);
+    Post(record, MetricsEventType::ScopeOpen, body_.value);
     if (body_.data.owner_ != 0) record.Enter(this);
-    if ((bits_ & kNoTimeStack) == 0) Measure(context, file, line);
+    if ((bits_ & kNoTimeStack) == 0) {
+        context.timeStack.Push();
+        const auto selected = (detail::enableMask.load(std::memory_order_relaxed) | bits_) & kSubscopeBits;
+        if (selected != 0) [[unlikely]]
+            AddSubscopes(context, selected, file, line);
+    }
+}
+
+// Not the first opening on the current context, for which alone the above is inlined.
+void Scope::BeginOther(MetricsThreadContext& record, const char* file, int line) {
+    Begin(record, file, line);
 }
 
 Scope::Scope(OnContext, MetricsThreadContext& record, detail::ContextState& context,
              const MetricsValue& value, unsigned long long bits)
     : bits_(bits) {
-    new (&body_) Body;
-    live_ = true;
-    body_.data.Fill(MetricsEventType::ScopeOpen, record, &context);
     try {
-        Begin(record, value, nullptr, 0);
+        new (&body_) Body(value, record, context, 0);
+        live_ = true;
+        BeginOther(record, nullptr, 0);
     } catch (const std::bad_alloc&) {
         // It stays closed.
     }
 }
 
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
-    if (IsOpen()) return false;
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return false;
-    if (!IsUsable(live_ ? ReachableContext(record) : record->Current())) return false;
-    if (!live_) {
-        new (&body_) Body;
-        live_ = true;
-        body_.data.Take(MetricsEventType::ScopeOpen, *record);
-    }
+    if (live_) [[unlikely]]
+        return OpenAgain(*record, value, file, line);
+    detail::ContextState* context = record->Current();
+    if (!IsUsable(context)) return false;
     try {
-        Begin(*record, value, file, line);
+        new (&body_) Body(value, *record, *context, record->Serial());
+        record->PinCurrent();
+        live_ = true;
+        Begin(*record, file, line);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
+                      int line) noexcept {
+    if (IsOpen() || !IsUsable(ReachableContext(&record))) return false;
+    try {
+        body_.value = value;
+        BeginOther(record, file, line);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -129,17 +161,6 @@ void Scope::OpenNamed(std::string_view name, detail::CallSite& site, int line) n
         Open(MetricsValue(name), detail::KeepTexts(site).file, line);
     } catch (const std::bad_alloc&) {
     }
-}
-
-void Scope::MeasureMore(detail::ContextState& context, unsigned long long selected, const char* file,
-                        int line) {
-    try {
-        context.timeStack.Push();
-    } catch (const std::bad_alloc&) {
-        bits_ |= kNoTimeStack;  // nothing to pop, nothing to measure
-        return;
-    }
-    if (selected != 0) AddSubscopes(context, selected, file, line);
 }
 
 void Scope::AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file,
@@ -166,14 +187,23 @@ inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
 // A pinned context is only known to be there on the thread that pinned it.
 detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record) const {
     if (!IsOurs(record)) return nullptr;
-    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.context_ : nullptr;
+    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.stamp_.context : nullptr;
 }
 
 inline void Scope::CloseOn(MetricsThreadContext* record) {
     if (body_.subscopes != nullptr) [[unlikely]]
         delete std::exchange(body_.subscopes, nullptr);
     bits_ &= ~kOpen;
-    if (BelongsTo(record)) [[likely]] {
+    if (!BelongsTo(record) || !IsOurs(record)) [[unlikely]]
+        return CloseElsewhere(record);
+    record->Leave(this);
+    if ((bits_ & kNoTimeStack) == 0) body_.data.stamp_.context->timeStack.Pop();
+    Post(*record, MetricsEventType::ScopeClose, body_.value);
+}
+
+// On another thread than it opened on, or under another manager, or a scope that no thread counts as its own.
+void Scope::CloseElsewhere(MetricsThreadContext* record) {
+    if (BelongsTo(record)) {
         record->Leave(this);
     } else if (body_.data.owner_ != 0) {
         MetricsThreadContext::Depart(body_.data.owner_, {this, nullptr});
@@ -182,7 +212,7 @@ inline void Scope::CloseOn(MetricsThreadContext* record) {
     if ((bits_ & kNoTimeStack) == 0) {
         if (detail::ContextState* context = ReachableContext(record)) context->timeStack.Pop();
     }
-    PostOwn(*record, MetricsEventType::ScopeClose);
+    if (IsOurs(record)) Post(*record, MetricsEventType::ScopeClose, body_.value);
 }
 
 void Scope::Close() noexcept {
@@ -194,7 +224,7 @@ void Scope::End() noexcept {
     MetricsThreadContext* record = ThreadRecord();
     if (IsOpen()) CloseOn(record);
     if (BelongsTo(record)) [[likely]] {
-        record->Unpin(body_.data.context_);
+        record->Unpin(body_.data.stamp_.context);
         body_.data.owner_ = 0;
     }
     body_.~Body();
@@ -204,10 +234,7 @@ bool Scope::Emit(const MetricsValue& name, const MetricsValue& value) noexcept {
     if (!IsOpen()) return false;
     const MetricsThreadContext* record = ThreadRecord();
     if (!IsOurs(record)) return true;
-    if (detail::Core* core = record->Core().get()) {
-        core->Post(WithType(body_.data.header_, MetricsEventType::ScopeValue), body_.data.contextId_,
-                   MetricsDateTime(body_.data.ticks_), name, value);
-    }
+    Post(*record, MetricsEventType::ScopeValue, name, value);
     return true;
 }
 
@@ -216,7 +243,7 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
     if (!detail::GatePasses(bits)) return false;
     if (const MetricsThreadContext* record = ThreadRecord()) {
         try {
-            detail::PostNameValue(*record, IsOpen() ? body_.data.contextId_ : record->CurrentId(), key,
+            detail::PostNameValue(*record, IsOpen() ? body_.data.stamp_.contextId : record->CurrentId(), key,
                                   value);
         } catch (const std::bad_alloc&) {
         }

@@ -5,26 +5,14 @@
 
 namespace Metrics {
 
-// Inline, because every scope runs through these.
-
-inline void ScopeData::Fill(MetricsEventType type, const MetricsThreadContext& record,
-                            detail::ContextState* context) {
-    header_ = detail::BuildHeader(type, &record);
-    generation_ = static_cast<std::uint32_t>(record.Generation());
-    context_ = context;
-    contextId_ = context != nullptr ? context->id : 0;
-    ticks_ = contextId_ != 0 ? detail::CurrentTicks() : 0;
-    initialized_ = true;
-}
-
-// On the thread's current context, which stays as long as this refers to it.
-inline void ScopeData::Take(MetricsEventType type, MetricsThreadContext& record) {
-    detail::ContextState* context = record.Current();
-    if (context != nullptr) {
-        record.PinCurrent();
-        owner_ = record.Serial();
-    }
-    Fill(type, record, context);
+// Inline, because every scope runs through it. The clock goes first: the sequence number has to wait until
+// what the thread wrote before has left the processor, and that happens meanwhile.
+inline ScopeData::Stamp ScopeData::Stamp::Take(MetricsEventType type, const MetricsThreadContext& record,
+                                               detail::ContextState* context) {
+    const std::uint64_t contextId = context != nullptr ? context->id : 0;
+    const std::uint64_t ticks = contextId != 0 ? detail::CurrentTicks() : 0;
+    return {contextId, ticks, detail::BuildHeader(type, &record),
+            static_cast<std::uint32_t>(record.Generation()), context};
 }
 
 }  // namespace Metrics

@@ -15,8 +15,8 @@
 
 #include "metrics/MetricsManager.h"
 #include "metrics/MetricsSignal.h"
-#include "metrics/manager/EventQueue.h"
 #include "metrics/manager/Job.h"
+#include "metrics/manager/MpscQueue.h"
 #include "metrics/manager/PluginLink.h"
 #include "metrics/manager/Process.h"
 #include "metrics/manager/Progress.h"
@@ -68,18 +68,17 @@ class Core : public std::enable_shared_from_this<Core> {
 
     // --- Events
     // ----------------------------------------------------------------------------------------------
-    /// Builds an event in the queue, or drops it while there is no worker or no memory.
-    template <class... Args>
-    void Post(Args&&... args) noexcept {
-        if (Is(MetricsManager::Running)) [[likely]] {
-            try {
-                queue_.Emplace(std::forward<Args>(args)...);
-                return;
-            } catch (const std::bad_alloc&) {
-            }
-        }
-        CountDropped();
+    /// Appends an event to the queue, or drops it while there is no worker or no memory.
+    void Post(MetricsEvent&& event) noexcept {
+        if (!Is(MetricsManager::Running) || !queue_.TryPush(std::move(event))) CountDropped();
     }
+    /// The same for an event that `build` makes in the queue, at the place that it is given.
+    template <class Build>
+    void PostBuilt(const Build& build) noexcept {
+        if (!Is(MetricsManager::Running) || !queue_.TryBuild(build)) [[unlikely]]
+            CountDropped();
+    }
+    void CountDropped() noexcept;
 
     /// A change of mask or id base that another process made; applied by the worker.
     struct RemoteChange {
@@ -133,7 +132,6 @@ class Core : public std::enable_shared_from_this<Core> {
   private:
     friend class Worker;
 
-    void CountDropped() noexcept;
     std::shared_ptr<Worker> LatestWorker();
     std::shared_ptr<Worker> ExchangeLatest(std::shared_ptr<Worker> worker);
     std::shared_ptr<Worker> CurrentWorker();
@@ -156,7 +154,7 @@ class Core : public std::enable_shared_from_this<Core> {
     const std::uint64_t forkDepth_;
     std::atomic<std::uint32_t> state_{0};
     std::atomic<std::uint64_t> componentId_{1};
-    EventQueue queue_;
+    MpscQueue<MetricsEvent> queue_;
 
     alignas(64) std::atomic<std::uint64_t> contextIds_{0};
     std::atomic<std::uint64_t> idBaseExtra_{0};  // the second word that an id base brings along

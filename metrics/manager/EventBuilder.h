@@ -40,8 +40,8 @@ inline MetricsValue BuildTimestamp(std::uint64_t contextId) {
 inline void PostFor(const MetricsThreadContext& record, MetricsEventType type, std::uint64_t contextId,
                     MetricsValue param1 = {}, MetricsValue param2 = {}) noexcept {
     if (Core* core = record.Core().get()) {
-        core->Post(Opaque64(BuildHeader(type, &record)), contextId, BuildTimestamp(contextId),
-                   std::move(param1), std::move(param2));
+        core->Post(MetricsEvent(Opaque64(BuildHeader(type, &record)), contextId, BuildTimestamp(contextId),
+                                std::move(param1), std::move(param2)));
     }
 }
 

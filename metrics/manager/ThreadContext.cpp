@@ -8,7 +8,6 @@
 
 #include "metrics/base/OnePerProcess.h"
 #include "metrics/manager/Core.h"
-#include "metrics/manager/EventQueue.h"
 #include "metrics/platform/Platform.h"
 
 namespace Metrics {
@@ -39,7 +38,6 @@ struct ThreadGuard {
         threadSlot.ended = true;
         threadSlot.generation = 0;
         delete std::exchange(threadSlot.record, nullptr);
-        if (void* page = std::exchange(detail::sparePage, nullptr)) detail::FreeQueuePage(page);
     }
 };
 
@@ -135,6 +133,7 @@ void MetricsThreadContext::Push(detail::ContextState* state) {
         break;
     }
     stack_.push_back({state, openScopes});
+    NoteTop();
 }
 
 void MetricsThreadContext::Remove(detail::ContextState* state) {
@@ -154,6 +153,7 @@ void MetricsThreadContext::Erase(std::vector<Entry>::iterator entry) {
         }
     }
     stack_.erase(entry);
+    NoteTop();
 }
 
 void MetricsThreadContext::UnpinBelow(detail::ContextState* state) {

@@ -30,9 +30,9 @@ class MetricsThreadContext {
     MetricsThreadContext& operator=(const MetricsThreadContext&) = delete;
 
     /// The current context, or null.
-    detail::ContextState* Current() const { return stack_.empty() ? nullptr : stack_.back().state; }
+    detail::ContextState* Current() const { return current_; }
     /// The id of the current context, or 0.
-    std::uint64_t CurrentId() const { return stack_.empty() ? 0 : stack_.back().state->id; }
+    std::uint64_t CurrentId() const { return current_ == nullptr ? 0 : current_->id; }
 
     /// Makes `state` the current context, at the top and nowhere else. Throws `std::bad_alloc`.
     void Push(detail::ContextState* state);
@@ -106,7 +106,7 @@ class MetricsThreadContext {
     };
 
     bool PinsOnTop(const detail::ContextState* state) const {
-        return !stack_.empty() && stack_.back().state == state && stack_.back().openScopes > 0;
+        return state == current_ && stack_.back().openScopes > 0;
     }
     void UnpinBelow(detail::ContextState* state);
     void LeaveBelow(const Scope* scope) noexcept;
@@ -115,6 +115,9 @@ class MetricsThreadContext {
     void Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation);
     void Erase(std::vector<Entry>::iterator entry);
 
+    void NoteTop() { current_ = stack_.empty() ? nullptr : stack_.back().state; }
+
+    detail::ContextState* current_ = nullptr;  // at the top of the stack
     std::vector<Entry> stack_;
     // Off the stack, but scopes on them are still open.
     std::vector<Entry> pinned_;

@@ -14,6 +14,8 @@ namespace Metrics::detail {
 namespace {
 
 constexpr std::size_t kInitialBatch = 1024;
+// Events that the worker may add to a batch.
+constexpr std::size_t kSynthetic = 2;
 // A batch of this size is wanted under load: large enough to pay for the cycle, small enough to stay in the
 // cache levels that the machine's cores share. The wait between two cycles adapts to it.
 constexpr std::size_t kWantedBatch = 65536;
@@ -134,7 +136,7 @@ void Worker::TakeEvents() {
     batch_.clear();
     taken_ = 0;
     if (!core_->Is(MetricsManager::Collecting)) return;
-    core_->queue_.Drain(batch_);
+    core_->queue_.Drain(batch_, kSynthetic);
     taken_ = batch_.size();
     core_->taken_.fetch_add(taken_, std::memory_order_relaxed);
 }

@@ -39,17 +39,5 @@ TEST(MetricsTimeStack, ExclusiveIsLessDirectMeasuredChildren) {
     EXPECT_EQ(stack.TopExclusive().user, 4);
 }
 
-TEST(MetricsTimeStack, DeeperThanItsInlineRoom) {
-    MetricsTimeStack stack;
-    for (int depth = 0; depth < 40; ++depth) PushMeasured(stack, {static_cast<double>(depth), 0});
-    for (int depth = 39; depth > 0; --depth) {
-        stack.Update({100, 0});
-        ASSERT_EQ(stack.Top().processor, 100 - depth);
-        ASSERT_EQ(stack.TopExclusive().processor, depth == 39 ? 61 : 1);
-        stack.Pop();
-    }
-    EXPECT_EQ(stack.Size(), 1U);
-}
-
 }  // namespace
 }  // namespace Metrics

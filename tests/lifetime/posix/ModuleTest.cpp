@@ -9,7 +9,6 @@
 #include <string>
 #include <thread>
 
-#include "tests/lifetime/NoLeakCheck.h"
 
 namespace Metrics::Testing {
 namespace {

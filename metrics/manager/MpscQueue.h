@@ -1,0 +1,189 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace Metrics::detail {
+
+/// What `MpscQueue` needs of its elements' memory. A producer draws a ticket, the number of its slot, builds
+/// its element there and marks the slot as full; so one that is interrupted in between holds up the consumer,
+/// but no other producer. Slots lie in blocks, which a directory finds by number, and a block leaves it when
+/// all its elements are taken. Producers see to it that there are blocks for many tickets ahead, so that one
+/// that has drawn a ticket has a place to write to.
+class MpscSlots {
+  public:
+    static constexpr std::uint64_t kBlock = 512;
+    static constexpr std::uint64_t kDirectory = std::uint64_t{1} << 17;
+
+    /// One cache line: producers don't disturb each other.
+    struct Slot {
+        alignas(64) std::byte element[60];
+        std::atomic<std::uint32_t> full{0};
+    };
+
+    /// Throws `std::bad_alloc`.
+    MpscSlots();
+    ~MpscSlots();
+    MpscSlots(const MpscSlots&) = delete;
+    MpscSlots& operator=(const MpscSlots&) = delete;
+
+    /// For producers: the next slot, to be filled at once; null when there is no memory or no room for more.
+    Slot* Claim() noexcept {
+        if (door_.load(std::memory_order_relaxed) != Door::Open) [[unlikely]] {
+            if (!Admit()) return nullptr;
+        }
+        const std::uint64_t ticket = end_.tail.fetch_add(1, std::memory_order_relaxed);
+        if (ticket + kMargin >= end_.limit.load(std::memory_order_acquire)) [[unlikely]]
+            MakeRoomFor(ticket);
+        const std::atomic_ref entry(directory_[ticket / kBlock % kDirectory]);
+        return &entry.load(std::memory_order_relaxed)->slots[ticket % kBlock];
+    }
+
+    /// How many tickets were drawn and not taken yet.
+    std::uint64_t Size() const noexcept {
+        const std::uint64_t taken = taken_.load(std::memory_order_acquire);
+        return end_.tail.load(std::memory_order_acquire) - taken;
+    }
+
+    /// For the consumer: gives the next `count` slots, each of which was drawn, to `take` and empties them.
+    template <class Take>
+    void TakeEach(std::uint64_t count, Take take) {
+        std::uint64_t next = taken_.load(std::memory_order_relaxed);
+        const std::uint64_t end = next + count;
+        while (next < end) {
+            Block& block = WaitForBlockOf(next);
+            const std::uint64_t blockEnd = (next / kBlock + 1) * kBlock;
+            while (next < std::min(end, blockEnd)) {
+                Slot& slot = block.slots[next % kBlock];
+                if (slot.full.load(std::memory_order_acquire) == 0) [[unlikely]]
+                    WaitUntilFull(slot);
+                take(slot);
+                slot.full.store(0, std::memory_order_relaxed);
+                if (++next < blockEnd) taken_.store(next, std::memory_order_release);
+            }
+            if (next == blockEnd) Retire(block, next);
+        }
+    }
+
+  private:
+    /// Tickets that have a block, ahead of the last one drawn. When they can't be had no more are drawn, but
+    /// by threads that are about to; there are less than this many of them, so that a ticket drawn gets its
+    /// block.
+    static constexpr std::uint64_t kMargin = 1024;
+    /// Empty blocks are kept for as many tickets ahead.
+    static constexpr std::uint64_t kKept = 4096;
+    static_assert(kKept > kMargin + kBlock);
+    /// From so many on (64 MiB) producers are slowed.
+    static constexpr std::uint64_t kCrowd = std::uint64_t{1} << 20;
+
+    /// What a producer finds before it draws a ticket.
+    enum class Door : std::uint8_t {
+        Open,
+        Slow,   // who finds it so opens it, and sleeps for a moment
+        Closed  // there was no memory for a block; to be tried again
+    };
+
+    struct Block {
+        Slot slots[kBlock];
+    };
+
+    bool Admit() noexcept;
+    bool Grow() noexcept;
+    bool Append(std::uint64_t limit, Block* block) noexcept;
+    void MakeRoomFor(std::uint64_t ticket) noexcept;
+    Block& WaitForBlockOf(std::uint64_t ticket) noexcept;
+    static void WaitUntilFull(const Slot& slot) noexcept;
+    void Retire(Block& block, std::uint64_t next) noexcept;
+
+    Block** const directory_;
+    std::atomic<Door> door_{Door::Open};
+
+    // All that producers write, on one cache line.
+    struct alignas(64) End {
+        std::atomic<std::uint64_t> tail{0};   // the next ticket
+        std::atomic<std::uint64_t> limit{0};  // tickets below it have a block
+    };
+    End end_;
+
+    // The slots below it are empty, and the blocks below it out of the directory.
+    alignas(64) std::atomic<std::uint64_t> taken_{0};
+};
+
+/// A queue between many threads that append and one that takes: no lock, and no producer ever waits for
+/// another one. Elements of one thread keep their order, and what was appended before an element was begun
+/// stands in front of it. Holds at most `kCapacity` elements (4 GiB); what is beyond that, or finds no
+/// memory, is refused.
+template <class T>
+class MpscQueue {
+  public:
+    static constexpr std::uint64_t kCapacity = (MpscSlots::kDirectory - 1) * MpscSlots::kBlock;
+
+    /// Throws `std::bad_alloc`.
+    MpscQueue() = default;
+    /// Nobody appends or takes any more.
+    ~MpscQueue() {
+        slots_.TakeEach(slots_.Size(), [](MpscSlots::Slot& slot) { Element(slot)->~T(); });
+    }
+    MpscQueue(const MpscQueue&) = delete;
+    MpscQueue& operator=(const MpscQueue&) = delete;
+
+    /// Builds an element at the end: `build` is called with the place for it and must not fail. False when
+    /// there is no room; it is then not called.
+    template <class Build>
+    [[nodiscard]] bool TryBuild(const Build& build) noexcept {
+        static_assert(std::is_nothrow_invocable_v<const Build&, void*>,
+                      "a slot that was drawn must be filled");
+        MpscSlots::Slot* slot = slots_.Claim();
+        if (slot == nullptr) [[unlikely]]
+            return false;
+        build(static_cast<void*>(slot->element));
+        slot->full.store(1, std::memory_order_release);
+        return true;
+    }
+    [[nodiscard]] bool TryPush(T&& element) noexcept {
+        return TryBuild([&](void* place) noexcept { new (place) T(std::move(element)); });
+    }
+
+    /// How many elements are there, those that are being built included.
+    std::size_t Size() const noexcept { return static_cast<std::size_t>(slots_.Size()); }
+
+    /// Moves what is in the queue now, and nothing that comes later, to the end of `batch`, which keeps room
+    /// for `spare` more. Loses nothing when memory is short: what doesn't fit stays in the queue. For one
+    /// thread at a time; waits for producers that are in the midst of an append.
+    void Drain(std::vector<T>& batch, std::size_t spare = 0) {
+        slots_.TakeEach(Reserve(batch, Size(), spare), [&](MpscSlots::Slot& slot) {
+            T* element = Element(slot);
+            batch.push_back(std::move(*element));
+            element->~T();
+        });
+    }
+
+  private:
+    static_assert(sizeof(T) <= sizeof(MpscSlots::Slot::element) && alignof(T) <= alignof(MpscSlots::Slot));
+    static_assert(std::is_nothrow_move_constructible_v<T>);
+
+    static T* Element(MpscSlots::Slot& slot) noexcept {
+        return std::launder(reinterpret_cast<T*>(slot.element));
+    }
+
+    // The number of elements for which `batch` has, or gets, room.
+    static std::size_t Reserve(std::vector<T>& batch, std::size_t count, std::size_t spare) noexcept {
+        try {
+            batch.reserve(batch.size() + count + spare);
+            return count;
+        } catch (const std::bad_alloc&) {
+            const std::size_t room = batch.capacity() - batch.size();
+            return room > spare ? room - spare : 0;
+        }
+    }
+
+    MpscSlots slots_;
+};
+
+}  // namespace Metrics::detail

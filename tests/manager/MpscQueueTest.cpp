@@ -1,0 +1,80 @@
+#include "metrics/manager/MpscQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "tests/support/Memory.h"
+
+namespace Metrics::detail {
+namespace {
+
+TEST(MpscQueue, EveryElementArrivesOnceAndInItsProducersOrder) {
+    constexpr int kProducers = 4;
+    constexpr int kEach = 50'000;
+    struct Element {
+        int producer;
+        int number;
+        std::unique_ptr<int> owned;
+    };
+    MpscQueue<Element> queue;
+    std::atomic<int> running{kProducers};
+    std::vector<std::thread> producers;
+    for (int producer = 0; producer < kProducers; ++producer) {
+        producers.emplace_back([&, producer] {
+            for (int i = 0; i < kEach; ++i)
+                EXPECT_TRUE(queue.TryPush({producer, i, std::make_unique<int>(i)}));
+            --running;
+        });
+    }
+    std::vector<int> next(kProducers, 0);
+    std::vector<Element> batch;
+    for (bool last = false; !last;) {
+        last = running == 0;
+        queue.Drain(batch);
+        for (const Element& element : batch) {
+            ASSERT_EQ(element.number, next[static_cast<std::size_t>(element.producer)]++);
+            ASSERT_EQ(*element.owned, element.number);
+        }
+        batch.clear();
+    }
+    for (auto& producer : producers) producer.join();
+    EXPECT_EQ(next, std::vector<int>(kProducers, kEach));
+    EXPECT_EQ(queue.Size(), 0U);
+}
+
+TEST(MpscQueue, ReleasesWhatNobodyTook) {
+    const auto shared = std::make_shared<int>(1);
+    {
+        MpscQueue<std::shared_ptr<int>> queue;
+        std::vector<std::shared_ptr<int>> batch;
+        for (int i = 0; i < 3000; ++i) ASSERT_TRUE(queue.TryPush(std::shared_ptr(shared)));
+        queue.Drain(batch);
+        for (int i = 0; i < 3000; ++i) ASSERT_TRUE(queue.TryPush(std::shared_ptr(shared)));
+        EXPECT_EQ(shared.use_count(), 6001);
+    }
+    EXPECT_EQ(shared.use_count(), 1);
+}
+
+TEST(MpscQueue, GoesRoundItsDirectoryInTheMemoryOfAFewBlocks) {
+    if (Testing::kSanitized) GTEST_SKIP() << "takes minutes there";
+    MpscQueue<std::uint64_t> queue;
+    std::vector<std::uint64_t> batch;
+    const std::int64_t before = Testing::ResidentKiB();
+    for (std::uint64_t i = 0; i < MpscQueue<std::uint64_t>::kCapacity + 100'000;) {
+        for (int n = 0; n < 1500; ++n) ASSERT_TRUE(queue.TryPush(i++));
+        queue.Drain(batch);
+        ASSERT_EQ(batch.size(), 1500U);
+        ASSERT_EQ(batch.front(), i - 1500);
+        ASSERT_EQ(batch.back(), i - 1);
+        batch.clear();
+    }
+    EXPECT_LT(Testing::ResidentKiB(), before + 4096);
+}
+
+}  // namespace
+}  // namespace Metrics::detail
