@@ -1,6 +1,8 @@
-// What rows cost: compiling a definition, reading XML with none to sixteen columns, groups, and live tables.
+// What rows cost: compiling a definition, reading XML with none to sixteen columns, groups, live tables, and
+// the schema.ini that describes many of them.
 #include <benchmark/benchmark.h>
 
+#include <filesystem>
 #include <ostream>
 
 #include "metrics/MetricsEvent.h"
@@ -8,6 +10,7 @@
 #include "metrics/reader/XmlScanner.h"
 #include "metrics/rows/ColumnSpec.h"
 #include "metrics/rows/RowReader.h"
+#include "metrics/rows/SchemaFile.h"
 #include "metrics/rows/TextTable.h"
 
 namespace {
@@ -121,5 +124,29 @@ void LiveTable(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * 4);
 }
 BENCHMARK(LiveTable);
+
+// So many tables in one folder: first none is described, then (again) all are.
+void DescribeTables(benchmark::State& state, bool again) {
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::temp_directory_path() / "metrics-benchmark-schema";
+    const std::vector<StreamingXml::XmlColumnInfo> columns{
+        {"stage", ColumnType::String}, {"elapsed", ColumnType::Real}, {"bytes", ColumnType::Integer}};
+    const auto describe = [&] {
+        for (int i = 0; i < state.range(0); ++i)
+            WriteSchema((folder / ("life-" + std::to_string(i) + ".csv")).string(), columns, ',');
+    };
+    for (auto _ : state) {
+        state.PauseTiming();
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+        if (again) describe();
+        state.ResumeTiming();
+        describe();
+    }
+    fs::remove_all(folder);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK_CAPTURE(DescribeTables, New, false)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(DescribeTables, Again, true)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "metrics/platform/Platform.h"
 
@@ -114,25 +113,6 @@ TEST_F(SchemaFileTest, AFolderThatIsNoneFailsOnceSlowlyThenAtOnce) {
     EXPECT_GE(first - start, std::chrono::milliseconds(1000));
     for (int i = 0; i < 10; ++i) EXPECT_EQ(Message(Table("file/" + std::to_string(i) + ".csv")), message);
     EXPECT_LT(std::chrono::steady_clock::now() - first, std::chrono::milliseconds(500));
-}
-
-// Locks and the replaced file exclude threads of one process as they do processes.
-TEST_F(SchemaFileTest, WritersAtOnceLoseNothing) {
-    std::vector<std::thread> writers;
-    for (int writer = 0; writer < 8; ++writer) {
-        writers.emplace_back([this, writer] {
-            for (int i = 0; i < 25; ++i)
-                WriteSchema(Table(std::to_string(writer) + "_" + std::to_string(i) + ".csv"), {}, ',');
-        });
-    }
-    for (std::thread& writer : writers) writer.join();
-    const std::string content = Get();
-    for (int writer = 0; writer < 8; ++writer) {
-        for (int i = 0; i < 25; ++i) {
-            const std::string header = "[" + std::to_string(writer) + "_" + std::to_string(i) + ".csv]\n";
-            EXPECT_NE(content.find(header), std::string::npos) << header;
-        }
-    }
 }
 
 }  // namespace

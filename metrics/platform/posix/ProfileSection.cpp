@@ -3,13 +3,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <utility>
 
 #include "metrics/platform/Platform.h"
+#include "metrics/platform/posix/File.h"
 #include "metrics/platform/posix/ProfileText.h"
 
 namespace Metrics::platform {
@@ -18,33 +21,114 @@ namespace {
 
 constexpr std::size_t kLargestFile = std::size_t{16} << 20;
 
-// A file descriptor that closes itself. A failed call leaves its reason in errno.
-class File {
+// The lock that all writers of a folder's profiles share, taken at once or not at all. It is the folder's
+// own, so no lock file stays behind. A file system without such locks goes without.
+class FolderLock {
   public:
-    File(const std::string& path, int flags, mode_t mode = 0)
-        : handle_(open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-    ~File() {
-        if (handle_ >= 0) close(handle_);
+    explicit FolderLock(const std::string& folder) : folder_(folder, O_RDONLY | O_DIRECTORY) {
+        error_ = folder_.Error();
+        const bool held = error_ == 0 && flock(folder_.Handle(), LOCK_EX | LOCK_NB) != 0;
+        if (held && errno == EWOULDBLOCK) error_ = EWOULDBLOCK;
     }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    explicit operator bool() const { return handle_ >= 0; }
-    int Handle() const { return handle_; }
-
-    // An error that the system keeps until then (a full quota) shows here at the latest.
-    bool Close() {
-        const int handle = handle_;
-        handle_ = -1;
-        return close(handle) == 0;
+    // Closing would not do while a forked child has a copy of the descriptor.
+    ~FolderLock() {
+        if (error_ == 0) flock(folder_.Handle(), LOCK_UN);
     }
+
+    std::uint32_t Error() const { return error_; }
 
   private:
-    int handle_;
+    File folder_;
+    std::uint32_t error_;
 };
 
-std::uint32_t LastError() {
-    return static_cast<std::uint32_t>(errno);
+bool IsSame(const struct stat& a, const struct stat& b) {
+    return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+// A profile file and what is known of it from the last time. Only to be used under its folder's lock.
+class Profile {
+  public:
+    std::uint32_t Set(const std::string& path, const std::string& section, std::string_view entries);
+
+  private:
+    std::uint32_t Update(const File& file);
+    std::uint32_t Append(const std::string& path, std::string_view section) const;
+    std::uint32_t Replace(const std::string& path, const File& file, ProfileIndex::Extent old,
+                          std::string_view section) const;
+
+    struct stat status_ {};
+    ProfileIndex index_;
+};
+
+std::uint32_t Profile::Set(const std::string& path, const std::string& section, std::string_view entries) {
+    const File file(path, O_RDONLY | O_NONBLOCK);
+    if (file.Error() == ENOENT) {
+        *this = {};
+    } else if (file.Error() != 0) {
+        return file.Error();
+    } else if (const std::uint32_t error = Update(file)) {
+        *this = {};
+        return error;
+    }
+    const std::string wanted = index_.Format(section, entries);
+    const ProfileIndex::Extent* old = index_.Find(section);
+    if (old == nullptr) return Append(path, std::string(index_.Joint()) + wanted);
+    std::string present;
+    if (const std::uint32_t error = file.Read(old->begin, old->end - old->begin, present)) return error;
+    return present == wanted ? 0 : Replace(path, file, *old, wanted);
+}
+
+// Anything but a plain file of a sensible size is an error.
+std::uint32_t Profile::Update(const File& file) {
+    const struct stat before = std::exchange(status_, {});
+    struct stat now {};
+    if (fstat(file.Handle(), &now) != 0) return static_cast<std::uint32_t>(errno);
+    if (!S_ISREG(now.st_mode)) return EINVAL;
+    if (now.st_size > static_cast<off_t>(kLargestFile)) return EFBIG;
+    if (!IsSame(before, now)) {
+        const bool grown =
+            before.st_ino == now.st_ino && before.st_dev == now.st_dev && before.st_size < now.st_size;
+        const std::size_t from = grown ? index_.ReadOnFrom() : 0;
+        std::string text;
+        if (const std::uint32_t error = file.Read(from, kLargestFile, text)) return error;
+        if (!grown) {
+            index_.Read(text);
+        } else if (!index_.ReadOn(text)) {
+            return Update(file);  // as one that it knows nothing of
+        }
+    }
+    status_ = now;
+    return 0;
+}
+
+// What does not get into the file as a whole is taken back.
+std::uint32_t Profile::Append(const std::string& path, std::string_view section) const {
+    File file(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
+    if (file.Error() != 0) return file.Error();
+    std::uint32_t error = file.Write(section);
+    if (error == 0) error = file.Close();
+    if (error != 0 && truncate(path.c_str(), status_.st_size) != 0) return static_cast<std::uint32_t>(errno);
+    return error;
+}
+
+// Others see the old file or the new one, never a part: written beside it, then renamed over it.
+std::uint32_t Profile::Replace(const std::string& path, const File& file, ProfileIndex::Extent old,
+                               std::string_view section) const {
+    std::string text;
+    if (const std::uint32_t error = file.Read(0, kLargestFile, text)) return error;
+    text.replace(old.begin, old.end - old.begin, section);
+    const std::string beside = path + "." + std::to_string(CurrentProcessId()) + ".tmp";
+    File replacement(beside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
+    if (replacement.Error() != 0) return replacement.Error();
+    const auto failed = [](int result) { return result != 0 ? static_cast<std::uint32_t>(errno) : 0; };
+    std::uint32_t error = failed(fchmod(replacement.Handle(), status_.st_mode & 07777));
+    if (error == 0) error = replacement.Write(text);
+    if (error == 0) error = replacement.Close();
+    if (error == 0) error = failed(std::rename(beside.c_str(), path.c_str()));
+    if (error != 0) unlink(beside.c_str());
+    return error;
 }
 
 // The path behind symbolic links, so that the file is replaced and not the link.
@@ -53,55 +137,24 @@ std::string Resolved(const std::string& path) {
     return resolved ? std::string(resolved.get()) : path;
 }
 
-// A file that is not there reads as an empty one. Anything but a plain file of a sensible size is an error.
-std::uint32_t ReadWhole(const std::string& path, std::string& text, mode_t& mode) {
-    const File file(path, O_RDONLY | O_NONBLOCK);
-    if (!file) return errno == ENOENT ? 0 : LastError();
-    struct stat status {};
-    if (fstat(file.Handle(), &status) != 0) return LastError();
-    if (!S_ISREG(status.st_mode)) return EINVAL;
-    mode = status.st_mode & 07777;
-
-    std::array<char, 16384> buffer;
-    ssize_t length;
-    while ((length = read(file.Handle(), buffer.data(), buffer.size())) > 0) {
-        text.append(buffer.data(), static_cast<std::size_t>(length));
-        if (text.size() > kLargestFile) return EFBIG;
+// The files written last.
+class KnownProfiles {
+  public:
+    static KnownProfiles& Get() {
+        static KnownProfiles* const profiles = new KnownProfiles;  // may be used while the process exits
+        return *profiles;
     }
-    return length < 0 ? LastError() : 0;
-}
-
-bool WriteWhole(int file, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t length = write(file, text.data(), text.size());
-        if (length < 0) return false;
-        text.remove_prefix(static_cast<std::size_t>(length));
+    std::unique_lock<std::mutex> TryLock() { return std::unique_lock(mutex_, std::try_to_lock); }
+    Profile& Of(const std::string& path) {
+        constexpr std::size_t kMost = 8;
+        if (profiles_.size() >= kMost && !profiles_.contains(path)) profiles_.clear();
+        return profiles_[path];
     }
-    return true;
-}
 
-// Others see the old file or the new one, never a part: written beside it, then renamed over it.
-std::uint32_t ReplaceFile(const std::string& path, std::string_view text, mode_t mode) {
-    const std::string beside = path + "." + std::to_string(CurrentProcessId()) + ".tmp";
-    File file(beside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
-    if (!file) return LastError();
-    const bool keepsMode = mode == 0 || fchmod(file.Handle(), mode) == 0;
-    if (keepsMode && WriteWhole(file.Handle(), text) && file.Close() &&
-        std::rename(beside.c_str(), path.c_str()) == 0) {
-        return 0;
-    }
-    const std::uint32_t error = LastError();
-    unlink(beside.c_str());
-    return error;
-}
-
-// Takes the lock that all writers of a folder's profiles share, at once or not at all. It is the folder's
-// own, so no lock file stays behind. A file system without such locks goes without: the file is replaced in
-// one step anyway.
-std::uint32_t Lock(const File& folder) {
-    if (!folder) return LastError();
-    return flock(folder.Handle(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK ? EWOULDBLOCK : 0;
-}
+  private:
+    std::mutex mutex_;
+    std::map<std::string, Profile> profiles_;
+};
 
 }  // namespace
 
@@ -110,14 +163,12 @@ std::uint32_t SetProfileSection(const std::string& path, const std::string& sect
     if (section.find('\n') != std::string::npos) return EINVAL;  // it would end the header line
     const std::string target = Resolved(path);
     const PathParts parts = SplitPath(target);
-    const File folder(std::string(parts.drive).append(parts.directory), O_RDONLY | O_DIRECTORY);
-    if (const std::uint32_t error = Lock(folder)) return error;
-
-    std::string before;
-    mode_t mode = 0;
-    if (const std::uint32_t error = ReadWhole(target, before, mode)) return error;
-    const std::string after = ReplaceProfileSection(before, section, entries);
-    return after == before ? 0 : ReplaceFile(target, after, mode);
+    const FolderLock folder(std::string(parts.drive).append(parts.directory));
+    if (folder.Error() != 0) return folder.Error();
+    // Who finds the known ones in use (in the child of a fork that may be for ever) starts from nothing.
+    const std::unique_lock lock = KnownProfiles::Get().TryLock();
+    Profile fresh;
+    return (lock ? KnownProfiles::Get().Of(target) : fresh).Set(target, section, entries);
 }
 
 }  // namespace Metrics::platform
