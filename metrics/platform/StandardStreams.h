@@ -6,8 +6,8 @@ namespace Metrics::platform {
 // Whether a person looks at the error stream, so that progress may be shown there.
 bool IsErrorStreamTerminal();
 
-// Standard input and output carry bytes as they are: no line end is translated. To be called before either
-// is used.
-void MakeStandardStreamsBinary();
+// For a program that filters bytes, before it reads or writes any: no line end is translated, and writing
+// where nobody reads any more fails (EPIPE; EINVAL on Windows) rather than end the process.
+void PrepareStandardStreams();
 
 }  // namespace Metrics::platform

@@ -86,7 +86,7 @@ int Run(const Options& options) {
 
 int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
-    Metrics::platform::MakeStandardStreamsBinary();
+    Metrics::platform::PrepareStandardStreams();
     try {
         return Run(ParseOptions({argv + 1, argv + argc}));
     } catch (const UsageError& error) {

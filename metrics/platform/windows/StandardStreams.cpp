@@ -10,7 +10,7 @@ bool IsErrorStreamTerminal() {
     return _isatty(_fileno(stderr)) != 0;
 }
 
-void MakeStandardStreamsBinary() {
+void PrepareStandardStreams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
 }
