@@ -156,6 +156,7 @@ void QueueToFile(benchmark::State& state, Format format) {
     MetricsManager& manager = MetricsManager::GetInstance();
     const std::shared_ptr<detail::Core> core = detail::Core::Current();
     MetricsOutput output(Mode::Single, format);
+    output.SetRowDefinition("path(parse);parse.elapsed:r;parse.bytes:i;parse.line:i");
     output.OpenFile(folder / "all", 0);
     for (auto _ : state) {
         manager.SetState(MetricsManager::Collecting, false);
@@ -173,6 +174,7 @@ void QueueToFile(benchmark::State& state, Format format) {
 BENCHMARK_CAPTURE(QueueToFile, RawUnordered, Format::RawUnordered)->Arg(1)->Arg(100)->UseManualTime();
 BENCHMARK_CAPTURE(QueueToFile, Raw, Format::Raw)->Arg(1)->Arg(100)->UseManualTime();
 BENCHMARK_CAPTURE(QueueToFile, Xml, Format::Xml)->Arg(1)->Arg(100)->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Csv, Format::CsvComma)->Arg(1)->Arg(100)->UseManualTime();
 
 // Asking for what is written when nothing is: what a host waits that finishes its outputs now and then.
 void Finish(benchmark::State& state) {
