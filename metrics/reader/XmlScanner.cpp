@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "metrics/RowDefinitionError.h"
+#include "metrics/reader/ByteSearch.h"
 #include "metrics/reader/XmlCopy.h"
 #include "metrics/reader/XmlText.h"
 
@@ -86,6 +87,7 @@ const char* XmlScanner::ScanText(const char* at, const char* end) {
 const char* XmlScanner::ScanPlainTag(const char* at, const char* end) {
     const char* close = at;
     if (close != end && *close == '/') ++close;
+    close += LettersAt(Piece(close, end));
     while (close != end && kIsPlain[static_cast<unsigned char>(*close)]) ++close;
     if (close == end || *close != '>' || close - at > kLongestPlainTag || copy_ != nullptr) return nullptr;
     HandlePlainTag(Piece(at, close));
@@ -120,8 +122,10 @@ const char* XmlScanner::FindTagEnd(const char* at, const char* end) {
     for (; at != end; ++at) {
         const char c = *at;
         if (quote_ != '\0') {
-            if (c == quote_) quote_ = '\0';
-            last_ = c;
+            at = Find(quote_, at, end);
+            last_ = quote_;
+            if (at == end) return end;
+            quote_ = '\0';
         } else if (c == '>') {
             return at;
         } else if ((c == '"' || c == '\'') && last_ == '=') {

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdint>
 
+#include "metrics/reader/ByteSearch.h"
+
 namespace StreamingXml {
 namespace {
 
@@ -68,6 +70,10 @@ std::string_view TrimBlanks(std::string_view text) {
 }
 
 void AppendUnescaped(std::string& out, std::string_view text) {
+    if (!HoldsAny(text, '&', '\\', '\\')) {
+        out += text;
+        return;
+    }
     while (!text.empty()) {
         const std::size_t plain = PlainLength(text);
         out += text.substr(0, plain);

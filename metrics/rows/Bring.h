@@ -52,7 +52,7 @@ class BringRef {
     void Take() {
         if (bring_ != nullptr) ++bring_->references;
     }
-    static void Recycle(Bring* bring);
+    static inline void Recycle(Bring* bring);
 
     Bring* bring_ = nullptr;
 };
@@ -61,14 +61,36 @@ class BringRef {
 // Must outlive every reference.
 class BringPool {
   public:
-    BringRef Take(std::uint32_t level, std::size_t fields);
+    BringRef Take(std::uint32_t level, std::size_t fields) {
+        if (free_.empty()) Grow();
+        Bring* const bring = free_.back();
+        if (bring->fields.size() != fields) bring->fields.resize(fields);
+        free_.pop_back();
+        bring->level = level;
+        bring->used = false;
+        return BringRef(bring);
+    }
 
   private:
     friend class BringRef;
-    void Release(Bring* bring);
+    void Grow();
+    void Release(Bring* bring) {
+        constexpr std::size_t kKeptCapacity = 4096;  // one huge value must not stay for ever
+        for (Bring::Field& field : bring->fields) {
+            field.state = Bring::FieldState::Unknown;
+            field.nearest = nullptr;
+            field.text.clear();
+            if (field.text.capacity() > kKeptCapacity) field.text = std::string();
+        }
+        free_.push_back(bring);  // there is room: Grow() saw to it
+    }
 
     std::vector<std::unique_ptr<Bring>> all_;
     std::vector<Bring*> free_;
 };
+
+inline void BringRef::Recycle(Bring* bring) {
+    bring->pool->Release(bring);
+}
 
 }  // namespace Metrics::detail

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "metrics/ColumnType.h"
+#include "metrics/rows/ColumnSpec.h"
 #include "metrics/rows/Expression.h"
 
 namespace Metrics::detail {
@@ -47,6 +48,7 @@ struct Joint {
     std::vector<int> branchOf;     // of each operand; kNone for one that is not below
     std::vector<bool> ownPath;     // of each operand: its named node is this joint's or one above it
     std::vector<bool> sharesName;  // of each operand: its path and the joint's begin with the same name
+    bool allShareName = false;
 };
 
 struct CompiledColumn {
@@ -62,7 +64,7 @@ struct CompiledColumn {
     bool hasAggregate = false;
     Program program;
 
-    bool IsFilter() const;
+    bool IsFilter() const { return (flags & ExprFlags::kFilter) != 0; }
 };
 
 struct AggregateSlot {

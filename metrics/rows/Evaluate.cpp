@@ -104,20 +104,11 @@ class Stack {
     std::size_t size_ = 0;
 };
 
-Value OperandValue(const CellView& cell) {
-    switch (cell.state) {
-        case CellView::State::Missing: return {};
-        case CellView::State::Empty: return {Value::Kind::Nothing, 0, {}};
-        case CellView::State::Value: return {Value::Kind::Text, 0, cell.text};
-    }
-    return {};
-}
-
 Value Produce(const CompiledRow& row, const Step& step, const ValueSource& source) {
     switch (step.kind) {
         case Step::Kind::Number: return {Value::Kind::Number, step.number, row.texts[step.index]};
         case Step::Kind::Text: return {Value::Kind::Literal, 0, row.texts[step.index]};
-        case Step::Kind::Operand: return OperandValue(source.OperandAt(step.index));
+        case Step::Kind::Operand: return ValueOf(source.OperandAt(step.index));
         case Step::Kind::RowNumber: return Value::OfNumber(static_cast<double>(source.RowNumber()));
         case Step::Kind::Aggregate: return source.AggregateAt(step.index);
         case Step::Kind::Scalar: break;
@@ -138,8 +129,7 @@ Value Apply(Function function, const Value& left, const Value& right) {
     return Value::OfNumber(Calculate(function, ToNumber(left), ToNumber(right)));
 }
 
-Value Evaluate(const CompiledRow& row, const Program& program, const ValueSource& source) {
-    if (program.size() == 1) return Produce(row, program.front(), source);
+Value EvaluateSteps(const CompiledRow& row, const Program& program, const ValueSource& source) {
     Stack stack(program.size());
     for (const Step& step : program) {
         if (step.kind != Step::Kind::Scalar) {

@@ -1,7 +1,5 @@
 #include "metrics/rows/Gather.h"
 
-#include <algorithm>
-
 namespace Metrics::detail {
 
 void Gather::Reset(std::uint32_t newLevel, std::size_t operands, std::size_t branches) {
@@ -14,23 +12,11 @@ void Gather::Reset(std::uint32_t newLevel, std::size_t operands, std::size_t bra
 }
 
 void Gather::Clear() {
-    std::fill(last.begin(), last.end(), BringRef());
-    std::fill(pending.begin(), pending.end(), BringRef());
+    for (BringRef& bring : last) bring = {};
+    for (BringRef& bring : pending) bring = {};
+    if (nextAge == 0) return;  // none has waited
     waiting.clear();
     for (auto& rows : lackBranch) rows.clear();
-}
-
-CellView RowView::At(std::uint32_t operand) const {
-    const Cell& cell = row_.cells[operand];
-    if (cell.empty) return {CellView::State::Empty, {}, false};
-    if (!cell.bring) return {};
-    const Bring::Field& field = cell.bring->fields[compiled_.operands[operand].field];
-    switch (field.state) {
-        case Bring::FieldState::Unknown: return {};
-        case Bring::FieldState::Absent: return {CellView::State::Empty, {}, false};
-        case Bring::FieldState::Known: return {CellView::State::Value, field.text, !cell.bring->used};
-    }
-    return {};
 }
 
 }  // namespace Metrics::detail

@@ -61,6 +61,19 @@ class RowView {
     const Row& row_;
 };
 
+inline CellView RowView::At(std::uint32_t operand) const {
+    const Cell& cell = row_.cells[operand];
+    if (cell.empty) return {CellView::State::Empty, {}, false};
+    if (!cell.bring) return {};
+    const Bring::Field& field = cell.bring->fields[compiled_.operands[operand].field];
+    switch (field.state) {
+        case Bring::FieldState::Unknown: return {};
+        case Bring::FieldState::Absent: return {CellView::State::Empty, {}, false};
+        case Bring::FieldState::Known: return {CellView::State::Value, field.text, !cell.bring->used};
+    }
+    return {};
+}
+
 // Who gets the rows that lack nothing, in order. Its filters are its own affair: written or not, what the row
 // holds counts as used.
 class RowReceiver {

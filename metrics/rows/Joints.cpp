@@ -81,6 +81,8 @@ void RowCompiler::DescribeJoint(int index) {
         joint.sharesName.push_back(index != kRoot && operand.node != kRoot &&
                                    FirstNamed(nodes, operand.node) == FirstNamed(nodes, index));
     }
+    joint.allShareName =
+        std::find(joint.sharesName.begin(), joint.sharesName.end(), false) == joint.sharesName.end();
     node.joint = static_cast<int>(row_.joints.size());
     row_.joints.push_back(std::move(joint));
 }

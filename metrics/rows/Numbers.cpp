@@ -99,12 +99,14 @@ namespace {
 bool AppendPlainReal(std::string& out, std::string_view text, unsigned precision) {
     constexpr std::size_t kSafeDigits = 15;
     const std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
-    const std::size_t point = std::min(digits.find('.'), digits.size());
-    const std::size_t decimals = digits.size() - std::min(point + 1, digits.size());
-    if (point == 0 || decimals == 0 || decimals > precision || point + precision > kSafeDigits) return false;
+    std::size_t point = 0;
+    while (point < digits.size() && IsDigit(digits[point])) ++point;
+    if (point == 0 || point + 1 >= digits.size() || digits[point] != '.') return false;
+    const std::size_t decimals = digits.size() - point - 1;
+    if (decimals > precision || point + precision > kSafeDigits) return false;
     if (digits.front() == '0' && point != 1) return false;
-    for (std::size_t i = 0; i < digits.size(); ++i)
-        if (i != point && !IsDigit(digits[i])) return false;
+    for (std::size_t i = point + 1; i < digits.size(); ++i)
+        if (!IsDigit(digits[i])) return false;
     std::size_t size = text.size();
     while (text[size - 1] == '0' && text[size - 2] != '.') --size;
     out += text.substr(0, size);

@@ -32,10 +32,6 @@ bool HasAggregate(const Program& program) {
 
 }  // namespace
 
-bool CompiledColumn::IsFilter() const {
-    return (flags & ExprFlags::kFilter) != 0;
-}
-
 RowCompiler::RowCompiler() {
     row_.nodes.emplace_back();
 }

@@ -49,11 +49,12 @@ void RowEngine::Text(std::string_view piece) {
 
 void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes) {
     const PatternNode& pattern = Node(node);
-    const BringRef bring = pool_.Take(Level(), pattern.operands.size());
+    BringRef bring = pool_.Take(Level(), pattern.operands.size());
     const bool brings = FillAtOpen(node, *bring.get(), attributes);
-    EntriesOf(open_, node).push_back({Level(), bring});
+    Entries& entries = EntriesOf(open_, node);
+    entries.push_back({Level(), std::move(bring)});
     // What is not whole before the element closes comes then.
-    if (brings && !pattern.needsEnd && IsDelivered(node)) Deliver(node, bring);
+    if (brings && !pattern.needsEnd && IsDelivered(node)) Deliver(node, entries.back().bring);
 }
 
 // True when there is anything to bring. A missing attribute beside others is an empty one.
@@ -103,9 +104,9 @@ bool RowEngine::CloseElement() {
     if (!state.sources.empty()) CloseSources(state);
     CloseGathers(state);
     for (const int source : state.sources) {
-        const BringRef bring = EntriesOf(open_, source).back().bring;
-        if (Node(source).needsEnd && !BringsToOwnJoint(source)) Deliver(source, bring);
-        EntriesOf(open_, source).pop_back();
+        Entries& entries = EntriesOf(open_, source);
+        if (Node(source).needsEnd && !BringsToOwnJoint(source)) Deliver(source, entries.back().bring);
+        entries.pop_back();
     }
     if (Innermost().endAwaited) ConcludeParked();
     if (Innermost().foundBelow) ForgetFound();
@@ -113,7 +114,7 @@ bool RowEngine::CloseElement() {
         std::string& text = texts_[--openTexts_];
         if (text.capacity() > 65536) text = std::string();
     }
-    names_.resize(Innermost().nameStart);
+    if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
     wantsText_ = Innermost().state->wantsText;
     return true;
@@ -123,7 +124,7 @@ bool RowEngine::CloseElement() {
 void RowEngine::CloseSources(const MatchState& state) {
     for (const int source : state.sources) {
         if (!Node(source).needsEnd) continue;
-        const BringRef bring = EntriesOf(open_, source).back().bring;
+        const BringRef& bring = EntriesOf(open_, source).back().bring;
         FillAtEnd(source, bring);
         if (Node(source).soughtAround) RememberText(source, bring);
         if (BringsToOwnJoint(source) && IsDelivered(source)) Deliver(source, bring);

@@ -114,7 +114,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     bool LacksRequired(const Row& row) const;
     static bool HoldsUnused(const Row& row, bool ownOnly);
     static bool HoldsOtherUnused(const Row& row, const Bring* than);
-    void Complete(int joint, const Gather& gather, Row& row);
+    bool Complete(int joint, const Gather& gather, Row& row);  // true when it lacks nothing
     void CompleteOperand(int joint, const Gather& gather, Row& row, std::size_t operand);
     bool LookInOwnPath(int joint, Row& row, std::size_t operand);
     bool LookAround(Row& row, std::size_t operand, bool replaces);

@@ -1,7 +1,6 @@
 #include "metrics/rows/RowFields.h"
 
-#include <algorithm>
-
+#include "metrics/reader/ByteSearch.h"
 #include "metrics/rows/Text.h"
 
 namespace Metrics::detail {
@@ -56,15 +55,20 @@ std::vector<std::string_view> PivotSuffixes(std::string_view path) {
     return suffixes;
 }
 
+void QuoteFrom(std::string& out, std::size_t start, char separator) {
+    const std::string_view text = std::string_view(out).substr(start);
+    if (!StreamingXml::HoldsAny(text, separator, '"', '\n')) return;
+    const std::string field(text);
+    out.resize(start);
+    out += '"';
+    for (const char c : field) out.append(c == '"' ? 2 : 1, c);
+    out += '"';
+}
+
 void AppendField(std::string& out, std::string_view text, char separator) {
-    const auto isSpecial = [separator](char c) { return c == separator || c == '"' || c == '\n'; };
-    if (std::none_of(text.begin(), text.end(), isSpecial)) {
-        out += text;
-        return;
-    }
-    out += '"';
-    for (const char c : text) out.append(c == '"' ? 2 : 1, c);
-    out += '"';
+    const std::size_t start = out.size();
+    out += text;
+    QuoteFrom(out, start, separator);
 }
 
 void AppendLines(std::string& out, const RowFields& fields, char separator) {

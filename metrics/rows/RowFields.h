@@ -41,7 +41,9 @@ void AddColumn(RowFields& fields, const CompiledRow& row, const CompiledColumn& 
 // Every suffix of a pivot path, the whole first; they borrow it.
 std::vector<std::string_view> PivotSuffixes(std::string_view path);
 
-// A field as CSV has it, in quotes when it holds the separator, a quote or a line feed.
+// Makes a field of CSV of what `out` holds from there on: in quotes when it holds the separator, a quote or a
+// line feed.
+void QuoteFrom(std::string& out, std::size_t start, char separator);
 void AppendField(std::string& out, std::string_view text, char separator);
 
 // The row as lines: one, or one for each suffix of its pivot path.

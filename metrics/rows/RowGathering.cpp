@@ -29,6 +29,8 @@ Gather* RowEngine::FindGather(int joint, std::uint32_t level) const {
 }
 
 Gather& RowEngine::GatherAt(int joint, std::uint32_t level) {
+    auto& stack = gathers_[static_cast<std::size_t>(joint)];
+    if (!stack.empty() && stack.back()->level == level) return *stack.back();
     if (Gather* const known = FindGather(joint, level)) return *known;
     std::unique_ptr<Gather> gather;
     if (spareGathers_.empty()) {
@@ -38,7 +40,6 @@ Gather& RowEngine::GatherAt(int joint, std::uint32_t level) {
         spareGathers_.pop_back();
     }
     gather->Reset(level, row_.operands.size(), static_cast<std::size_t>(JointAt(joint).branches));
-    auto& stack = gathers_[static_cast<std::size_t>(joint)];
     auto place = stack.end();
     while (place != stack.begin() && (*std::prev(place))->level > level) --place;
     return **stack.insert(place, std::move(gather));
@@ -51,7 +52,8 @@ Row RowEngine::NewRow(int joint, std::uint32_t level) {
         row = std::move(spareRows_.back());
         spareRows_.pop_back();
     }
-    row.cells.assign(row_.operands.size(), {});
+    row.cells.clear();
+    row.cells.resize(row_.operands.size());
     row.origin = joint;
     row.level = level;
     row.cameFrom = kNone;
@@ -77,8 +79,7 @@ void RowEngine::MakeRow(int joint, Gather& gather, Moment moment) {
     Row row = NewRow(joint, gather.level);
     TakePending(gather, row);
     if (HoldsUnused(row, true)) {
-        Complete(joint, gather, row);
-        if (LacksNothing(row)) {
+        if (Complete(joint, gather, row)) {
             Write(row);
         } else if (moment == Moment::Closing) {
             HandUp(joint, row);
@@ -149,8 +150,7 @@ void RowEngine::Arrive(int joint, Gather& gather, Row& row, int branch) {
     if (!gather.waiting.empty()) OfferToWaiting(joint, gather, branch);
     if (!HoldsUnused(row, true)) return;
     row.cameFrom = branch;
-    Complete(joint, gather, row);
-    if (LacksNothing(row)) {
+    if (Complete(joint, gather, row)) {
         Write(row);
     } else {
         Wait(joint, gather, row);
@@ -165,8 +165,7 @@ void RowEngine::CloseGather(int joint, std::uint32_t level) {
         Row row = std::move(gather->waiting.begin()->second);
         gather->waiting.erase(gather->waiting.begin());
         if (!HoldsUnused(row, true)) continue;
-        Complete(joint, *gather, row);
-        if (LacksNothing(row)) {
+        if (Complete(joint, *gather, row)) {
             Write(row);
         } else {
             HandUp(joint, row);

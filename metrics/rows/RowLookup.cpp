@@ -48,16 +48,18 @@ bool RowEngine::Take(Row& row, std::size_t operand, const BringRef& bring) {
     return true;
 }
 
-void RowEngine::Complete(int joint, const Gather& gather, Row& row) {
+bool RowEngine::Complete(int joint, const Gather& gather, Row& row) {
+    if (JointAt(row.origin).allShareName && LacksNothing(row)) return true;
     for (std::size_t operand = 0; operand < row.cells.size(); ++operand)
         CompleteOperand(joint, gather, row, operand);
+    return LacksNothing(row);
 }
 
 void RowEngine::CompleteOperand(int joint, const Gather& gather, Row& row, std::size_t operand) {
     const Joint& origin = JointAt(row.origin);
-    const Cell& cell = row.cells[operand];
     if (Has(row, operand)) {
         // A nested context's id never labels the outer one's time.
+        const Cell& cell = row.cells[operand];
         const bool fromInside = cell.own && cell.bring && cell.bring->level > row.level;
         if (fromInside && !origin.sharesName[operand] && HoldsOtherUnused(row, cell.bring.get()))
             LookAround(row, operand, true);

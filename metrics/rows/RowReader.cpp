@@ -1,5 +1,8 @@
 #include "metrics/rows/RowReader.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "metrics/rows/RowCompiler.h"
 
 namespace Metrics::detail {
@@ -7,6 +10,11 @@ namespace Metrics::detail {
 RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow)
     : row_(row),
       onRow_(std::move(onRow)),
+      hasFilters_(std::any_of(row.columns.begin(), row.columns.end(),
+                              [](const CompiledColumn& column) { return column.IsFilter(); })),
+      hasPlainColumns_(std::all_of(
+          row.columns.begin(), row.columns.end(),
+          [](const CompiledColumn& column) { return column.kind == CompiledColumn::Kind::Value; })),
       summary_(row.IsSummary() ? std::make_unique<Summary>(row) : nullptr),
       engine_(row, *this) {}
 
@@ -14,7 +22,7 @@ void RowReader::OnRow(const RowView& row) {
     if (IsFull()) return;
     current_ = &row;
     ++rowNumber_;
-    if (!Passes()) {
+    if (hasFilters_ && !Passes()) {
         --rowNumber_;
     } else if (summary_ != nullptr) {
         summary_->Add(*this);
@@ -53,14 +61,29 @@ void RowReader::GiveGroups() {
 void RowReader::AppendCurrent(std::string& out, char separator, bool includeAggregates) const {
     if (givingGroups_) {
         summary_->BuildFields(currentGroup_, rowNumber_, includeAggregates, fields_);
-    } else if (current_ != nullptr) {
+    } else if (current_ == nullptr) {
+        return;
+    } else if (hasPlainColumns_) {
+        return AppendPlainLine(out, separator);
+    } else {
         fields_.Clear();
         for (const CompiledColumn& column : row_.columns)
             if (!column.IsFilter()) AddColumn(fields_, row_, column, *this);
-    } else {
-        return;
     }
     AppendLines(out, fields_, separator);
+}
+
+// The same as by way of fields, without their copies.
+void RowReader::AppendPlainLine(std::string& out, char separator) const {
+    bool isFirst = true;
+    for (const CompiledColumn& column : row_.columns) {
+        if (column.IsFilter()) continue;
+        if (!std::exchange(isFirst, false)) out += separator;
+        const std::size_t start = out.size();
+        AppendValue(out, Evaluate(row_, column.program, *this), column.type, column.precision);
+        QuoteFrom(out, start, separator);
+    }
+    out += '\n';
 }
 
 void CompileRow(const std::vector<std::string>& columns, CompiledRow& row) {

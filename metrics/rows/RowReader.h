@@ -36,12 +36,15 @@ class RowReader final : private RowReceiver, private ValueSource {
   private:
     void OnRow(const RowView& row) override;
     bool Passes() const;
+    void AppendPlainLine(std::string& out, char separator) const;
     CellView OperandAt(std::uint32_t operand) const override { return current_->At(operand); }
     Value AggregateAt(std::uint32_t) const override { return {}; }
     std::int64_t RowNumber() const override { return rowNumber_; }
 
     const CompiledRow& row_;
     std::function<void()> onRow_;
+    bool hasFilters_;
+    bool hasPlainColumns_;  // each column is one field and no row is multiplied
     std::unique_ptr<Summary> summary_;
     RowEngine engine_;
     std::int64_t rowNumber_ = 0;

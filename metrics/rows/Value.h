@@ -41,7 +41,23 @@ class ValueSource {
     ~ValueSource() = default;
 };
 
-Value Evaluate(const CompiledRow& row, const Program& program, const ValueSource& source);
+inline Value ValueOf(const CellView& cell) {
+    switch (cell.state) {
+        case CellView::State::Missing: return {};
+        case CellView::State::Empty: return {Value::Kind::Nothing, 0, {}};
+        case CellView::State::Value: return {Value::Kind::Text, 0, cell.text};
+    }
+    return {};
+}
+
+Value EvaluateSteps(const CompiledRow& row, const Program& program, const ValueSource& source);
+
+// Most columns are one operand as it stands.
+inline Value Evaluate(const CompiledRow& row, const Program& program, const ValueSource& source) {
+    if (program.size() == 1 && program.front().kind == Step::Kind::Operand)
+        return ValueOf(source.OperandAt(program.front().index));
+    return EvaluateSteps(row, program, source);
+}
 
 // One operator or function on two values.
 Value Apply(Function function, const Value& left, const Value& right);
