@@ -90,17 +90,13 @@ const char* XmlScanner::ScanPlainTag(const char* at, const char* end) {
     close += LettersAt(Piece(close, end));
     while (close != end && kIsPlain[static_cast<unsigned char>(*close)]) ++close;
     if (close == end || *close != '>' || close - at > kLongestPlainTag || copy_ != nullptr) return nullptr;
-    HandlePlainTag(Piece(at, close));
-    return close + 1;
-}
-
-void XmlScanner::HandlePlainTag(std::string_view text) {
-    if (!text.starts_with('/')) {
-        handler_.OpenElement(text, {}, giveLines_ ? tagPosition_.line : 0);
+    if (*at != '/') {
+        handler_.OpenElement(Piece(at, close), {}, giveLines_ ? tagPosition_.line : 0);
     } else if (!handler_.CloseElement()) {
-        FailTag(text);
+        FailTag(Piece(at, close));
     }
     CheckInterrupt();
+    return close + 1;
 }
 
 void XmlScanner::CheckInterrupt() {

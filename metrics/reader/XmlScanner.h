@@ -62,7 +62,6 @@ class XmlScanner {
     void EnterMarkup(Mode mode);
 
     void HandleTag(std::string_view text);
-    void HandlePlainTag(std::string_view text);
     void CheckInterrupt();
     void GiveText(std::string_view piece);
     void GiveLiteral(std::string_view piece);

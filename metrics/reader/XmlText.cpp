@@ -63,12 +63,6 @@ bool AppendEntity(std::string& out, std::string_view name) {
 
 }  // namespace
 
-std::string_view TrimBlanks(std::string_view text) {
-    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-    return text;
-}
-
 void AppendUnescaped(std::string& out, std::string_view text) {
     if (!HoldsAny(text, '&', '\\', '\\')) {
         out += text;

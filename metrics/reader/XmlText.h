@@ -12,7 +12,11 @@ constexpr bool IsBlank(char c) {
     return c == ' ' || c == '\n' || c == '\t' || c == '\r';
 }
 
-std::string_view TrimBlanks(std::string_view text);
+inline std::string_view TrimBlanks(std::string_view text) {
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+    return text;
+}
 
 // Appends `text` with its escapes undone: the five named entities, numeric ones (as UTF-8) and the doubled
 // backslash. What only looks like an escape stays as it is.

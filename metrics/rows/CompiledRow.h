@@ -31,7 +31,8 @@ struct PatternNode {
     int depth = 0;
     int joint = kNone;  // the joint that this node is, or the nearest above
     bool isJoint = false;
-    bool needsEnd = false;  // an operand is known only when the element closes
+    bool needsEnd = false;     // an operand is known only when the element closes
+    bool knowsAtOpen = false;  // an operand is known when it opens
     bool wantsText = false;
     bool soughtAround = false;  // rows of other paths look for its text in the elements around
     std::vector<int> children;

@@ -1,5 +1,6 @@
 #include "metrics/rows/Numbers.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -122,6 +123,17 @@ void AppendRealText(std::string& out, std::string_view text, unsigned precision)
 void AppendInteger(std::string& out, std::int64_t value) {
     char buffer[24];
     out.append(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
+}
+
+void AppendIntegerText(std::string& out, std::string_view text) {
+    constexpr std::size_t kSafeDigits = 18;
+    const bool printsAsItIs = text.size() <= kSafeDigits && (!text.starts_with('0') || text.size() == 1) &&
+                              !text.empty() && std::all_of(text.begin(), text.end(), IsDigit);
+    if (printsAsItIs) {
+        out += text;
+    } else {
+        AppendInteger(out, LeadingInteger(text));
+    }
 }
 
 }  // namespace Metrics::detail

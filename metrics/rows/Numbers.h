@@ -28,5 +28,7 @@ void AppendReal(std::string& out, double value, unsigned precision);
 void AppendRealText(std::string& out, std::string_view text, unsigned precision);
 
 void AppendInteger(std::string& out, std::int64_t value);
+// AppendInteger(LeadingInteger(text)), as above.
+void AppendIntegerText(std::string& out, std::string_view text);
 
 }  // namespace Metrics::detail

@@ -50,7 +50,7 @@ void RowEngine::Text(std::string_view piece) {
 void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes) {
     const PatternNode& pattern = Node(node);
     BringRef bring = pool_.Take(Level(), pattern.operands.size());
-    const bool brings = FillAtOpen(node, *bring.get(), attributes);
+    const bool brings = pattern.knowsAtOpen && FillAtOpen(node, *bring.get(), attributes);
     Entries& entries = EntriesOf(open_, node);
     entries.push_back({Level(), std::move(bring)});
     // What is not whole before the element closes comes then.

@@ -78,6 +78,9 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void RememberText(int node, const BringRef& bring);
     void ForgetFound();
     void CloseGathers(const MatchState& state);
+    bool IsKnown(const Bring& bring, std::uint32_t operand) const {
+        return bring.fields[row_.operands[operand].field].state == Bring::FieldState::Known;
+    }
     bool BringsToOwnJoint(int node) const { return Node(node).isJoint; }
     bool IsDelivered(int node) const { return node != kRoot || !row_.hasNamedPaths; }
 
@@ -95,7 +98,13 @@ class RowEngine final : public StreamingXml::XmlHandler {
 
     // Rows (RowGathering.cpp)
     void Deliver(int node, const BringRef& bring);
-    Gather& GatherAt(int joint, std::uint32_t level);
+    Gather& GatherAt(int joint, std::uint32_t level) {
+        const auto& stack = gathers_[static_cast<std::size_t>(joint)];
+        if (!stack.empty() && stack.back()->level == level) return *stack.back();
+        Gather* const known = FindGather(joint, level);
+        return known != nullptr ? *known : OpenGather(joint, level);
+    }
+    Gather& OpenGather(int joint, std::uint32_t level);
     Gather* FindGather(int joint, std::uint32_t level) const;
     Row NewRow(int joint, std::uint32_t level);
     void TakePending(Gather& gather, Row& row) const;

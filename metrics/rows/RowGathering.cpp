@@ -28,10 +28,8 @@ Gather* RowEngine::FindGather(int joint, std::uint32_t level) const {
     return found != stack.rend() && (*found)->level == level ? found->get() : nullptr;
 }
 
-Gather& RowEngine::GatherAt(int joint, std::uint32_t level) {
+Gather& RowEngine::OpenGather(int joint, std::uint32_t level) {
     auto& stack = gathers_[static_cast<std::size_t>(joint)];
-    if (!stack.empty() && stack.back()->level == level) return *stack.back();
-    if (Gather* const known = FindGather(joint, level)) return *known;
     std::unique_ptr<Gather> gather;
     if (spareGathers_.empty()) {
         gather = std::make_unique<Gather>();
@@ -67,10 +65,10 @@ void RowEngine::TakePending(Gather& gather, Row& row) const {
         if (!bring) continue;
         const int node = gather.pendingNode[branch];
         for (const std::uint32_t operand : Node(node).operands) {
-            const auto state = bring->fields[row_.operands[operand].field].state;
             // Of "*" the attribute may be had from an element around.
-            if (node == kRoot && state != Bring::FieldState::Known) continue;
-            row.cells[operand] = {bring, true, false};
+            if (node == kRoot && !IsKnown(*bring.get(), operand)) continue;
+            row.cells[operand].bring = bring;
+            row.cells[operand].own = true;
         }
     }
 }

@@ -21,10 +21,6 @@ bool IsTrueNumber(double number) {
     return number != 0 && !std::isnan(number);
 }
 
-std::int64_t ToInteger(const Value& value) {
-    return value.text.empty() ? ToInt64(value.number) : LeadingInteger(value.text);
-}
-
 bool ToBoolean(const Value& value) {
     const bool text = value.kind == Value::Kind::Text || value.kind == Value::Kind::Literal;
     return text ? IsTrueText(value.text) : IsTrueNumber(value.number);
@@ -77,7 +73,9 @@ bool IsTrue(const Value& value) {
 void AppendValue(std::string& out, const Value& value, ColumnType type, unsigned precision) {
     if (value.IsEmpty()) return;
     switch (type) {
-        case ColumnType::Integer: return AppendInteger(out, ToInteger(value));
+        case ColumnType::Integer:
+            if (value.text.empty()) return AppendInteger(out, ToInt64(value.number));
+            return AppendIntegerText(out, value.text);
         case ColumnType::Real: {
             const bool text = value.kind == Value::Kind::Text || value.kind == Value::Kind::Literal;
             if (text) return AppendRealText(out, value.text, precision);
