@@ -16,7 +16,30 @@ std::string* PartOf(RowCase& test, const std::string& name) {
     if (name == "input") return &test.input;
     if (name == "rows" || name == "table") return &test.output;
     if (name == "error") return &test.error;
+    if (name == "results") return &test.results;
+    if (name == "errors") return &test.errors;
     throw std::runtime_error("unknown part: " + name);
+}
+
+// Calls `add` with both sides of each line "expression => result".
+template <class Add>
+void ForEachLine(const std::string& table, Add add) {
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t arrow = line.find(" => ");
+        if (arrow == std::string::npos) throw std::runtime_error("no arrow: " + line);
+        add(line.substr(0, arrow), line.substr(arrow + 4));
+    }
+}
+
+// An expression of literals alone makes no row, so that another column has to.
+void Expand(const RowCase& table, std::vector<RowCase>& cases) {
+    ForEachLine(table.results, [&](const std::string& expression, const std::string& result) {
+        cases.push_back({expression, "v.a;[r]:" + expression, table.input, "7," + result + '\n'});
+    });
+    ForEachLine(table.errors, [&](const std::string& definition, const std::string& message) {
+        cases.push_back({definition, definition, table.input, {}, message});
+    });
 }
 
 std::string Header(StreamingXml::XmlParser& parser) {
@@ -36,7 +59,7 @@ std::vector<RowCase> ReadCases(const std::string& file) {
         if (line.starts_with("== ")) {
             // The empty line before a case is no part of the one before.
             if (part != nullptr && part->ends_with('\n')) part->pop_back();
-            cases.push_back({line.substr(3), {}, {}, {}, {}});
+            cases.push_back({line.substr(3)});
             part = nullptr;
         } else if (line.starts_with("--- ") && !cases.empty()) {
             part = PartOf(cases.back(), line.substr(4));
@@ -45,9 +68,13 @@ std::vector<RowCase> ReadCases(const std::string& file) {
             *part += line + '\n';
         }
     }
-    for (RowCase& test : cases)
+    std::vector<RowCase> all;
+    for (RowCase& test : cases) {
         if (!test.error.empty()) test.error.pop_back();
-    return cases;
+        Expand(test, all);
+        if (!test.definition.empty()) all.push_back(std::move(test));
+    }
+    return all;
 }
 
 RowOutcome RunRows(const std::string& definition, const std::string& input, std::size_t chunk,

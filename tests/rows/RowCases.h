@@ -15,13 +15,18 @@
 //
 // "--- table" instead of "--- rows" expects the header line too. "--- error" holds the message of what is
 // thrown, after the rows when it comes with rows. What stands before the first case is comment.
+//
+// Many expressions are one case with the parts "results" or "errors" instead: lines "expression => result"
+// and "definition => message". Their input is an element v with an a of 7.
 struct RowCase {
     std::string title;
-    std::string definition;
-    std::string input;
-    std::string output;
-    std::string error;
+    std::string definition = {};
+    std::string input = {};
+    std::string output = {};
+    std::string error = {};
     bool withHeader = false;
+    std::string results = {};
+    std::string errors = {};
 };
 
 std::vector<RowCase> ReadCases(const std::string& file);
