@@ -127,7 +127,8 @@ const char* XmlScanner::FindTagEnd(const char* at, const char* end) {
         } else if ((c == '"' || c == '\'') && last_ == '=') {
             quote_ = c;
         } else if (!IsBlank(c)) {
-            last_ = c;
+            while (at + 1 != end && kIsPlain[static_cast<unsigned char>(at[1])]) ++at;
+            last_ = *at;
         }
     }
     return end;

@@ -75,13 +75,18 @@ void RowReader::AppendCurrent(std::string& out, char separator, bool includeAggr
 
 // The same as by way of fields, without their copies.
 void RowReader::AppendPlainLine(std::string& out, char separator) const {
+    // Numbers hold neither of these separators nor what else asks for quotes.
+    const bool isCommon = separator == ',' || separator == '|';
+    const auto isNumeric = [isCommon](ColumnType type) {
+        return isCommon && (type == ColumnType::Integer || type == ColumnType::Real);
+    };
     bool isFirst = true;
     for (const CompiledColumn& column : row_.columns) {
         if (column.IsFilter()) continue;
         if (!std::exchange(isFirst, false)) out += separator;
         const std::size_t start = out.size();
         AppendValue(out, Evaluate(row_, column.program, *this), column.type, column.precision);
-        QuoteFrom(out, start, separator);
+        if (!isNumeric(column.type)) QuoteFrom(out, start, separator);
     }
     out += '\n';
 }
