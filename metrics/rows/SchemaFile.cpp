@@ -12,11 +12,10 @@ namespace Metrics::detail {
 namespace {
 
 constexpr std::size_t kLongestPart = 255;
-constexpr int kAttempts = 5;
-constexpr auto kPause = std::chrono::milliseconds(250);
-// Other writers hold the file for a millisecond or so; this long an attempt makes way for them.
-constexpr int kTriesPerAttempt = 20;
-constexpr auto kMoment = std::chrono::milliseconds(2);
+// As long as five attempts with a pause of 250 milliseconds after each. Other writers hold the file for a few
+// milliseconds only, so that it is tried more often.
+constexpr auto kPatience = std::chrono::milliseconds(5 * 250);
+constexpr auto kMoment = std::chrono::milliseconds(5);
 
 std::string_view TypeName(ColumnType type) {
     switch (type) {
@@ -30,16 +29,18 @@ std::string_view TypeName(ColumnType type) {
     return {};
 }
 
-// Which files could not be written last time.
+// Which files could not be written last time. Nobody waits here: in the child of a fork it may be in use for
+// ever.
 class FailedFiles {
   public:
     bool Contains(const std::string& path) {
-        const std::lock_guard lock(mutex_);
-        return paths_.contains(path);
+        const std::unique_lock lock(mutex_, std::try_to_lock);
+        return lock && paths_.contains(path);
     }
     void Note(const std::string& path, bool failed) {
         constexpr std::size_t kMost = 1000;
-        const std::lock_guard lock(mutex_);
+        const std::unique_lock lock(mutex_, std::try_to_lock);
+        if (!lock) return;
         if (!failed) {
             paths_.erase(path);
         } else if (paths_.size() < kMost) {
@@ -55,15 +56,6 @@ class FailedFiles {
 FailedFiles& Failed() {
     static FailedFiles* const files = new FailedFiles;  // may be used while the process exits
     return *files;
-}
-
-// 0 or the system's error code.
-std::uint32_t Attempt(const std::string& path, const std::string& section, const std::string& entries,
-                      int tries) {
-    std::uint32_t error = 0;
-    while ((error = platform::SetProfileSection(path, section, entries)) != 0 && --tries > 0)
-        std::this_thread::sleep_for(kMoment);
-    return error;
 }
 
 struct SchemaPlace {
@@ -104,11 +96,12 @@ void WriteSchema(const std::string& fileName, const std::vector<StreamingXml::Xm
     const SchemaPlace place = PlaceOf(fileName);
     const std::string entries = SchemaEntries(columns, separator);
     const bool failedBefore = Failed().Contains(place.path);
-    std::uint32_t error = Attempt(place.path, place.section, entries, failedBefore ? 1 : kTriesPerAttempt);
-    for (int attempt = 1; error != 0 && !failedBefore; ++attempt) {
-        std::this_thread::sleep_for(kPause);
-        if (attempt == kAttempts) break;
-        error = Attempt(place.path, place.section, entries, kTriesPerAttempt);
+    const auto attempt = [&] { return platform::SetProfileSection(place.path, place.section, entries); };
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    std::uint32_t error = attempt();
+    while (error != 0 && !failedBefore && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(kMoment);
+        error = attempt();
     }
     Failed().Note(place.path, error != 0);
     if (error != 0) {

@@ -102,7 +102,7 @@ TEST_F(SchemaFileTest, PathsThatAreTooLong) {
     EXPECT_EQ(Message(Table(std::string(200, 'n') + ".csv")), "no error");
 }
 
-// Five attempts for the first table of a folder that cannot be written, one for each further.
+// The first table of a folder that cannot be written is tried for a while, each further one once.
 TEST_F(SchemaFileTest, AFolderThatIsNoneFailsOnceSlowlyThenAtOnce) {
     std::ofstream(folder_ / "file") << "x";
     const auto start = std::chrono::steady_clock::now();
@@ -110,7 +110,7 @@ TEST_F(SchemaFileTest, AFolderThatIsNoneFailsOnceSlowlyThenAtOnce) {
     const auto first = std::chrono::steady_clock::now();
     EXPECT_TRUE(message.starts_with("WritePrivateProfileString failed with errorcode ")) << message;
     EXPECT_NE(message.back(), ' ');
-    EXPECT_GE(first - start, std::chrono::milliseconds(1000));
+    EXPECT_GE(first - start, std::chrono::milliseconds(1250));
     for (int i = 0; i < 10; ++i) EXPECT_EQ(Message(Table("file/" + std::to_string(i) + ".csv")), message);
     EXPECT_LT(std::chrono::steady_clock::now() - first, std::chrono::milliseconds(500));
 }
