@@ -22,6 +22,16 @@ auto Await(Look look) noexcept {
     }
 }
 
+// What a producer sleeps for each block that is filled: half a millisecond when twice as much waits as it
+// should, and the square of that beyond; in the end so long that any consumer keeps up.
+std::chrono::microseconds Delay(std::uint64_t waiting, std::uint64_t crowd) {
+    constexpr double kUnit = 500;
+    constexpr double kLongest = 100'000;
+    const double beyond = static_cast<double>(waiting) / static_cast<double>(crowd) - 1;
+    const double delay = beyond > 0 ? std::min(kUnit * beyond * beyond, kLongest) : 0;
+    return std::chrono::microseconds(static_cast<std::int64_t>(delay));
+}
+
 }  // namespace
 
 // The directory is a megabyte, of which the system backs what is used.
@@ -73,16 +83,15 @@ void MpscSlots::MakeRoomFor(std::uint64_t ticket) noexcept {
         return ticket < end_.limit.load(std::memory_order_acquire);
     });
     Door open = Door::Open;
-    if (Size() > kCrowd) door_.compare_exchange_strong(open, Door::Slow, std::memory_order_relaxed);
+    if (Size() > crowd_.load(std::memory_order_relaxed))
+        door_.compare_exchange_strong(open, Door::Slow, std::memory_order_relaxed);
 }
 
 // The door isn't open. False when it stays closed.
 bool MpscSlots::Admit() noexcept {
     Door door = Door::Slow;
     if (door_.compare_exchange_strong(door, Door::Open, std::memory_order_relaxed)) {
-        constexpr std::uint64_t kLongestUs = 10'000;
-        const std::uint64_t beyond = std::max(Size(), kCrowd) - kCrowd;
-        std::this_thread::sleep_for(std::chrono::microseconds(std::min(beyond / kBlock, kLongestUs)));
+        std::this_thread::sleep_for(Delay(Size(), crowd_.load(std::memory_order_relaxed)));
         return true;
     }
     return door == Door::Open || Grow();

@@ -45,6 +45,9 @@ class MpscSlots {
         return &entry.load(std::memory_order_relaxed)->slots[ticket % kBlock];
     }
 
+    /// Producers are slowed while more than `elements` wait.
+    void SetCrowd(std::uint64_t elements) noexcept { crowd_.store(elements, std::memory_order_relaxed); }
+
     /// How many tickets were drawn and not taken yet.
     std::uint64_t Size() const noexcept {
         const std::uint64_t taken = taken_.load(std::memory_order_acquire);
@@ -79,9 +82,6 @@ class MpscSlots {
     /// Empty blocks are kept for as many tickets ahead.
     static constexpr std::uint64_t kKept = 4096;
     static_assert(kKept > kMargin + kBlock);
-    /// From so many on (64 MiB) producers are slowed.
-    static constexpr std::uint64_t kCrowd = std::uint64_t{1} << 20;
-
     /// What a producer finds before it draws a ticket.
     enum class Door : std::uint8_t {
         Open,
@@ -103,6 +103,7 @@ class MpscSlots {
 
     Block** const directory_;
     std::atomic<Door> door_{Door::Open};
+    std::atomic<std::uint64_t> crowd_{std::uint64_t{1} << 17};
 
     // All that producers write, on one cache line.
     struct alignas(64) End {
@@ -149,6 +150,9 @@ class MpscQueue {
     [[nodiscard]] bool TryPush(T&& element) noexcept {
         return TryBuild([&](void* place) noexcept { new (place) T(std::move(element)); });
     }
+
+    /// Producers are slowed while more than `elements` wait.
+    void SetCrowd(std::size_t elements) noexcept { slots_.SetCrowd(elements); }
 
     /// How many elements are there, those that are being built included.
     std::size_t Size() const noexcept { return static_cast<std::size_t>(slots_.Size()); }

@@ -20,6 +20,10 @@ constexpr std::size_t kSynthetic = 2;
 // cache levels that the machine's cores share. The wait between two cycles adapts to it.
 constexpr std::size_t kWantedBatch = 65536;
 constexpr std::size_t kHugeBatch = 4 * kWantedBatch;
+// What waits may take the worker about a tenth of a second; beyond that those who post are slowed.
+constexpr double kCrowdSeconds = 0.1;
+constexpr double kSmallestCrowd = 16384;
+constexpr double kLargestCrowd = 1048576;  // 64 MiB
 constexpr std::int64_t kLongestWaitMs = 1000;
 constexpr std::int64_t kShortestWaitMs = 5;
 
@@ -122,10 +126,19 @@ bool Worker::Cycle() {
     AppendSynthetic();
     const bool goesOn = batch_.empty() || Deliver(lock, failure);
     if (core_->Inherited()) return false;
+    NotePace();
     // A task or a callback that throws ends the worker, but not before the batch in its hands has been
     // delivered.
     if (failure) std::rethrow_exception(failure);
     return goesOn;
+}
+
+// A small batch tells nothing of what the worker can do.
+void Worker::NotePace() {
+    if (taken_ < kInitialBatch) return;
+    const std::chrono::duration<double> busy = std::chrono::steady_clock::now() - start_;
+    const double crowd = static_cast<double>(taken_) / std::max(busy.count(), 1e-6) * kCrowdSeconds;
+    core_->queue_.SetCrowd(static_cast<std::size_t>(std::clamp(crowd, kSmallestCrowd, kLargestCrowd)));
 }
 
 void Worker::TakeEvents() {

@@ -66,6 +66,7 @@ class Worker {
     void Leave();
     void Loop();
     bool Cycle();
+    void NotePace();
     void TakeEvents();
     void AppendSynthetic();
     bool Deliver(std::unique_lock<platform::RecursiveMutex>& lock, std::exception_ptr& failure);

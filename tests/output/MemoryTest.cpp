@@ -4,6 +4,7 @@
 #include "metrics/output/NullStream.h"
 #include "tests/output/CountedMemory.h"
 #include "tests/output/OutputFixture.h"
+#include "tests/support/Memory.h"
 
 namespace Metrics {
 namespace {
@@ -80,6 +81,7 @@ INSTANTIATE_TEST_SUITE_P(Outputs, MemoryTest,
 
 // Streams of which parts were missed: a subscriber that came late, contexts that outlive their root.
 TEST(MemoryOfStrays, StaysFlat) {
+    if (kThreadSanitized) GTEST_SKIP() << "one thread, for minutes";
     const std::function<std::vector<MetricsEvent>(std::uint64_t)> strays[] = {
         [](std::uint64_t id) { return std::vector{Create(99, id)}; },
         [](std::uint64_t id) {
