@@ -12,8 +12,6 @@
 
 namespace Metrics {
 
-constinit thread_local ThreadSlot threadSlot;
-
 namespace {
 
 // The records of the living threads, for those who leave a note.
@@ -32,31 +30,26 @@ std::uint64_t NextSerial() {
     return ++last;
 }
 
-// Ends the record with its thread. Marks that destructors of later thread-locals make find the slot ended.
-struct ThreadGuard {
-    ~ThreadGuard() {
-        threadSlot.ended = true;
-        threadSlot.generation = 0;
-        delete std::exchange(threadSlot.record, nullptr);
-    }
-};
+// Null when the thread is ending.
+MetricsThreadContext* NewRecord() {
+    auto record = std::make_unique<MetricsThreadContext>();
+    const auto end = [](void* ended) { delete static_cast<MetricsThreadContext*>(ended); };
+    return platform::SetThreadValue(record.get(), end) ? record.release() : nullptr;
+}
 
 }  // namespace
 
 MetricsThreadContext* ThreadRecordSlow() {
-    ThreadSlot& slot = threadSlot;
-    if (slot.ended) return nullptr;
-    static thread_local ThreadGuard guard;
-    static_cast<void>(guard);
     try {
-        if (slot.record == nullptr) slot.record = new MetricsThreadContext;
+        auto* record = static_cast<MetricsThreadContext*>(platform::ThreadValue());
+        if (record == nullptr) record = NewRecord();
+        if (record == nullptr) return nullptr;
         auto [core, generation] = detail::CurrentCoreAndGeneration();
-        slot.record->Adopt(std::move(core), generation);
-        slot.generation = generation;
+        record->Adopt(std::move(core), generation);
+        return record;
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
-    return slot.record;
 }
 
 MetricsThreadContext::MetricsThreadContext() : serial_(NextSerial()) {}

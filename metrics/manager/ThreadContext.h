@@ -7,6 +7,7 @@
 
 #include "metrics/manager/ContextState.h"
 #include "metrics/manager/Process.h"
+#include "metrics/platform/Platform.h"
 
 namespace Metrics {
 
@@ -132,24 +133,14 @@ class MetricsThreadContext {
     bool missedDepartures_ = false;  // there was no memory to note one
 };
 
-/// What a thread finds its record by. Plain data, so that it can be read in the thread's last moments, when
-/// the record is gone and marks are dropped.
-struct ThreadSlot {
-    MetricsThreadContext* record = nullptr;
-    std::uint64_t generation = 0;
-    bool ended = false;
-};
-
-extern constinit thread_local ThreadSlot threadSlot;
-
 MetricsThreadContext* ThreadRecordSlow();
 
 /// The calling thread's record; null when the thread is ending or there is no memory for one.
 inline MetricsThreadContext* ThreadRecord() {
-    const ThreadSlot& slot = threadSlot;
-    if (slot.generation == detail::managerGeneration.load(std::memory_order_relaxed)) [[likely]] {
-        return slot.record;
-    }
+    auto* record = static_cast<MetricsThreadContext*>(platform::ThreadValue());
+    const auto generation = detail::managerGeneration.load(std::memory_order_relaxed);
+    if (record != nullptr && record->Generation() == generation) [[likely]]
+        return record;
     return ThreadRecordSlow();
 }
 

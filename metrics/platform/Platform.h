@@ -44,6 +44,22 @@ std::uint32_t CurrentProcessId();
 // Linux); a system without names ignores it.
 void SetCurrentThreadName(const char* name);
 
+// One pointer for each thread, null at first. Marks read it, so it is inline where the system's compilers
+// have thread-locals that cost no call and outlive every destructor.
+#ifdef _WIN32
+void* ThreadValue();
+#else
+extern constinit thread_local void* threadValue;
+inline void* ThreadValue() {
+    return threadValue;
+}
+#endif
+
+// Sets it, for good: when the thread ends, `end` gets it there, and it is null again. Thread-local objects of
+// others may go before that or after it. False, and nothing is set, when that has been already, or without
+// memory. On Windows threads that live when the process ends or the library is unloaded don't get that far.
+bool SetThreadValue(void* value, void (*end)(void*));
+
 // While one lives, the calling thread has all asynchronous signals blocked, and so has, for its whole life,
 // every thread that it creates meanwhile. A thread without them never runs the host's signal handlers and
 // gets an error code from a closed pipe. To be destroyed on the thread that made it; on Windows there is

@@ -22,6 +22,31 @@ TEST(ThreadTest, ALongNameIsNoError) {
     std::thread([] { SetCurrentThreadName("a name that no system of ours can hold in full"); }).join();
 }
 
+TEST(ThreadTest, AValueEndsWithItsThreadOnceAndForAll) {
+    struct Ends {
+        int count = 0;
+        bool wasGone = false;
+        bool couldBeSet = true;
+    };
+    const auto end = [](void* value) {
+        auto& ends = *static_cast<Ends*>(value);
+        ++ends.count;
+        ends.wasGone = ThreadValue() == nullptr;
+        ends.couldBeSet = SetThreadValue(value, [](void* again) { ++static_cast<Ends*>(again)->count; });
+    };
+    Ends ends;
+    std::thread([&] {
+        EXPECT_EQ(ThreadValue(), nullptr);
+        ASSERT_TRUE(SetThreadValue(&ends, end));
+        EXPECT_EQ(ThreadValue(), &ends);
+        std::thread([] { EXPECT_EQ(ThreadValue(), nullptr); }).join();
+        EXPECT_EQ(ends.count, 0);
+    }).join();
+    EXPECT_EQ(ends.count, 1);
+    EXPECT_TRUE(ends.wasGone);
+    EXPECT_FALSE(ends.couldBeSet);
+}
+
 TEST(ThreadTest, AHandleToldFromItsThreadsEnd) {
     EXPECT_FALSE(ThreadHandle().IsAlive());
     EXPECT_TRUE(ThreadHandle::Current().IsAlive());

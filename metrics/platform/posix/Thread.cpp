@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "metrics/platform/Platform.h"
 
@@ -48,7 +49,28 @@ ThreadStatus ReadStatus(std::uint32_t threadId) {
     return length <= 0 ? ThreadStatus() : ParseStatus({line.data(), static_cast<std::size_t>(length)});
 }
 
+constinit thread_local bool threadValueHasEnded = false;
+
+struct ThreadValueGuard {
+    void (*end)(void*);
+
+    ~ThreadValueGuard() {
+        threadValueHasEnded = true;
+        end(std::exchange(threadValue, nullptr));
+    }
+};
+
 }  // namespace
+
+constinit thread_local void* threadValue = nullptr;
+
+bool SetThreadValue(void* value, void (*end)(void*)) {
+    if (threadValueHasEnded) return false;
+    static thread_local const ThreadValueGuard guard{end};
+    static_cast<void>(guard);
+    threadValue = value;
+    return true;
+}
 
 void SetCurrentThreadName(const char* name) {
     std::array<char, 16> cut{};
