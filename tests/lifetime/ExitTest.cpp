@@ -40,11 +40,13 @@ int CountInOrder(const std::string& file, const std::string& name) {
 
 TEST_P(Exit, KeepsWhatItPromises) {
     const Ending& ending = GetParam();
+    if (LIFETIME_NO_THREAD_LOCAL_OBJECTS && std::string(ending.where) == "thread_local")
+        GTEST_SKIP() << "this compiler frees thread-local objects before it runs their destructors";
     std::string file = "exit-";
     for (const char* part : {ending.where, "-", ending.way, ending.session, ".csv"}) file += part;
     std::filesystem::remove(file);
     const bool throws = std::string(ending.way) == "throw";
-    std::string command = LIFETIME_EXIT;
+    std::string command = std::filesystem::path(LIFETIME_EXIT).make_preferred().string();
     for (const char* part : {file.c_str(), ending.where, ending.way, ending.session})
         (command += ' ') += part;
     if (throws) (command += " 2>") += file + ".err";
@@ -65,24 +67,15 @@ TEST_P(Exit, KeepsWhatItPromises) {
 }
 
 constexpr Ending kEndings[] = {
-    {"local", "return", "", true},
-    {"local", "return", "session", true},
-    {"local", "exit", "", false},
-    {"local", "exit", "session", false},
-    {"local", "quick_exit", "", false},
-    {"local", "throw", "", false},
-    {"static", "return", "", true},
-    {"static", "return", "session", true},
-    {"static", "exit", "", true},
-    {"static", "exit", "session", true},
-    {"static", "quick_exit", "", false},
-    {"static", "throw", "", false},
-    {"thread_local", "return", "", true},
-    {"thread_local", "return", "session", true},
-    {"thread_local", "exit", "", true},
-    {"thread_local", "exit", "session", true},
-    {"thread_local", "quick_exit", "", false},
-    {"thread_local", "throw", "", false},
+    {"local", "return", "", true},        {"local", "return", "session", true},
+    {"local", "exit", "", false},         {"local", "exit", "session", false},
+    {"local", "_Exit", "", false},        {"local", "throw", "", false},
+    {"static", "return", "", true},       {"static", "return", "session", true},
+    {"static", "exit", "", true},         {"static", "exit", "session", true},
+    {"static", "_Exit", "", false},       {"static", "throw", "", false},
+    {"thread_local", "return", "", true}, {"thread_local", "return", "session", true},
+    {"thread_local", "exit", "", true},   {"thread_local", "exit", "session", true},
+    {"thread_local", "_Exit", "", false}, {"thread_local", "throw", "", false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Ways, Exit, ::testing::ValuesIn(kEndings), [](const auto& test) {

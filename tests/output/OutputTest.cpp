@@ -23,7 +23,7 @@ bool Has(const std::string& text, const std::string& part) {
 
 TEST_F(WholeOutput, WritesAFilePerRootAndClosesItWithTheContext) {
     MetricsOutput output(Mode::PerContext, Format::Xml);
-    output.SetWildcardedOutputFile(Path("a*b*.xml"));
+    output.SetWildcardedOutputFile(Path("a b*c.xml"));
     unsigned long long id = 0;
     {
         Context context = Context::Root("job");
@@ -32,7 +32,7 @@ TEST_F(WholeOutput, WritesAFilePerRootAndClosesItWithTheContext) {
         METRICS_VALUE("n", 5);
     }
     output.Flush();
-    const std::string text = ReadFile(Path("a" + std::to_string(id) + "b*.xml"));
+    const std::string text = ReadFile(Path("a b" + std::to_string(id) + "c.xml"));
     EXPECT_TRUE(text.ends_with("</job>\n")) << text;
     EXPECT_TRUE(Has(text, "  <step>\n")) << text;
     EXPECT_TRUE(Has(text, "    <n>5</n>\n  </step>\n")) << text;

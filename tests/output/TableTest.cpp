@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "metrics/Csv.h"
 #include "metrics/RowDefinitionError.h"
 #include "metrics/XmlParser.h"
 #include "metrics/output/XmlWriter.h"
+#include "metrics/platform/Platform.h"
 #include "tests/output/OutputFixture.h"
 
 namespace Metrics::Testing {
@@ -128,20 +130,28 @@ TEST_F(TableFiles, ASchemaStandsBesideFilesThatTheirTargetOwns) {
         borrowed.SetRowDefinition(definition);
         borrowed.OpenFile(Path("borrowed.csv"), kRoot);
     }
-    EXPECT_EQ(ReadFile(Path("schema.ini")), "no file");
-    Output owned(Mode::PerContext, Format::CsvPipe);
-    owned.SetRowDefinition(definition);
-    owned.SetWildcard(Path("run-*.csv"));
-    owned.Put(OneRun());
-    owned.CloseDown();
-    EXPECT_EQ(owned.Errors(), Briefs());
-    const std::string schema = ReadFile(Path("schema.ini"));
-    for (const char* line :
-         {"[run-1.csv]", "ColNameHeader=True", "Format=Delimited(|)", "DecimalSymbol=.",
-          "DateTimeFormat=yy-m-d h:n:s", "col1=\"stage\" Memo", "col2=\"seconds\" Double"}) {
-        EXPECT_NE(schema.find(line), std::string::npos) << line << " is not in\n" << schema;
+    // Windows knows two separators, and the folder has a drive letter there.
+    for (const char separator : {'/', platform::PathSeparator()}) {
+        std::string folder = Path("the tables");
+        std::replace_if(folder.begin(), folder.end(), platform::IsPathSeparator, separator);
+        std::filesystem::create_directory(folder);
+        Output owned(Mode::PerContext, Format::CsvPipe);
+        owned.SetRowDefinition(definition);
+        owned.SetWildcard(folder + separator + "run *.csv");
+        owned.Put(OneRun());
+        owned.CloseDown();
+        EXPECT_EQ(owned.Errors(), Briefs());
+        const std::string schema = ReadFile(Path("the tables/schema.ini"));
+        for (const char* line :
+             {"[run 1.csv]", "ColNameHeader=True", "Format=Delimited(|)", "DecimalSymbol=.",
+              "DateTimeFormat=yy-m-d h:n:s", "col1=\"stage\" Memo", "col2=\"seconds\" Double"}) {
+            EXPECT_NE(schema.find(line), std::string::npos) << line << " is not in\n" << schema;
+        }
+        EXPECT_EQ(ReadFile(Path("the tables/run 1.csv")),
+                  "stage|seconds\nfile.read.time|0.25\nfile.merge.time|1.5\n");
+        std::filesystem::remove_all(folder);
     }
-    EXPECT_EQ(ReadFile(Path("run-1.csv")), "stage|seconds\nfile.read.time|0.25\nfile.merge.time|1.5\n");
+    EXPECT_EQ(ReadFile(Path("schema.ini")), "no file");
 }
 
 TEST_F(TableFiles, WhatGoesWrongWhileTheWorkerConvertsIsRecordedAndStopsTheOutput) {

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/package/Module.h"
+#include "tests/support/Module.h"
 
 namespace {
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
-#include <string>
 
 namespace Metrics::Testing {
 
@@ -31,13 +29,7 @@ inline constexpr bool kSanitized = true;  // slower, and memory is kept back to 
 inline constexpr bool kSanitized = kThreadSanitized;
 #endif
 
-/// What the process holds of the machine's memory, in KiB; 0 where the system doesn't tell in this way.
-inline std::int64_t ResidentKiB() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.compare(0, 6, "VmRSS:") == 0) return std::stoll(line.substr(6));
-    }
-    return 0;
-}
+/// What the process holds of the machine's memory, in KiB.
+std::int64_t ResidentKiB();
 
 }  // namespace Metrics::Testing

@@ -1,5 +1,5 @@
-// A module that instruments itself, and one that is all a program knows of the library: loaded with dlopen,
-// and unloaded again while its marks are queued.
+// A module that instruments itself, and one that is all a program knows of the library: loaded and
+// unloaded again while its marks are queued.
 #include <memory>
 #include <optional>
 

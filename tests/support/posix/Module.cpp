@@ -1,4 +1,4 @@
-#include "tests/package/Module.h"
+#include "tests/support/Module.h"
 
 #include <dlfcn.h>
 
