@@ -1,6 +1,6 @@
 # What only our own builds use: warnings as errors and sanitizers. Nothing of it reaches who links the library.
 add_library(metrics_developer INTERFACE)
-if(METRICS_DEVELOPER)
+if(METRICS_DEVELOPER AND NOT MSVC)
     target_compile_options(metrics_developer INTERFACE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
         # GCC 12 sees overlapping copies in the inlined std::string operators (its bug 105651).
