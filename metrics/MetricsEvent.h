@@ -45,6 +45,29 @@ class MetricsEvent {
           param1(std::move(first)),
           param2(std::move(second)) {}
 
+    /// Most events own no text, and are copied as sixty bytes.
+    MetricsEvent(const MetricsEvent& other)
+        : header(other.header, MetricsValue::Bitwise{}),
+          contextId(other.contextId, MetricsValue::Bitwise{}),
+          timestamp(other.timestamp, MetricsValue::Bitwise{}),
+          param1(other.param1, MetricsValue::Bitwise{}),
+          param2(other.param2, MetricsValue::Bitwise{}) {
+        if (OwnsText()) [[unlikely]]
+            DuplicateTexts();
+    }
+    MetricsEvent(MetricsEvent&& other) noexcept
+        : header(other.header, MetricsValue::Bitwise{}),
+          contextId(other.contextId, MetricsValue::Bitwise{}),
+          timestamp(other.timestamp, MetricsValue::Bitwise{}),
+          param1(other.param1, MetricsValue::Bitwise{}),
+          param2(other.param2, MetricsValue::Bitwise{}) {
+        if (OwnsText()) [[unlikely]]
+            other.ForgetTexts();
+    }
+    MetricsEvent& operator=(const MetricsEvent&) = default;
+    MetricsEvent& operator=(MetricsEvent&&) noexcept = default;
+    ~MetricsEvent() = default;
+
     /// The header word for a type, a component id (its low 12 bits are kept) and a sequence number.
     static constexpr std::uint64_t PackHeader(MetricsEventType type, std::uint64_t component,
                                               std::uint32_t sequence) noexcept {
@@ -72,6 +95,14 @@ class MetricsEvent {
     METRICS_API unsigned long Read(const MetricsValueBuffer& buffer);
 
   private:
+    bool OwnsText() const noexcept {
+        return ((header.bits_.tag | contextId.bits_.tag | timestamp.bits_.tag | param1.bits_.tag |
+                 param2.bits_.tag) &
+                MetricsValue::kOwned) != 0;
+    }
+    METRICS_API void DuplicateTexts();
+    METRICS_API void ForgetTexts() noexcept;
+
     static constexpr std::uint32_t ToSixBits(MetricsEventType type) noexcept {
         return static_cast<std::uint32_t>(type) & 63U;
     }

@@ -110,23 +110,20 @@ class MetricsValue {
     MetricsValue(const std::string& text) : MetricsValue(std::string_view(text)) {}
     METRICS_API MetricsValue(const wchar_t* text);
 
-    MetricsValue(const MetricsValue& other) : kind_(other.kind_), words_(other.words_) {
+    MetricsValue(const MetricsValue& other) : bits_(other.bits_) {
         if (OwnsText()) Duplicate();
     }
-    MetricsValue(MetricsValue&& other) noexcept : kind_(other.kind_), words_(other.words_) { other.Forget(); }
+    MetricsValue(MetricsValue&& other) noexcept : bits_(other.bits_) { other.Forget(); }
     MetricsValue& operator=(const MetricsValue& other) {
         if (OwnsText() || other.OwnsText()) return *this = MetricsValue(other);
-        kind_ = other.kind_;
-        words_ = other.words_;
+        bits_ = other.bits_;
         return *this;
     }
     MetricsValue& operator=(MetricsValue&& other) noexcept {
-        const MetricsValueType kind = other.kind_;
-        const Words words = other.words_;
+        const Bits bits = other.bits_;
         other.Forget();  // before the release, so that moving a value onto itself keeps it
         if (OwnsText()) Release();
-        kind_ = kind;
-        words_ = words;
+        bits_ = bits;
         return *this;
     }
     ~MetricsValue() {
@@ -144,9 +141,9 @@ class MetricsValue {
     /// Now, in UTC, as a DateTime with a resolution of one millisecond.
     METRICS_API static MetricsValue FromCurrentTime() noexcept;
 
-    MetricsValueType Kind() const noexcept { return kind_; }
-    bool IsText() const noexcept { return (static_cast<unsigned>(kind_) & ~3U) == 4; }
-    bool OwnsText() const noexcept { return (static_cast<unsigned>(kind_) & ~1U) == 4; }
+    MetricsValueType Kind() const noexcept { return static_cast<MetricsValueType>(bits_.tag & 0xFF); }
+    bool IsText() const noexcept { return IsText(Kind()); }
+    bool OwnsText() const noexcept { return (bits_.tag & kOwned) != 0; }
 
     /// The payload's 64 bits, whatever the kind; 0 for a text.
     std::uint64_t AsUInt64() const noexcept { return IsText() ? 0 : Payload(); }
@@ -157,7 +154,7 @@ class MetricsValue {
     METRICS_API double AsDouble() const noexcept;
     /// The time of a DateTime, no time for every other kind.
     MetricsDateTime AsDateTime() const noexcept {
-        return kind_ == MetricsValueType::DateTime ? MetricsDateTime(Payload()) : MetricsDateTime();
+        return Kind() == MetricsValueType::DateTime ? MetricsDateTime(Payload()) : MetricsDateTime();
     }
     /// The text of a String or StringRef, "" for every other kind. Lives as long as the value owns it, or
     /// as long as what was borrowed.
@@ -178,35 +175,41 @@ class MetricsValue {
     METRICS_API bool operator==(const MetricsValue& other) const noexcept;
 
   private:
-    // The payload stands on a 4-byte boundary, so it is kept as two words and is only ever copied out; no
-    // 8-byte object exists there to be referred to.
-    struct Words {
+    friend class MetricsEvent;
+    friend class Scope;
+
+    // Copied as a whole. The payload stands on a 4-byte boundary, so it is kept as two words and is only ever
+    // copied out; no 8-byte object exists there to be referred to.
+    struct Bits {
+        std::uint32_t tag = 0;  // the kind, and whether the value owns a text
         std::uint32_t low = 0;
         std::uint32_t high = 0;
     };
+    static constexpr std::uint32_t kOwned = 0x100;
 
-    // Copies a value that is known to own nothing.
-    friend class Scope;
-    struct OwningNothing {};
-    MetricsValue(const MetricsValue& other, OwningNothing) noexcept
-        : kind_(other.kind_), words_(other.words_) {}
+    // Copies a value that is known to own nothing, or whose owner gives it up.
+    struct Bitwise {};
+    MetricsValue(const MetricsValue& other, Bitwise) noexcept : bits_(other.bits_) {}
 
     MetricsValue(MetricsValueType kind, std::uint64_t payload) noexcept
-        : kind_(kind), words_(std::bit_cast<Words>(payload)) {}
+        : bits_{Tag(kind), static_cast<std::uint32_t>(payload), static_cast<std::uint32_t>(payload >> 32)} {}
 
-    static std::uint64_t Address(const void* text) noexcept { return reinterpret_cast<std::uintptr_t>(text); }
-    std::uint64_t Payload() const noexcept { return std::bit_cast<std::uint64_t>(words_); }
-    std::uintptr_t Pointer() const noexcept { return static_cast<std::uintptr_t>(Payload()); }
-    bool IsWide() const noexcept { return (static_cast<unsigned>(kind_) & 1U) != 0; }
-    void Forget() noexcept {
-        kind_ = MetricsValueType::Int64;
-        words_ = {};
+    static constexpr bool IsText(MetricsValueType kind) noexcept {
+        return (static_cast<unsigned>(kind) & ~3U) == 4;
     }
+    static constexpr std::uint32_t Tag(MetricsValueType kind) noexcept {
+        const bool owns = kind == MetricsValueType::String || kind == MetricsValueType::WideString;
+        return static_cast<std::uint32_t>(kind) | (owns ? kOwned : 0);
+    }
+    static std::uint64_t Address(const void* text) noexcept { return reinterpret_cast<std::uintptr_t>(text); }
+    std::uint64_t Payload() const noexcept { return std::uint64_t{bits_.high} << 32 | bits_.low; }
+    std::uintptr_t Pointer() const noexcept { return static_cast<std::uintptr_t>(Payload()); }
+    bool IsWide() const noexcept { return (bits_.tag & 1U) != 0; }
+    void Forget() noexcept { bits_ = {}; }
     METRICS_API void Duplicate();
     METRICS_API void Release() noexcept;
 
-    MetricsValueType kind_ = MetricsValueType::Int64;
-    Words words_;
+    Bits bits_;
 };
 
 static_assert(sizeof(MetricsValue) == 12 && alignof(MetricsValue) == 4);

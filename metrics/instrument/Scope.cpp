@@ -62,7 +62,7 @@ inline void Scope::Post(const MetricsThreadContext& record, MetricsEventType typ
     const ScopeData::Stamp& stamp = body_.data.stamp_;
     core->PostBuilt([&](void* place) noexcept {
         new (place) MetricsEvent(WithType(stamp.header, type), stamp.contextId, MetricsDateTime(stamp.ticks),
-                                 MetricsValue(values, MetricsValue::OwningNothing{})...);
+                                 MetricsValue(values, MetricsValue::Bitwise{})...);
     });
 }
 

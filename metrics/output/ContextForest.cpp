@@ -57,22 +57,9 @@ void ContextForest::Adopt(ContextRecord& record, RootRecord& root) {
     }
 }
 
-void ContextForest::Hold(ContextRecord& record, const MetricsEvent& event) {
-    record.waiting.Push(event);
-    if (record.root != nullptr) {
-        ++record.root->waiting;
-    } else {
-        ++strange_;
-        ForgetOldStrangers();
-    }
-}
-
-void ContextForest::PopFront(ContextRecord& record) noexcept {
-    record.waiting.Pop();
-    --record.root->waiting;
-}
-
-void ContextForest::ForgetOldStrangers() {
+// One more event is held for strangers.
+void ContextForest::CountStrange() {
+    ++strange_;
     while (strange_ > kMostStrange) Bury(strangers_.front());
 }
 

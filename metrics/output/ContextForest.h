@@ -69,8 +69,18 @@ class ContextForest {
     // `child` was created in the stream of `parent`.
     void Announce(ContextRecord& parent, std::uint64_t child);
 
-    void Hold(ContextRecord& record, const MetricsEvent& event);
-    void PopFront(ContextRecord& record) noexcept;
+    void Hold(ContextRecord& record, const MetricsEvent& event) {
+        record.waiting.Push(event);
+        if (record.root != nullptr) {
+            ++record.root->waiting;
+        } else {
+            CountStrange();
+        }
+    }
+    void PopFront(ContextRecord& record) noexcept {
+        record.waiting.Pop();
+        --record.root->waiting;
+    }
 
     // Forgets a context with what it holds, and the contexts announced in that.
     void Erase(ContextRecord& record);
@@ -84,7 +94,7 @@ class ContextForest {
     ContextRecord* LookUp(std::uint64_t id);
     void Adopt(ContextRecord& record, RootRecord& root);
     void Bury(ContextRecord& record) noexcept;
-    void ForgetOldStrangers();
+    void CountStrange();
 
     EventBlocks blocks_;
     std::unordered_map<std::uint64_t, ContextRecord> records_;

@@ -12,7 +12,7 @@ namespace Metrics::detail {
 // nothing.
 class EventBlocks {
   public:
-    static constexpr std::size_t kEvents = 16;
+    static constexpr std::size_t kEvents = 32;
 
     struct Block {
         Block* next = nullptr;
@@ -32,7 +32,7 @@ class EventBlocks {
     void GiveBack(Block* block) noexcept;
 
   private:
-    static constexpr std::size_t kMostKept = 8192;  // 8 MB; a larger peak goes back to the system
+    static constexpr std::size_t kMostKept = 4096;  // 8 MB; a larger peak goes back to the system
 
     Block* free_ = nullptr;
     std::size_t kept_ = 0;

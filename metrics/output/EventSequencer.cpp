@@ -38,13 +38,6 @@ EventSequencer::Admission EventSequencer::AdmitCreation(const MetricsEvent& even
     return admission;
 }
 
-void EventSequencer::Hold(ContextRecord& record, const MetricsEvent& event) {
-    if (&record == &rootless_)
-        rootless_.waiting.Push(event);
-    else
-        forest_.Hold(record, event);
-}
-
 RootRecord* EventSequencer::Release(RootRecord& root, MetricsEvent* taken) {
     MetricsEvent& front = root.current->waiting.Front();
     const Effect effect = EffectOf(front);

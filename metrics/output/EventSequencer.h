@@ -43,7 +43,12 @@ class EventSequencer {
         if (record == nullptr || !record->open) return {};
         return {record, nullptr};
     }
-    void Hold(ContextRecord& record, const MetricsEvent& event);
+    void Hold(ContextRecord& record, const MetricsEvent& event) {
+        if (&record == &rootless_)
+            rootless_.waiting.Push(event);
+        else
+            forest_.Hold(record, event);
+    }
     // Whether the event just admitted for `record` comes next in the order.
     bool MayPass(const ContextRecord& record) { return IsNext(record) && IsServed(*record.root); }
     // A passed event was used. Returns the root, or null when that was its end.

@@ -29,13 +29,15 @@ MetricsValue::MetricsValue(const wchar_t* text)
     : MetricsValue(MetricsValueType::WideString,
                    Address(NewText(std::wstring_view(text != nullptr ? text : L"")))) {}
 
-// The words still hold the other value's address. When this throws, the value was never constructed and
+// The bits still hold the other value's address. When this throws, the value was never constructed and
 // nothing is freed.
 void MetricsValue::Duplicate() {
-    const void* copy = kind_ == MetricsValueType::String
+    const void* copy = Kind() == MetricsValueType::String
                            ? static_cast<const void*>(NewText(std::string_view(Text())))
                            : NewText(std::wstring_view(WideText()));
-    words_ = std::bit_cast<Words>(Address(copy));
+    const std::uint64_t address = Address(copy);
+    bits_.low = static_cast<std::uint32_t>(address);
+    bits_.high = static_cast<std::uint32_t>(address >> 32);
 }
 
 void MetricsValue::Release() noexcept {
@@ -47,7 +49,7 @@ MetricsValue MetricsValue::FromCurrentTime() noexcept {
 }
 
 double MetricsValue::AsDouble() const noexcept {
-    switch (kind_) {
+    switch (Kind()) {
         case MetricsValueType::Double: return std::bit_cast<double>(Payload());
         case MetricsValueType::Int64:
         case MetricsValueType::Bool: return static_cast<double>(AsInt64());
@@ -56,7 +58,7 @@ double MetricsValue::AsDouble() const noexcept {
 }
 
 bool MetricsValue::operator==(const MetricsValue& other) const noexcept {
-    return kind_ == other.kind_ && AsUInt64() == other.AsUInt64() &&
+    return Kind() == other.Kind() && AsUInt64() == other.AsUInt64() &&
            std::string_view(Text()) == other.Text() && std::wstring_view(WideText()) == other.WideText();
 }
 
