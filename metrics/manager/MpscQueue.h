@@ -16,6 +16,10 @@ namespace Metrics::detail {
 /// but no other producer. Slots lie in blocks, which a directory finds by number, and a block leaves it when
 /// all its elements are taken. Producers see to it that there are blocks for many tickets ahead, so that one
 /// that has drawn a ticket has a place to write to.
+///
+/// Producers that are faster than the consumer, for long, are slowed (`SetCrowd`): a little, and more the more
+/// waits. None of them waits for the consumer, but without that memory, and the time until an element's turn,
+/// would grow as fast as they can write.
 class MpscSlots {
   public:
     static constexpr std::uint64_t kBlock = 512;
@@ -82,6 +86,7 @@ class MpscSlots {
     /// Empty blocks are kept for as many tickets ahead.
     static constexpr std::uint64_t kKept = 4096;
     static_assert(kKept > kMargin + kBlock);
+
     /// What a producer finds before it draws a ticket.
     enum class Door : std::uint8_t {
         Open,

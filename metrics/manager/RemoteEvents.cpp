@@ -49,10 +49,21 @@ class Merge {
     void Add(MetricsEvent&& event) {
         ids_.Replace(event.contextId);
         switch (event.Type()) {
-            case MetricsEventType::ContextCreate: announced_.insert(ReplaceParameters(event)); break;
-            case MetricsEventType::ContextConstruct:
-                if (announced_.count(ReplaceParameters(event)) == 0) Announce(event.param2);
+            case MetricsEventType::ContextCreate: {
+                const std::uint64_t remote = ReplaceParameters(event);
+                announced_.insert(remote);
+                // Created twice, it would be waited for once more when it is long closed.
+                if (createdHere_.count(remote) != 0) return;
                 break;
+            }
+            case MetricsEventType::ContextConstruct: {
+                const std::uint64_t remote = ReplaceParameters(event);
+                if (announced_.insert(remote).second) {
+                    Announce(event.param2);
+                    createdHere_.insert(remote);
+                }
+                break;
+            }
             case MetricsEventType::SetBits:
             case MetricsEventType::SetBitsAbsolute:
             case MetricsEventType::ClearBits:
@@ -75,7 +86,8 @@ class Merge {
         return remote;
     }
 
-    // A context whose creation the buffer does not hold is created under the merging thread's current one.
+    // A context whose creation the buffer does not hold, or holds later (an output of all contexts writes
+    // what belongs to none at the end), is created under the merging thread's current one.
     void Announce(const MetricsValue& id) {
         MetricsEvent creation(MetricsEventType::ContextCreate);
         creation.contextId = current_;
@@ -87,7 +99,9 @@ class Merge {
     Core& core_;
     const std::uint64_t current_;
     IdMap ids_;
+    // By their remote ids.
     std::unordered_set<std::uint64_t> announced_;
+    std::unordered_set<std::uint64_t> createdHere_;
 };
 
 }  // namespace

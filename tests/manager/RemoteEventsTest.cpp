@@ -68,6 +68,9 @@ TEST_F(RemoteEventsTest, AContextWithoutCreationIsCreatedHere) {
     Recorded().Take();
     // Ids are given in the order of the fields: context, parent, own.
     EXPECT_EQ(Merge(Buffer({Event(Type::ContextConstruct, 0, 8, 9)})), (Lines{"@1 1 1>3", "@1 2 2>3"}));
+    // A creation that comes too late is left out.
+    EXPECT_EQ(Merge(Buffer({Event(Type::ContextConstruct, 0, 0, 9), Event(Type::ContextCreate, 0, 0, 9)})),
+              (Lines{"@1 1 1>4", "@1 2 1>4"}));
 }
 
 TEST_F(RemoteEventsTest, EverythingElseStaysAsItWas) {
