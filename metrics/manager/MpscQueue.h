@@ -17,9 +17,9 @@ namespace Metrics::detail {
 /// all its elements are taken. Producers see to it that there are blocks for many tickets ahead, so that one
 /// that has drawn a ticket has a place to write to.
 ///
-/// Producers that are faster than the consumer, for long, are slowed (`SetCrowd`): a little, and more the more
-/// waits. None of them waits for the consumer, but without that memory, and the time until an element's turn,
-/// would grow as fast as they can write.
+/// Producers that are faster than the consumer, for long, are slowed (`SetCrowd`): a little, and more the
+/// more waits. None of them waits for the consumer, but without that memory, and the time until an element's
+/// turn, would grow as fast as they can write.
 class MpscSlots {
   public:
     static constexpr std::uint64_t kBlock = 512;
