@@ -46,21 +46,11 @@ class MetricsEvent {
           param2(std::move(second)) {}
 
     /// Most events own no text, and are copied as sixty bytes.
-    MetricsEvent(const MetricsEvent& other)
-        : header(other.header, MetricsValue::Bitwise{}),
-          contextId(other.contextId, MetricsValue::Bitwise{}),
-          timestamp(other.timestamp, MetricsValue::Bitwise{}),
-          param1(other.param1, MetricsValue::Bitwise{}),
-          param2(other.param2, MetricsValue::Bitwise{}) {
+    MetricsEvent(const MetricsEvent& other) : MetricsEvent(other, MetricsValue::Bitwise{}) {
         if (OwnsText()) [[unlikely]]
             DuplicateTexts();
     }
-    MetricsEvent(MetricsEvent&& other) noexcept
-        : header(other.header, MetricsValue::Bitwise{}),
-          contextId(other.contextId, MetricsValue::Bitwise{}),
-          timestamp(other.timestamp, MetricsValue::Bitwise{}),
-          param1(other.param1, MetricsValue::Bitwise{}),
-          param2(other.param2, MetricsValue::Bitwise{}) {
+    MetricsEvent(MetricsEvent&& other) noexcept : MetricsEvent(other, MetricsValue::Bitwise{}) {
         if (OwnsText()) [[unlikely]]
             other.ForgetTexts();
     }
@@ -95,6 +85,12 @@ class MetricsEvent {
     METRICS_API unsigned long Read(const MetricsValueBuffer& buffer);
 
   private:
+    MetricsEvent(const MetricsEvent& other, MetricsValue::Bitwise how) noexcept
+        : header(other.header, how),
+          contextId(other.contextId, how),
+          timestamp(other.timestamp, how),
+          param1(other.param1, how),
+          param2(other.param2, how) {}
     bool OwnsText() const noexcept {
         return ((header.bits_.tag | contextId.bits_.tag | timestamp.bits_.tag | param1.bits_.tag |
                  param2.bits_.tag) &

@@ -75,38 +75,6 @@ TEST_F(OutputLifetime, WhatWasPostedBeforeCloseIsWrittenUnderLoad) {
     }
 }
 
-TEST_F(OutputLifetime, ClosesAtTheSameTimeAllReturnWhenItIsDone) {
-    Session session;
-    const Posting posting(1);
-    for (int repeat = 0; repeat < kRepeats; ++repeat) {
-        Marked marked;
-        std::vector<std::thread> closers;
-        std::atomic<int> whole{0};
-        for (int thread = 0; thread < 4; ++thread) {
-            closers.emplace_back([&] {
-                marked.output.Close();
-                if (marked.stream.str().ends_with("</marked>\n")) ++whole;
-            });
-        }
-        for (std::thread& closer : closers) closer.join();
-        EXPECT_EQ(whole, 4);
-    }
-}
-
-TEST_F(OutputLifetime, DestroyedDuringShutdown) {
-    for (int repeat = 0; repeat < 50; ++repeat) {
-        manager_.Start();
-        manager_.SetState(MetricsManager::Collecting, true);
-        auto output = std::make_unique<MetricsOutput>(Mode::Single, Format::Raw);
-        output->OpenFile(Path("raw"), 0);
-        Work("job");
-        std::thread stopping([&] { manager_.Shutdown(); });
-        output.reset();
-        stopping.join();
-        EXPECT_NE(ReadFile(Path("raw")).find("\"job\""), std::string::npos);
-    }
-}
-
 TEST_F(OutputLifetime, DestroyedAfterShutdownAndAfterFreeInstance) {
     for (const bool freed : {false, true}) {
         MetricsManager& manager = MetricsManager::GetInstance();
@@ -124,25 +92,6 @@ TEST_F(OutputLifetime, DestroyedAfterShutdownAndAfterFreeInstance) {
                   std::string::npos)
             << ReadFile(Path("xml"));
     }
-}
-
-TEST_F(OutputLifetime, DestroyedInACallback) {
-    Session session;
-    auto output = std::make_unique<MetricsOutput>(Mode::Single, Format::Raw);
-    output->OpenFile(Path("raw"), 0);
-    std::atomic<bool> destroyed{false};
-    const int id =
-        manager_.Subscribe(MetricsEventCategory::Events, [&](const std::vector<MetricsEvent>& batch) {
-            for (const MetricsEvent& event : batch) {
-                if (event.Type() != MetricsEventType::ContextClose) continue;
-                output.reset();
-                destroyed = true;
-            }
-        });
-    Work("job");
-    EXPECT_TRUE(manager_.WaitUntil([&] { return destroyed.load(); }, 30000));
-    EXPECT_NE(ReadFile(Path("raw")).find("\"job\""), std::string::npos);
-    manager_.Unsubscribe(id);
 }
 
 TEST_F(OutputLifetime, ClosedInACallbackWhileAnotherThreadCloses) {
@@ -181,16 +130,6 @@ TEST_F(OutputLifetime, AnOverwrittenObjectEndsTheProcessWithAMessage) {
         },
         "MetricsOutput: Error: invalid object: ptr=0x");
     output->~MetricsOutput();
-}
-
-// Closed by the end of the process; that it does not hang is what its time limit watches.
-TEST_F(OutputLifetime, AsAStaticThatOutlivesMain) {
-    manager_.Start();
-    manager_.SetState(MetricsManager::Collecting, true);
-    static std::ostringstream stream;
-    static MetricsOutput output(Mode::Borrowed, Format::Raw);
-    output.WriteToStream(stream, 1);
-    Work("job");
 }
 
 }  // namespace
