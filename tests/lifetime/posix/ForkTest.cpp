@@ -15,6 +15,7 @@
 #include "metrics/Context.h"
 #include "metrics/Instrument.h"
 #include "metrics/MetricsOutput.h"
+#include "tests/lifetime/NoLeakCheck.h"
 #include "tests/support/Memory.h"
 #include "tests/support/RunningTest.h"
 
