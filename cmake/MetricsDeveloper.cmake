@@ -5,6 +5,9 @@ if(METRICS_DEVELOPER AND NOT MSVC)
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror
         # GCC 12 sees overlapping copies in the inlined std::string operators (its bug 105651).
         $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+    if(CMAKE_UNITY_BUILD)  # where sources are included like headers
+        target_compile_options(metrics_developer INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    endif()
 endif()
 if(WIN32)
     target_compile_definitions(metrics_developer INTERFACE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)

@@ -14,11 +14,6 @@ constexpr std::string_view kComment = "!--";
 constexpr std::string_view kCData = "![CDATA[";
 constexpr char kInComment = '-';  // in quote_, inside a document type
 
-const char* Find(char c, const char* at, const char* end) {
-    const void* found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
-    return found != nullptr ? static_cast<const char*>(found) : end;
-}
-
 }  // namespace
 
 // What "<!" begins shows after at most eight characters.

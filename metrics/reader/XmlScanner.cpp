@@ -27,11 +27,6 @@ std::string_view Piece(const char* at, const char* end) {
     return {at, static_cast<std::size_t>(end - at)};
 }
 
-const char* Find(char c, const char* at, const char* end) {
-    const void* found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
-    return found != nullptr ? static_cast<const char*>(found) : end;
-}
-
 }  // namespace
 
 void XmlScanner::Feed(std::string_view bytes) {

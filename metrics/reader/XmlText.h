@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,12 @@ inline std::string_view TrimBlanks(std::string_view text) {
     while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
     return text;
+}
+
+// Where the first such byte is, or `end`.
+inline const char* Find(char c, const char* at, const char* end) {
+    const void* found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
+    return found != nullptr ? static_cast<const char*>(found) : end;
 }
 
 // Appends `text` with its escapes undone: the five named entities, numeric ones (as UTF-8) and the doubled

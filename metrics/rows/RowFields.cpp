@@ -7,7 +7,7 @@ namespace Metrics::detail {
 namespace {
 
 // "a""b" in quotes is a"b.
-void AppendName(std::string& out, std::string_view piece) {
+void AppendUnquoted(std::string& out, std::string_view piece) {
     if (piece.size() < 2 || piece.front() != '"') {
         out += piece;
         return;
@@ -24,7 +24,7 @@ void AddScopes(RowFields& fields, std::uint32_t count, std::string_view path) {
     const auto names = SplitOutsideQuotes(path, '.');
     for (std::uint32_t i = 0; i < count; ++i) {
         std::string& field = fields.Add();
-        if (i + 1 < names.size()) AppendName(field, names[i]);
+        if (i + 1 < names.size()) AppendUnquoted(field, names[i]);
     }
 }
 

@@ -18,7 +18,6 @@
 #include "metrics/MetricsManager.h"
 #include "metrics/MetricsOutput.h"
 #include "metrics/Session.h"
-#include "tests/lifetime/NoLeakCheck.h"
 #include "tests/support/Wine.h"
 
 namespace {

@@ -8,7 +8,6 @@
 #include <string>
 #include <thread>
 
-#include "tests/lifetime/NoLeakCheck.h"
 #include "tests/support/Module.h"
 #include "tests/support/Wine.h"
 

@@ -13,7 +13,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may take
 
 std::mutex countMutex;
 int count = 0;
-struct sigaction before;
+struct sigaction hostAction;
 
 void NoteInterrupt(int) {
     interrupted.store(true, std::memory_order_relaxed);
@@ -27,7 +27,7 @@ InterruptHandler::InterruptHandler() {
     struct sigaction action {};
     action.sa_handler = NoteInterrupt;
     action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, &before);
+    sigaction(SIGINT, &action, &hostAction);
 }
 
 InterruptHandler::~InterruptHandler() {
@@ -36,7 +36,7 @@ InterruptHandler::~InterruptHandler() {
     // The host may have set a handler of its own meanwhile; that one stays.
     struct sigaction current {};
     sigaction(SIGINT, nullptr, &current);
-    if (current.sa_handler == NoteInterrupt) sigaction(SIGINT, &before, nullptr);
+    if (current.sa_handler == NoteInterrupt) sigaction(SIGINT, &hostAction, nullptr);
 }
 
 const std::atomic<bool>& InterruptHandler::Flag() {
