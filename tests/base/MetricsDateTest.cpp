@@ -5,6 +5,8 @@
 #include <chrono>
 #include <climits>
 
+#include "tests/support/Memory.h"
+
 namespace Metrics {
 namespace {
 
@@ -58,7 +60,8 @@ void ExpectSameDay(int number) {
 TEST(MetricsDate, AgreesWithTheCalendarOnEveryDayOfItsCycles) {
     const int first = MetricsDate::gregoriandate(1, 1, 1).Day();
     const int last = MetricsDate::gregoriandate(2801, 1, 1).Day();
-    for (int number = first; number < last && !HasFatalFailure(); ++number) ExpectSameDay(number);
+    constexpr int kStep = Testing::kThreadSanitized ? 101 : 1;
+    for (int number = first; number < last && !HasFatalFailure(); number += kStep) ExpectSameDay(number);
     for (int number = 0; number < first && !HasFatalFailure(); number += 13) ExpectSameDay(number);
     for (int number = last; number < 13000000 && !HasFatalFailure(); number += 997) ExpectSameDay(number);
 }

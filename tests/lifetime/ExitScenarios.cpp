@@ -18,6 +18,7 @@
 #include "metrics/MetricsManager.h"
 #include "metrics/MetricsOutput.h"
 #include "metrics/Session.h"
+#include "tests/support/Memory.h"
 #include "tests/support/Wine.h"
 
 namespace {
@@ -58,7 +59,7 @@ void StartPosters() {
             for (;;) {
                 Context context = Context::Root("load");
                 METRICS_SCOPE("load");
-                std::this_thread::sleep_for(std::chrono::microseconds(50));
+                std::this_thread::sleep_for(std::chrono::microseconds(Testing::kThreadSanitized ? 1000 : 50));
             }
         }).detach();
     }

@@ -4,6 +4,7 @@
 #include "metrics/output/RawWriter.h"
 #include "metrics/output/XmlWriter.h"
 #include "tests/output/OutputFixture.h"
+#include "tests/support/Memory.h"
 
 namespace Metrics {
 namespace {
@@ -81,7 +82,8 @@ TEST(HostileText, EveryByte) {
 
 TEST(HostileText, RandomBytes) {
     std::mt19937 random(4711);
-    for (int repeat = 0; repeat < 100000 && !testing::Test::HasFailure(); ++repeat) {
+    for (int repeat = 0; repeat < (Testing::kThreadSanitized ? 1000 : 100000) && !testing::Test::HasFailure();
+         ++repeat) {
         std::string text(random() % 40, ' ');
         for (char& c : text) c = static_cast<char>(1 + random() % 255);
         CheckText(text);
