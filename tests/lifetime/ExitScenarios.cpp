@@ -59,7 +59,7 @@ void StartPosters() {
             for (;;) {
                 Context context = Context::Root("load");
                 METRICS_SCOPE("load");
-                std::this_thread::sleep_for(std::chrono::microseconds(Testing::kThreadSanitized ? 1000 : 50));
+                std::this_thread::sleep_for(std::chrono::microseconds(Testing::kThreadSanitized ? 5000 : 50));
             }
         }).detach();
     }

@@ -12,7 +12,7 @@
 namespace Metrics::Testing {
 namespace {
 
-// Four threads that post as fast as they can, as long as it lives.
+// Threads that post as fast as they can, as long as it lives.
 class Posters {
   public:
     Posters() {
@@ -32,7 +32,7 @@ class Posters {
 
   private:
     std::atomic<bool> stop_{false};
-    std::thread threads_[4];
+    std::thread threads_[kThreadSanitized ? 2 : 4];
 };
 
 class UnderLoad : public ::testing::TestWithParam<MetricsOutput::Format> {};
