@@ -135,12 +135,12 @@ void Floor(benchmark::State& state) {
 BENCHMARK(Floor);
 
 // In Single the events of all but one context have to wait until that one ends, so lives are short there.
-void InTurn(benchmark::internal::Benchmark* benchmark) {
+constexpr auto InTurn = [](auto* benchmark) {
     benchmark->ArgNames({"contexts", "batches"})->Args({1, 1})->Args({100, 1})->Args({10000, 1});
-}
-void SideBySide(benchmark::internal::Benchmark* benchmark) {
+};
+constexpr auto SideBySide = [](auto* benchmark) {
     benchmark->ArgNames({"contexts", "batches"})->Args({1, 1})->Args({100, 20})->Args({10000, 100});
-}
+};
 BENCHMARK_CAPTURE(Run, RawUnordered_Single, Mode::Single, Format::RawUnordered)->Apply(InTurn);
 BENCHMARK_CAPTURE(Run, Raw_Single, Mode::Single, Format::Raw)->Apply(InTurn);
 BENCHMARK_CAPTURE(Run, Raw_PerContext, Mode::PerContext, Format::Raw)->Apply(SideBySide);
