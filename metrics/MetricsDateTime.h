@@ -15,8 +15,8 @@ namespace Metrics {
 class METRICS_API MetricsDateTime {
   public:
     /// Ticks per day and ticks per second.
-    static constexpr std::uint64_t scaling = 864000000;
-    static constexpr std::uint64_t subsecond_res = 10000;
+    static const std::uint64_t scaling = 864000000;
+    static const std::uint64_t subsecond_res = 10000;
 
     /// All ones: no time.
     constexpr MetricsDateTime() = default;

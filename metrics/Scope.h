@@ -49,9 +49,9 @@ struct CallSite {
 /// stay until the last subscriber has read it; see MetricsValue.
 class METRICS_API Scope {
   public:
-    static constexpr unsigned long long kElapsedTime = 0x100000;
-    static constexpr unsigned long long kMemory = 0x200000;
-    static constexpr unsigned long long kLocation = 0x400000;
+    static const unsigned long long kElapsedTime = 0x100000;
+    static const unsigned long long kMemory = 0x200000;
+    static const unsigned long long kLocation = 0x400000;
 
     /// Only the library can name this: a scope of `context`, whatever is current, that is held by who makes
     /// it.

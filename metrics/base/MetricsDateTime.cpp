@@ -2,6 +2,10 @@
 
 namespace Metrics {
 
+// Defined here, for programs that are compiled without optimisation and take them from the shared library.
+const std::uint64_t MetricsDateTime::scaling;
+const std::uint64_t MetricsDateTime::subsecond_res;
+
 // A double converts to an integer only where that holds it, so each half of the range goes its own way.
 MetricsDateTime::MetricsDateTime(double days) {
     constexpr double kTwoTo63 = 9223372036854775808.0;

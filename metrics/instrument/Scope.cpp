@@ -14,6 +14,11 @@
 
 namespace Metrics {
 
+// Defined here, for programs that are compiled without optimisation and take them from the shared library.
+const unsigned long long Scope::kElapsedTime;
+const unsigned long long Scope::kMemory;
+const unsigned long long Scope::kLocation;
+
 namespace {
 
 constexpr unsigned long long kSubscopeBits = 0xF00000;

@@ -173,6 +173,29 @@ class RecursiveMutex {
     std::unique_ptr<Native> native_;
 };
 
+// A lock and a condition that is broadcast under it or without it; for std::lock_guard and std::unique_lock.
+// The system's own on Windows, because the timed waits of winpthreads, from which mingw-w64 makes the
+// standard ones, can wait for ever after a broadcast.
+class Monitor {
+  public:
+    // Throws std::system_error or std::bad_alloc.
+    Monitor();
+    ~Monitor();
+    Monitor(const Monitor&) = delete;
+    Monitor& operator=(const Monitor&) = delete;
+
+    void lock();
+    void unlock();
+    // For who holds the lock, which is open meanwhile: until a broadcast, or for as long as that. May return
+    // for no reason.
+    void WaitFor(int milliseconds);
+    void NotifyAll();
+
+  private:
+    struct Native;
+    std::unique_ptr<Native> native_;
+};
+
 // --- Paths ---
 
 // Paths are in the narrow encoding of the process. Both functions work with a buffer of fixed size, the

@@ -45,7 +45,9 @@ TEST_F(FreeInstance, InACallback) {
     StartCollecting();
     std::atomic<bool> freed{false};
     Manager().Subscribe(MetricsEventCategory::Events, [&](const auto&) {
-        if (!freed.exchange(true)) MetricsManager::FreeInstance();
+        if (freed) return;
+        MetricsManager::FreeInstance();
+        freed = true;
     });
     while (!freed) std::this_thread::yield();
     StartCollecting();
