@@ -2,9 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
-
-#include "metrics/platform/Platform.h"
 
 namespace Metrics::detail {
 
@@ -19,26 +18,26 @@ class Progress {
 
     void Notify() {
         // The empty section orders this notification after a waiter's look at the old values.
-        { const std::lock_guard lock(monitor_); }
-        monitor_.NotifyAll();
+        { const std::lock_guard lock(mutex_); }
+        moved_.notify_all();
     }
 
     /// Waits until `done()` is true, for as long as it takes. `done` runs under an internal lock: it only
     /// reads.
     template <class Done>
     void Wait(Done done) {
-        const std::lock_guard lock(monitor_);
-        while (!done()) monitor_.WaitFor(Slice(kSlice));
+        std::unique_lock lock(mutex_);
+        while (!done()) moved_.wait_for(lock, kSlice);
     }
 
     /// The same with a limit; false when it has passed.
     template <class Done>
     bool WaitUntil(Clock::time_point limit, Done done) {
-        const std::lock_guard lock(monitor_);
+        std::unique_lock lock(mutex_);
         while (!done()) {
-            const auto left = limit - Clock::now();
-            if (left <= Clock::duration::zero()) return false;
-            monitor_.WaitFor(Slice(left));
+            const auto now = Clock::now();
+            if (now >= limit) return false;
+            moved_.wait_until(lock, std::min(limit, now + Clock::duration(kSlice)));
         }
         return true;
     }
@@ -46,17 +45,13 @@ class Progress {
     /// One slice at most, whatever moves. For conditions that are the host's code and must run without a
     /// lock.
     void WaitSlice(Clock::time_point limit) {
-        const std::lock_guard lock(monitor_);
-        monitor_.WaitFor(Slice(limit - Clock::now()));
+        std::unique_lock lock(mutex_);
+        moved_.wait_until(lock, std::min(limit, Clock::now() + Clock::duration(kSlice)));
     }
 
   private:
-    static int Slice(Clock::duration left) {
-        const auto whole = std::chrono::ceil<std::chrono::milliseconds>(left);
-        return static_cast<int>(std::clamp(whole, std::chrono::milliseconds(0), kSlice).count());
-    }
-
-    platform::Monitor monitor_;
+    std::mutex mutex_;
+    std::condition_variable moved_;
 };
 
 }  // namespace Metrics::detail

@@ -39,7 +39,7 @@ Worker* Worker::OfThisThread() {
 
 void Worker::Launch(std::shared_ptr<Worker> worker) {
     const platform::SignalBlocker blocker;
-    std::thread([worker = std::move(worker)] { worker->Run(); }).detach();
+    platform::StartThread([worker = std::move(worker)] { worker->Run(); });
 }
 
 void Worker::Run() {

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -89,6 +90,11 @@ class BrokenPipeGuard {
     [[maybe_unused]] bool mustUnblock_ = false;  // the thread had it unblocked
 };
 
+// Runs `body` on a new thread that nobody waits for. What it throws ends the process. Throws
+// std::system_error or std::bad_alloc. Not a detached std::thread on Windows: there a thread of winpthreads
+// that ends while it is being detached takes the next one with it.
+void StartThread(std::function<void()> body);
+
 // Names one thread, also after it has ended and its id has gone to another. A copy names the same thread, and
 // a default constructed handle names none. Copies may be used on different threads.
 class ThreadHandle {
@@ -167,29 +173,6 @@ class RecursiveMutex {
     void lock();
     bool try_lock();
     void unlock();
-
-  private:
-    struct Native;
-    std::unique_ptr<Native> native_;
-};
-
-// A lock and a condition that is broadcast under it or without it; for std::lock_guard and std::unique_lock.
-// The system's own on Windows, because the timed waits of winpthreads, from which mingw-w64 makes the
-// standard ones, can wait for ever after a broadcast.
-class Monitor {
-  public:
-    // Throws std::system_error or std::bad_alloc.
-    Monitor();
-    ~Monitor();
-    Monitor(const Monitor&) = delete;
-    Monitor& operator=(const Monitor&) = delete;
-
-    void lock();
-    void unlock();
-    // For who holds the lock, which is open meanwhile: until a broadcast, or for as long as that. May return
-    // for no reason.
-    void WaitFor(int milliseconds);
-    void NotifyAll();
 
   private:
     struct Native;

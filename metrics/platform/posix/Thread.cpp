@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "metrics/platform/Platform.h"
@@ -132,6 +133,10 @@ BrokenPipeGuard::~BrokenPipeGuard() {
 
 // The kernel counts a thread's start in ticks since boot: with the id that names it until the same id has
 // come round again within one tick.
+void StartThread(std::function<void()> body) {
+    std::thread(std::move(body)).detach();
+}
+
 struct ThreadHandle::Identity {
     std::uint32_t processId;
     std::uint32_t threadId;

@@ -1,6 +1,10 @@
+#include <process.h>
 #include <windows.h>
 
+#include <cerrno>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/windows/Error.h"
@@ -34,6 +38,26 @@ SignalBlocker::~SignalBlocker() = default;
 BrokenPipeGuard::BrokenPipeGuard() = default;
 
 BrokenPipeGuard::~BrokenPipeGuard() = default;
+
+namespace {
+
+using Body = std::function<void()>;
+
+unsigned __stdcall RunBody(void* body) noexcept {
+    const std::unique_ptr<Body> owned(static_cast<Body*>(body));
+    (*owned)();
+    return 0;
+}
+
+}  // namespace
+
+void StartThread(std::function<void()> body) {
+    auto owned = std::make_unique<Body>(std::move(body));
+    const std::uintptr_t thread = _beginthreadex(nullptr, 0, RunBody, owned.get(), 0, nullptr);
+    if (thread == 0) throw std::system_error(errno, std::generic_category(), "_beginthreadex");
+    static_cast<void>(owned.release());
+    CloseHandle(reinterpret_cast<HANDLE>(thread));
+}
 
 struct ThreadHandle::Identity {
     HANDLE handle = nullptr;
