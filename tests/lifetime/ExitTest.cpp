@@ -67,15 +67,24 @@ TEST_P(Exit, KeepsWhatItPromises) {
 }
 
 constexpr Ending kEndings[] = {
-    {"local", "return", "", true},        {"local", "return", "session", true},
-    {"local", "exit", "", false},         {"local", "exit", "session", false},
-    {"local", "_Exit", "", false},        {"local", "throw", "", false},
-    {"static", "return", "", true},       {"static", "return", "session", true},
-    {"static", "exit", "", true},         {"static", "exit", "session", true},
-    {"static", "_Exit", "", false},       {"static", "throw", "", false},
-    {"thread_local", "return", "", true}, {"thread_local", "return", "session", true},
-    {"thread_local", "exit", "", true},   {"thread_local", "exit", "session", true},
-    {"thread_local", "_Exit", "", false}, {"thread_local", "throw", "", false},
+    {"local", "return", "", true},
+    {"local", "return", "session", true},
+    {"local", "exit", "", false},
+    {"local", "exit", "session", false},
+    {"local", "quick_exit", "", false},
+    {"local", "throw", "", false},
+    {"static", "return", "", true},
+    {"static", "return", "session", true},
+    {"static", "exit", "", true},
+    {"static", "exit", "session", true},
+    {"static", "quick_exit", "", false},
+    {"static", "throw", "", false},
+    {"thread_local", "return", "", true},
+    {"thread_local", "return", "session", true},
+    {"thread_local", "exit", "", true},
+    {"thread_local", "exit", "session", true},
+    {"thread_local", "quick_exit", "", false},
+    {"thread_local", "throw", "", false},
 };
 
 INSTANTIATE_TEST_SUITE_P(Ways, Exit, ::testing::ValuesIn(kEndings), [](const auto& test) {
