@@ -17,6 +17,10 @@ struct Ending {
     bool lastIsWritten;  // the output was closed: what was posted after its last Flush is there as well
 };
 
+void PrintTo(const Ending& ending, std::ostream* out) {
+    *out << ending.where << ' ' << ending.way << ' ' << ending.session;
+}
+
 class Exit : public ::testing::TestWithParam<Ending> {};
 
 int ExitCode(const std::string& command) {
