@@ -148,16 +148,17 @@ BENCHMARK_CAPTURE(Run, Xml_Single, Mode::Single, Format::Xml)->Apply(InTurn);
 BENCHMARK_CAPTURE(Run, Xml_PerContext, Mode::PerContext, Format::Xml)->Apply(SideBySide);
 BENCHMARK_CAPTURE(Run, Buffer_PerContext, Mode::PerContext, Format::Buffer)->Apply(SideBySide);
 
-// The whole way from the manager's queue, in which a life waits, until all of it is in the file.
-void QueueToFile(benchmark::State& state, Format format) {
+// The whole way from the manager's queue, in which a life waits, until all of it is in the file or in
+// buffers.
+void QueueToFile(benchmark::State& state, Mode mode, Format format) {
     const Lives lives(static_cast<std::uint64_t>(state.range(0)));
     const Folder folder;
     Session session;
     MetricsManager& manager = MetricsManager::GetInstance();
     const std::shared_ptr<detail::Core> core = detail::Core::Current();
-    MetricsOutput output(Mode::Single, format);
+    MetricsOutput output(mode, format);
     output.SetRowDefinition("path(parse);parse.elapsed:r;parse.bytes:i;parse.line:i");
-    output.OpenFile(folder / "all", 0);
+    if (mode == Mode::Single) output.OpenFile(folder / "all", 0);
     for (auto _ : state) {
         manager.SetState(MetricsManager::Collecting, false);
         for (const Batch* batch : {&lives.open, &lives.work, &lives.close})
@@ -171,10 +172,12 @@ void QueueToFile(benchmark::State& state, Format format) {
     state.SetItemsProcessed(static_cast<std::int64_t>(lives.work.size()) * state.iterations());
     if (output.HasError()) state.SkipWithError(output.GetErrors().front().c_str());
 }
-BENCHMARK_CAPTURE(QueueToFile, RawUnordered, Format::RawUnordered)->Arg(1)->Arg(100)->UseManualTime();
-BENCHMARK_CAPTURE(QueueToFile, Raw, Format::Raw)->Arg(1)->Arg(100)->UseManualTime();
-BENCHMARK_CAPTURE(QueueToFile, Xml, Format::Xml)->Arg(1)->Arg(100)->UseManualTime();
-BENCHMARK_CAPTURE(QueueToFile, Csv, Format::CsvComma)->Arg(1)->Arg(100)->UseManualTime();
+constexpr auto Whole = [](auto* benchmark) { benchmark->Arg(1)->Arg(100)->Arg(10000)->UseManualTime(); };
+BENCHMARK_CAPTURE(QueueToFile, RawUnordered, Mode::Single, Format::RawUnordered)->Apply(Whole);
+BENCHMARK_CAPTURE(QueueToFile, Raw, Mode::Single, Format::Raw)->Apply(Whole);
+BENCHMARK_CAPTURE(QueueToFile, Xml, Mode::Single, Format::Xml)->Apply(Whole);
+BENCHMARK_CAPTURE(QueueToFile, Buffer, Mode::PerContext, Format::Buffer)->Arg(1)->Arg(100)->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Csv, Mode::Single, Format::CsvComma)->Apply(Whole);
 
 // Asking for what is written when nothing is: what a host waits that finishes its outputs now and then.
 void Finish(benchmark::State& state) {
