@@ -3,18 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <optional>
+#include <map>
 #include <thread>
 
 #include "metrics/Context.h"
 #include "metrics/Instrument.h"
-#include "metrics/MetricsPlugin.h"
+#include "metrics/MetricsMemoryUtils.h"
 #include "tests/support/RunningTest.h"
 
 namespace Metrics::Testing {
-
-// In DisabledMarks.cpp, where marks are compiled away.
-int RunDisabledMarks();
 
 namespace {
 
@@ -22,28 +19,19 @@ namespace {
 class ScopeTest : public RunningTest {
   protected:
     ScopeTest() {
-        context_.emplace(0, Context::Create(true));
-        context_->OpenScope();
+        context_.OpenScope();
         Recorded().Take();
     }
-    Context& Current() { return *context_; }
 
-  private:
-    std::optional<Context> context_;
+    Context context_{0, Context::Create(true)};
 };
 
-TEST_F(ScopeTest, OpensOnceAndClosesOnce) {
+TEST_F(ScopeTest, OpensAndClosesOnceAndItsEventsRepeatTheHeaderOfTheFirstOpening) {
     Scope scope;
     EXPECT_TRUE(scope.Open("work", nullptr, 0));
-    EXPECT_FALSE(scope.Open("again", nullptr, 0));
-    scope.Close();
-    scope.Close();
-    EXPECT_EQ(TakeLines(), (Lines{"6 work", "7 work"}));
-}
-
-TEST_F(ScopeTest, AllItsEventsRepeatTheHeaderOfTheOpening) {
-    Scope scope("work");
+    EXPECT_FALSE(scope.Open("open", nullptr, 0));
     scope.Emit("rows", 3);
+    scope.Close();
     scope.Close();
     EXPECT_FALSE(scope.Emit("late", 3));
     EXPECT_TRUE(scope.Open("again", nullptr, 0));
@@ -60,13 +48,13 @@ TEST_F(ScopeTest, AllItsEventsRepeatTheHeaderOfTheOpening) {
 }
 
 TEST_F(ScopeTest, NeedsAnEnabledContext) {
-    Current().Enable(false);
+    context_.Enable(false);
     Scope disabled("disabled");
     EXPECT_FALSE(disabled.IsOpen());
-    Current().Enable(true);
+    context_.Enable(true);
     EXPECT_TRUE(disabled.Open("enabled", nullptr, 0));
     disabled.Close();
-    Current().DetachFromThread();
+    context_.DetachFromThread();
     Scope none("none");
     EXPECT_FALSE(none.Open("none", nullptr, 0));
     EXPECT_EQ(TakeLines(), (Lines{"6 enabled", "7 enabled"}));
@@ -115,39 +103,28 @@ TEST_F(ScopeTest, AttributesAreCopiedAndEmptyOnesLeftOut) {
 // --- Measurements
 // ------------------------------------------------------------------------------------------------
 
-const Lines kTime = {"6 time",    "10 clock=~",    "10 elapsed=~", "10 proc=~",  "10 procexcl=~",
-                     "10 user=~", "10 userexcl=~", "10 enter=~",   "10 leave=~", "7 time"};
-
-Lines Joined(std::initializer_list<Lines> parts) {
-    Lines all;
-    for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 TEST_F(ScopeTest, MeasuresTimeThenMemoryAndTellsItsPlaceAtOnce) {
-    Scope scope(MetricsValue("work"), 0x700000);
-    scope.Close();
-    const auto at = Scope(MetricsValue("unplaced"), 0x400000).IsOpen();
-    EXPECT_TRUE(at);
+    Scope(MetricsValue("work"), 0x700000).Close();
+    EXPECT_TRUE(Scope(MetricsValue("unplaced"), 0x400000).IsOpen());
     Scope placed;
     placed.Open("placed", "file.cpp", 12);
     placed.Close();
     Manager().SetBits(0x400000, false);
-    placed.Open("selected by the mask", "file.cpp", 12);
+    placed.Open("masked", "file.cpp", 12);
     placed.Close();
     Lines lines = TakeLines();
     for (std::string& line : lines) {
         for (const char* key : {"10 start=", "10 end=", "10 delta="}) {
-            if (line.compare(0, std::string(key).size(), key) == 0) line = key;
+            if (line.starts_with(key)) line = key;
         }
     }
-    const Lines memory = {"6 mem", "10 clock=~", "10 ts=~", "10 start=", "10 end=", "10 delta=", "7 mem"};
-    EXPECT_EQ(lines,
-              Joined({{"6 work"},
-                      kTime,
-                      memory,
-                      {"7 work", "6 unplaced", "7 unplaced", "6 placed", "7 placed", "6 selected by the mask",
-                       "6 loc", "10 func=file.cpp", "10 line=12", "7 loc", "7 selected by the mask"}}));
+    EXPECT_EQ(
+        lines,
+        (Lines{"6 work",     "6 time",           "10 clock=~", "10 elapsed=~", "10 proc=~", "10 procexcl=~",
+               "10 user=~",  "10 userexcl=~",    "10 enter=~", "10 leave=~",   "7 time",    "6 mem",
+               "10 clock=~", "10 ts=~",          "10 start=",  "10 end=",      "10 delta=", "7 mem",
+               "7 work",     "6 unplaced",       "7 unplaced", "6 placed",     "7 placed",  "6 masked",
+               "6 loc",      "10 func=file.cpp", "10 line=12", "7 loc",        "7 masked"}));
 }
 
 TEST_F(ScopeTest, FiguresAreThoseOfTheScope) {
@@ -178,6 +155,23 @@ TEST_F(ScopeTest, FiguresAreThoseOfTheScope) {
     EXPECT_NEAR(times[10], times[9] - times[2], 1e-9) << "exclusive is without the inner scope";
     ASSERT_EQ(bytes.size(), 3U);
     EXPECT_EQ(bytes[2], bytes[1] - bytes[0]);
+}
+
+TEST_F(ScopeTest, MemoryOfTheMachineAndOfTheProcess) {
+    MetricsMemoryUtils::EmitGlobalMemoryMetrics("now");
+    MetricsMemoryUtils::EmitProcessMemoryMetrics(nullptr);
+    const auto events = Recorded().Take();
+    EXPECT_EQ(Line(events.at(1)), "10 context=now");
+    std::map<std::string, std::int64_t> figures;
+    for (const MetricsEvent& event : events) figures[event.param1.ToString(0)] = event.param2.AsInt64();
+    EXPECT_GT(figures["PhysicalTotal"], 64);
+    EXPECT_GT(figures["PhysicalAvailable"], 0);
+    EXPECT_LE(figures["PhysicalAvailable"], figures["PhysicalTotal"]);
+    EXPECT_GT(figures["PageFileTotal"], 0);
+    EXPECT_LE(figures["PageFileAvailable"], figures["PageFileTotal"]);
+    EXPECT_LE(figures["MemoryLoad"], 100);
+    EXPECT_GT(figures["Committed"], 1 << 20);
+    EXPECT_GT(figures["Total"], figures["Committed"] + figures["Reserved"] + (std::int64_t{1} << 40));
 }
 
 TEST_F(ScopeTest, ScopesMayCloseInAnyOrderAndAfterTheirContext) {
@@ -217,7 +211,6 @@ TEST_F(ScopeTest, AScopeThatClosesElsewhereLeavesNothingBehind) {
 
 TEST_F(ScopeTest, AScopeOutlivesTheThreadThatOpenedIt) {
     std::unique_ptr<Scope> scope;
-    std::unique_ptr<Scope> unopened = std::make_unique<Scope>(MetricsValue("held back"), 0x40000);
     std::thread([&] {
         Context context(0, Context::Create(true));
         scope = std::make_unique<Scope>(MetricsValue("left"), Scope::kElapsedTime);
@@ -243,24 +236,15 @@ TEST_F(ScopeTest, MacrosMark) {
         METRICS_VALUE("rows", 4);
     }
     METRICS_VALUE("nowhere", ++made);
+    constexpr int kLine = __LINE__ + 3;
     {
         METRICS_SCOPE("held back", 0x40000);
         METRICS_SCOPE("placed", Scope::kLocation);
     }
     EXPECT_EQ(made, 1);
-    Lines lines = TakeLines();
-    for (std::string& line : lines) {
-        if (line.compare(0, 8, "10 func=") == 0) line = line.substr(line.rfind('/') + 1);
-        if (line.compare(0, 8, "10 line=") == 0) line.resize(8);
-    }
-    EXPECT_EQ(lines, (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal",
-                            "6 placed", "6 loc", "ScopeTest.cpp", "10 line=", "7 loc", "7 placed"}));
-}
-
-TEST_F(ScopeTest, DisabledMacrosAreNothing) {
-    EXPECT_EQ(RunDisabledMarks(), 0);
-    MetricsPlugin::EmitEvent(nullptr, 1, nullptr);
-    EXPECT_EQ(TakeLines(), Lines{});
+    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal",
+                                  "6 placed", "6 loc", std::string("10 func=") + __FILE__,
+                                  "10 line=" + std::to_string(kLine), "7 loc", "7 placed"}));
 }
 
 }  // namespace

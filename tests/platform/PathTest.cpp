@@ -8,24 +8,17 @@ namespace Metrics::platform {
 
 namespace fs = std::filesystem;
 
-TEST(PathTest, ExecutablePathNamesThisProgram) {
-    const fs::path path = ExecutablePath();
-    EXPECT_EQ(path.stem(), "platform_test");
-    EXPECT_TRUE(fs::exists(path));
-}
-
-TEST(PathTest, WorkingDirectoryIsTheCurrentFolder) {
+TEST(PathTest, NamesThisProgramAndTheCurrentFolder) {
+    EXPECT_EQ(fs::path(ExecutablePath()).stem(), "platform_test");
+    EXPECT_TRUE(fs::exists(ExecutablePath()));
     EXPECT_TRUE(fs::equivalent(WorkingDirectory(), fs::current_path()));
 }
 
 TEST(PathTest, PiecesOfAPath) {
     const auto pieces = [](std::string_view path) {
         const PathParts parts = SplitPath(path);
-        std::string joined;
-        for (const std::string_view part : {parts.drive, parts.directory, parts.name, parts.extension}) {
-            joined.append(part).push_back('|');
-        }
-        return joined;
+        const auto text = [](std::string_view part) { return std::string(part) + '|'; };
+        return text(parts.drive) + text(parts.directory) + text(parts.name) + text(parts.extension);
     };
     EXPECT_EQ(pieces(""), "||||");
     EXPECT_EQ(pieces("run.csv"), "||run|.csv|");

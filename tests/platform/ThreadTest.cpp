@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <thread>
 
 #include "metrics/platform/Platform.h"
@@ -15,55 +14,38 @@ TEST(ThreadTest, EachThreadHasItsIdAndAllHaveOneProcess) {
     std::thread([=] {
         EXPECT_NE(CurrentThreadId(), threadId);
         EXPECT_EQ(CurrentProcessId(), processId);
+        SetCurrentThreadName("a name that no system of ours can hold in full");
     }).join();
-}
-
-TEST(ThreadTest, ALongNameIsNoError) {
-    std::thread([] { SetCurrentThreadName("a name that no system of ours can hold in full"); }).join();
 }
 
 TEST(ThreadTest, AValueEndsWithItsThreadOnceAndForAll) {
-    struct Ends {
-        int count = 0;
-        bool wasGone = false;
-        bool couldBeSet = true;
-    };
+    static int ended = 0;
     const auto end = [](void* value) {
-        auto& ends = *static_cast<Ends*>(value);
-        ++ends.count;
-        ends.wasGone = ThreadValue() == nullptr;
-        ends.couldBeSet = SetThreadValue(value, [](void* again) { ++static_cast<Ends*>(again)->count; });
+        EXPECT_EQ(value, &ended);
+        EXPECT_EQ(ThreadValue(), nullptr);
+        EXPECT_FALSE(SetThreadValue(value, [](void*) { ++ended; }));
+        ++ended;
     };
-    Ends ends;
     std::thread([&] {
         EXPECT_EQ(ThreadValue(), nullptr);
-        ASSERT_TRUE(SetThreadValue(&ends, end));
-        EXPECT_EQ(ThreadValue(), &ends);
+        ASSERT_TRUE(SetThreadValue(&ended, end));
+        EXPECT_EQ(ThreadValue(), &ended);
         std::thread([] { EXPECT_EQ(ThreadValue(), nullptr); }).join();
-        EXPECT_EQ(ends.count, 0);
+        EXPECT_EQ(ended, 0);
     }).join();
-    EXPECT_EQ(ends.count, 1);
-    EXPECT_TRUE(ends.wasGone);
-    EXPECT_FALSE(ends.couldBeSet);
+    EXPECT_EQ(ended, 1);
 }
 
 TEST(ThreadTest, AHandleToldFromItsThreadsEnd) {
     EXPECT_FALSE(ThreadHandle().IsAlive());
-    EXPECT_TRUE(ThreadHandle::Current().IsAlive());
-
-    ThreadHandle handle;
-    std::atomic<bool> named = false;
-    std::atomic<bool> mayEnd = false;
-    std::thread thread([&] {
-        handle = ThreadHandle::Current();
-        named = true;
-        while (!mayEnd) std::this_thread::yield();
-    });
-    while (!named) std::this_thread::yield();
-    EXPECT_TRUE(handle.IsAlive());
-    mayEnd = true;
-    thread.join();
-    EXPECT_FALSE(ThreadHandle(handle).IsAlive());
+    const ThreadHandle living = ThreadHandle::Current();
+    ThreadHandle ended;
+    std::thread([&] {
+        EXPECT_TRUE(living.IsAlive());
+        ended = ThreadHandle::Current();
+        EXPECT_TRUE(ended.IsAlive());
+    }).join();
+    EXPECT_FALSE(ThreadHandle(ended).IsAlive());
 }
 
 }  // namespace Metrics::platform

@@ -1,51 +1,19 @@
+#include "tests/platform/ProfileFile.h"
+
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-
-#include "metrics/platform/Platform.h"
+#include <utility>
 
 namespace Metrics::platform {
 
-namespace {
-
-namespace fs = std::filesystem;
-using namespace std::string_view_literals;
-
-class ProfileFileTest : public testing::Test {
-  protected:
-    void SetUp() override { fs::create_directories(folder_); }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    std::uint32_t Write(const std::string& section = "s") {
-        return SetProfileSection(path_.string(), section, "a=1\0"sv);
-    }
-    // In place, as some editors do.
-    void Fill(std::string_view text) { std::ofstream(path_, std::ios::binary) << text; }
-    std::string Text() const {
-        std::ifstream file(path_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    fs::path folder_ = fs::temp_directory_path() / ("metrics-ini-" + std::to_string(CurrentProcessId()));
-    fs::path path_ = folder_ / "schema.ini";
-};
-
-}  // namespace
+using ProfileFileTest = ProfileFile;
 
 // Each case finds the file as the case before left it known, and changed behind the writer's back.
 TEST_F(ProfileFileTest, OnlyTheSectionsOwnBytesChange) {
-    struct Case {
-        std::string_view before;
-        std::string_view after;
-    };
-    const Case cases[] = {
+    const std::pair<std::string_view, std::string_view> cases[] = {
         {"", "[s]\na=1\n"},
         {"x", "x\n[s]\na=1\n"},
         {"; note\n[t]\nx=1", "; note\n[t]\nx=1\n[s]\na=1\n"},
@@ -58,40 +26,37 @@ TEST_F(ProfileFileTest, OnlyTheSectionsOwnBytesChange) {
     };
     for (const auto& [before, after] : cases) {
         Fill(before);
-        EXPECT_EQ(Write(), 0u);
-        EXPECT_EQ(Text(), after);
-        EXPECT_EQ(Write(), 0u);
-        EXPECT_EQ(Text(), after);
+        for (int time = 0; time < 2; ++time) {
+            EXPECT_EQ(Write(), 0u);
+            EXPECT_EQ(Text(), after);
+        }
     }
 }
 
 TEST_F(ProfileFileTest, WhatOthersChangeMeanwhileIsSeen) {
+    const auto written = [this] {
+        EXPECT_EQ(Write(), 0u);
+        EXPECT_EQ(Write("u"), 0u);
+        return Text();
+    };
     const std::string own = "[s]\na=1\n";
-    for (const std::string before : {"", "[t]\n", "[s]\nb=2\n[t]\n"}) {
-        struct Change {
-            std::string from;  // the text from here on is replaced
-            std::string by;
-        };
-        for (const Change& change : {Change{"", "x\n[t]\n"},
-                                     {"", ""},
-                                     {own, ""},
-                                     {own, "[S]\na=1\n"},
-                                     {own, own + "more=1\n[u]\n"},
-                                     {own, own + "[s]\nlater=1\n"}}) {
+    // From where on the text is replaced, and by what.
+    const std::pair<std::string, std::string> changes[] = {{"", "x\n[t]\n"},
+                                                           {"", ""},
+                                                           {own, ""},
+                                                           {own, "[S]\na=1\n"},
+                                                           {own, own + "more=1\n[u]\n"},
+                                                           {own, own + "[s]\nlater=1\n"}};
+    for (const char* before : {"", "[t]\n", "[s]\nb=2\n[t]\n"}) {
+        for (const auto& [from, by] : changes) {
             Fill(before);
-            ASSERT_EQ(Write(), 0u);
-            ASSERT_EQ(Write("u"), 0u);
-            std::string text = Text();
-            text.replace(text.find(change.from), std::string::npos, change.by);
+            std::string text = written();
+            text.replace(text.find(from), std::string::npos, by);
             Fill(text);
-            ASSERT_EQ(Write(), 0u);
-            ASSERT_EQ(Write("u"), 0u);
-            const std::string known = Text();
-            fs::rename(path_, folder_ / "kept.ini");
+            const std::string known = written();
+            fs::rename(path_, folder_ / "kept.ini");  // or it would be the file that is known
             Fill(text);
-            ASSERT_EQ(Write(), 0u);
-            ASSERT_EQ(Write("u"), 0u);
-            EXPECT_EQ(known, Text()) << "instead of\n" << text;
+            EXPECT_EQ(known, written()) << "instead of\n" << text;
         }
     }
 }
@@ -102,7 +67,7 @@ TEST_F(ProfileFileTest, ANewSectionIsAppendedAChangedOneMakesANewFile) {
     fs::create_hard_link(path_, folder_ / "link.ini");
     EXPECT_EQ(Write(), 0u);
     EXPECT_TRUE(fs::equivalent(path_, folder_ / "link.ini"));
-    EXPECT_EQ(SetProfileSection(path_.string(), "t", "b=2\0"sv), 0u);
+    EXPECT_EQ(Write("t", "b=2\0"sv), 0u);
     EXPECT_FALSE(fs::equivalent(path_, folder_ / "link.ini"));
     EXPECT_EQ(Text(), "[t]\nb=2\n[s]\na=1\n");
 }
@@ -117,26 +82,23 @@ TEST_F(ProfileFileTest, AFolderThatAnotherWriterHasLockedIsAnErrorForNow) {
 
 TEST_F(ProfileFileTest, KeepsModeAndLinkAndLeavesNothingBeside) {
     const fs::path real = folder_ / "real.ini";
-    std::ofstream(real) << "[t]\n";
-    ASSERT_EQ(chmod(real.c_str(), 0640), 0);
     fs::create_symlink("real.ini", path_);
+    Fill("[s]\n");
+    fs::permissions(real, fs::perms(0640));
     EXPECT_EQ(Write(), 0u);
     EXPECT_TRUE(fs::is_symlink(path_));
     EXPECT_EQ(fs::status(real).permissions(), fs::perms(0640));
     EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 2);
 }
 
-TEST_F(ProfileFileTest, WhatIsNoPlainFileIsAnErrorAndIsNotWaitedFor) {
+TEST_F(ProfileFileTest, WhatIsNoPlainFileOrNoNameIsAnErrorAndIsNotWaitedFor) {
+    EXPECT_NE(Write("s]\n[t"), 0u);
+    EXPECT_FALSE(fs::exists(path_));
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
     EXPECT_NE(Write(), 0u);
     fs::remove(path_);
     fs::create_directory(path_);
     EXPECT_NE(Write(), 0u);
-}
-
-TEST_F(ProfileFileTest, ASectionNameWithALineEndIsRefused) {
-    EXPECT_NE(SetProfileSection(path_.string(), "s]\n[t", "a=1\0"sv), 0u);
-    EXPECT_FALSE(fs::exists(path_));
 }
 
 }  // namespace Metrics::platform

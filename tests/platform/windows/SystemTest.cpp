@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <fstream>
 #include <string>
 
+#include "metrics/output/OutputFile.h"
 #include "metrics/platform/Platform.h"
 #include "tests/support/Wine.h"
 
@@ -20,14 +20,11 @@ TEST(AddressSpaceTest, ReservedAndCommittedRegionsCountAsSuch) {
     VirtualFree(region, 0, MEM_RELEASE);
 }
 
-DWORD lastExceptionCode = 0;
-
+// The exit code says which exception arrived.
 LONG CALLBACK EndQuietly(EXCEPTION_POINTERS* information) {
-    lastExceptionCode = information->ExceptionRecord->ExceptionCode;
-    ExitProcess(lastExceptionCode == 0xE0000000 ? 77 : 1);
+    ExitProcess(information->ExceptionRecord->ExceptionCode == 0xE0000000 ? 77 : 1);
 }
 
-// The exit code says which exception arrived; CTest runs this test in a process of its own.
 TEST(InvalidObjectDeathTest, RaisesItsStructuredException) {
     EXPECT_EXIT(
         {
@@ -50,15 +47,14 @@ TEST(InterruptHandlerTest, CtrlCSetsTheFlag) {
     if (Testing::UnderWine()) Sleep(300);
 }
 
-TEST(OutputFileTest, AStreamSharesItsFileWithOtherReadersAndWriters) {
+TEST(OutputFileTest, IsSharedWithOtherReadersAndWriters) {
     const std::string path = "shared-" + std::to_string(CurrentProcessId()) + ".txt";
-    std::ofstream out(path);
-    ASSERT_TRUE(out);
+    auto out = detail::OpenOutputFile(path);
     const HANDLE other = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_NE(other, INVALID_HANDLE_VALUE);
     CloseHandle(other);
-    out.close();
+    out.reset();
     DeleteFileA(path.c_str());
 }
 

@@ -3,10 +3,13 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "metrics/platform/Platform.h"
@@ -23,6 +26,29 @@ bool IsBlocked(int signal) {
 
 }  // namespace
 
+TEST(ForkTest, TheChildHasItsOwnIdsAndNoOtherThread) {
+    const std::uint32_t threadId = CurrentThreadId();
+    const std::uint32_t processId = CurrentProcessId();
+    const ThreadHandle parent = ThreadHandle::Current();
+    const pid_t child = fork();
+    if (child == 0) {
+        EXPECT_NE(CurrentThreadId(), threadId);
+        EXPECT_EQ(CurrentProcessId(), static_cast<std::uint32_t>(getpid()));
+        EXPECT_FALSE(parent.IsAlive());
+        EXPECT_TRUE(ThreadHandle::Current().IsAlive());
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "or what is said above";
+    EXPECT_EQ(CurrentProcessId(), processId);
+    EXPECT_TRUE(parent.IsAlive());
+}
+
+TEST(InvalidObjectDeathTest, EndsWithItsMessage) {
+    EXPECT_DEATH(RaiseInvalidObject("Thing: Error: invalid object: ptr=0x12"), "invalid object: ptr=0x12");
+}
+
 TEST(SignalTest, AThreadMadeUnderABlockerKeepsItsSignalsBlocked) {
     std::optional<SignalBlocker> blocker(std::in_place);
     std::thread thread([] {
@@ -34,18 +60,6 @@ TEST(SignalTest, AThreadMadeUnderABlockerKeepsItsSignalsBlocked) {
     blocker.reset();
     EXPECT_FALSE(IsBlocked(SIGTERM));
     thread.join();
-}
-
-TEST(SignalTest, AClosedPipeIsAnErrorCode) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    close(ends[0]);
-    std::optional<SignalBlocker> blocker(std::in_place);
-    std::thread([&] {
-        EXPECT_EQ(write(ends[1], "x", 1), -1);
-        EXPECT_EQ(errno, EPIPE);
-    }).join();
-    close(ends[1]);
 }
 
 // Without the guard the write would end the process.
@@ -63,9 +77,7 @@ TEST(SignalTest, UnderAGuardAClosedPipeIsAnErrorCodeOnAnyThread) {
 }
 
 TEST(InterruptHandlerTest, CtrlCSetsTheFlagUntilTheLastHandlerGoes) {
-    struct sigaction ignored {};
-    ignored.sa_handler = SIG_IGN;
-    sigaction(SIGINT, &ignored, nullptr);
+    signal(SIGINT, SIG_IGN);
     {
         std::optional<InterruptHandler> first(std::in_place);
         const InterruptHandler second;
@@ -74,9 +86,7 @@ TEST(InterruptHandlerTest, CtrlCSetsTheFlagUntilTheLastHandlerGoes) {
         raise(SIGINT);
         EXPECT_TRUE(InterruptHandler::Flag());
     }
-    struct sigaction after {};
-    sigaction(SIGINT, nullptr, &after);
-    EXPECT_EQ(after.sa_handler, SIG_IGN);
+    EXPECT_EQ(signal(SIGINT, SIG_DFL), SIG_IGN);
 }
 
 TEST(ThreadHandleTest, ALivingThreadIsAliveWithoutAnyDescriptorLeft) {
@@ -90,9 +100,24 @@ TEST(ThreadHandleTest, ALivingThreadIsAliveWithoutAnyDescriptorLeft) {
     EXPECT_TRUE(isAlive);
 }
 
+TEST(PathTest, AWorkingDirectoryThatDoesNotFitIsEmpty) {
+    namespace fs = std::filesystem;
+    const fs::path before = fs::current_path();
+    const fs::path root = fs::temp_directory_path() / ("metrics-path-" + std::to_string(CurrentProcessId()));
+    for (const std::size_t length : {kWorkingDirectoryBuffer - 1, kWorkingDirectoryBuffer}) {
+        const fs::path deep = root / std::string(length - root.string().size() - 1, 'd');
+        fs::create_directories(deep);
+        fs::current_path(deep);
+        EXPECT_EQ(WorkingDirectory(), length < kWorkingDirectoryBuffer ? deep.string() : "");
+    }
+    fs::current_path(before);
+    fs::remove_all(root);
+}
+
 TEST(AddressSpaceTest, ARegionWithoutRightsIsReservedUntilItGetsSome) {
     constexpr std::size_t kSize = std::size_t{256} << 20;
     const AddressSpaceTotals before = QueryAddressSpace();
+    EXPECT_EQ(before.total, before.free + before.reserved + before.committed);
     void* region = mmap(nullptr, kSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(region, MAP_FAILED);
     const AddressSpaceTotals reserved = QueryAddressSpace();
@@ -100,8 +125,7 @@ TEST(AddressSpaceTest, ARegionWithoutRightsIsReservedUntilItGetsSome) {
     EXPECT_EQ(reserved.committed, before.committed);
 
     ASSERT_EQ(mprotect(region, kSize, PROT_READ), 0);
-    const AddressSpaceTotals committed = QueryAddressSpace();
-    EXPECT_EQ(committed.committed, before.committed + kSize);
+    EXPECT_EQ(QueryAddressSpace().committed, before.committed + kSize);
 
     munmap(region, kSize);
     EXPECT_EQ(QueryAddressSpace().committed, before.committed);
