@@ -61,12 +61,10 @@ TEST_F(ScopeTest, NeedsAnEnabledContext) {
 }
 
 TEST_F(ScopeTest, GateBitsDecide) {
-    struct Case {
+    const struct {
         unsigned long long bits, mask;
         bool opens;
-    };
-    constexpr Case kCases[] = {
-        {0, 0, true},
+    } gates[] = {
         {0x40000, 0xFFF, false},
         {0x40000, 0x40000, true},
         {0x100000, 0, true},
@@ -75,7 +73,7 @@ TEST_F(ScopeTest, GateBitsDecide) {
         {1ULL << 28, 1ULL << 29, false},
         {1ULL << 63 | 1ULL << 28, 1ULL << 63, true},
     };
-    for (const Case& gate : kCases) {
+    for (const auto& gate : gates) {
         Manager().SetBitsAbsolute(gate.mask, false);
         const Scope scope("gated", gate.bits);
         EXPECT_EQ(scope.IsOpen(), gate.opens) << std::hex << gate.bits << " under " << gate.mask;
@@ -103,31 +101,7 @@ TEST_F(ScopeTest, AttributesAreCopiedAndEmptyOnesLeftOut) {
 // --- Measurements
 // ------------------------------------------------------------------------------------------------
 
-TEST_F(ScopeTest, MeasuresTimeThenMemoryAndTellsItsPlaceAtOnce) {
-    Scope(MetricsValue("work"), 0x700000).Close();
-    EXPECT_TRUE(Scope(MetricsValue("unplaced"), 0x400000).IsOpen());
-    Scope placed;
-    placed.Open("placed", "file.cpp", 12);
-    placed.Close();
-    Manager().SetBits(0x400000, false);
-    placed.Open("masked", "file.cpp", 12);
-    placed.Close();
-    Lines lines = TakeLines();
-    for (std::string& line : lines) {
-        for (const char* key : {"10 start=", "10 end=", "10 delta="}) {
-            if (line.starts_with(key)) line = key;
-        }
-    }
-    EXPECT_EQ(
-        lines,
-        (Lines{"6 work",     "6 time",           "10 clock=~", "10 elapsed=~", "10 proc=~", "10 procexcl=~",
-               "10 user=~",  "10 userexcl=~",    "10 enter=~", "10 leave=~",   "7 time",    "6 mem",
-               "10 clock=~", "10 ts=~",          "10 start=",  "10 end=",      "10 delta=", "7 mem",
-               "7 work",     "6 unplaced",       "7 unplaced", "6 placed",     "7 placed",  "6 masked",
-               "6 loc",      "10 func=file.cpp", "10 line=12", "7 loc",        "7 masked"}));
-}
-
-TEST_F(ScopeTest, FiguresAreThoseOfTheScope) {
+TEST_F(ScopeTest, MeasuresTimeThenMemory) {
     Scope outer(MetricsValue("outer"), Scope::kElapsedTime);
     {
         Scope inner(MetricsValue("inner"), Scope::kElapsedTime | Scope::kMemory);
@@ -136,25 +110,30 @@ TEST_F(ScopeTest, FiguresAreThoseOfTheScope) {
         }
     }
     outer.Close();
-    std::vector<double> times;
-    std::vector<std::int64_t> bytes;
+    Lines names;
+    std::map<std::string, std::vector<double>> figures;
     for (const MetricsEvent& event : Recorded().Take()) {
-        if (event.param2.Kind() == MetricsValueType::Double) times.push_back(event.param2.AsDouble());
-        const std::string key = event.param1.ToString(0);
-        if (key == "start" || key == "end" || key == "delta") bytes.push_back(event.param2.AsInt64());
+        const std::string line = Line(event);
+        names.push_back(line.ends_with('~') ? line : line.substr(0, line.find('=')));
+        figures[event.param1.ToString(0)].push_back(event.param2.AsDouble());
     }
-    // Inner: clock elapsed proc procexcl user userexcl; clock of the memory; outer the same six.
-    ASSERT_EQ(times.size(), 13U);
-    EXPECT_GT(times[1], 0.0);
-    EXPECT_GT(times[2], 0.0);
-    EXPECT_DOUBLE_EQ(times[2], times[3]);
-    EXPECT_LE(times[4], times[2] + 0.01);
-    EXPECT_LE(times[7], times[0]) << "the outer scope began first";
-    EXPECT_GE(times[8], times[1]);
-    EXPECT_GE(times[9], times[2]);
-    EXPECT_NEAR(times[10], times[9] - times[2], 1e-9) << "exclusive is without the inner scope";
-    ASSERT_EQ(bytes.size(), 3U);
-    EXPECT_EQ(bytes[2], bytes[1] - bytes[0]);
+    ASSERT_EQ(names, (Lines{"6 outer",    "6 inner",       "6 time",       "10 clock=~",    "10 elapsed=~",
+                            "10 proc=~",  "10 procexcl=~", "10 user=~",    "10 userexcl=~", "10 enter=~",
+                            "10 leave=~", "7 time",        "6 mem",        "10 clock=~",    "10 ts=~",
+                            "10 start",   "10 end",        "10 delta",     "7 mem",         "7 inner",
+                            "6 time",     "10 clock=~",    "10 elapsed=~", "10 proc=~",     "10 procexcl=~",
+                            "10 user=~",  "10 userexcl=~", "10 enter=~",   "10 leave=~",    "7 time",
+                            "7 outer"}));
+    // The inner scope's figures come first.
+    EXPECT_LE(figures["clock"][2], figures["clock"][0]) << "the outer scope began first";
+    EXPECT_GT(figures["elapsed"][0], 0.0);
+    EXPECT_GE(figures["elapsed"][1], figures["elapsed"][0]);
+    EXPECT_GT(figures["proc"][0], 0.0);
+    EXPECT_GE(figures["proc"][1], figures["proc"][0]);
+    EXPECT_DOUBLE_EQ(figures["proc"][0], figures["procexcl"][0]);
+    EXPECT_NEAR(figures["procexcl"][1], figures["proc"][1] - figures["proc"][0], 1e-9);
+    EXPECT_LE(figures["user"][0], figures["proc"][0] + 0.01);
+    EXPECT_EQ(figures["delta"][0], figures["end"][0] - figures["start"][0]);
 }
 
 TEST_F(ScopeTest, MemoryOfTheMachineAndOfTheProcess) {
@@ -236,15 +215,23 @@ TEST_F(ScopeTest, MacrosMark) {
         METRICS_VALUE("rows", 4);
     }
     METRICS_VALUE("nowhere", ++made);
-    constexpr int kLine = __LINE__ + 3;
-    {
-        METRICS_SCOPE("held back", 0x40000);
-        METRICS_SCOPE("placed", Scope::kLocation);
-    }
+    { METRICS_SCOPE("held back", 0x40000); }
     EXPECT_EQ(made, 1);
-    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal",
-                                  "6 placed", "6 loc", std::string("10 func=") + __FILE__,
-                                  "10 line=" + std::to_string(kLine), "7 loc", "7 placed"}));
+    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal"}));
+}
+
+TEST_F(ScopeTest, TellsItsPlaceWhereItsBitsOrTheMaskAskForIt) {
+    Scope(MetricsValue("nowhere"), Scope::kLocation).Close();
+    constexpr int kLine = __LINE__ + 1;
+    { METRICS_SCOPE("asked", Scope::kLocation); }
+    Manager().SetBits(Scope::kLocation, false);
+    Scope masked;
+    masked.Open("masked", "file.cpp", 12);
+    masked.Close();
+    EXPECT_EQ(TakeLines(),
+              (Lines{"6 nowhere", "7 nowhere", "6 asked", "6 loc", std::string("10 func=") + __FILE__,
+                     "10 line=" + std::to_string(kLine), "7 loc", "7 asked", "6 masked", "6 loc",
+                     "10 func=file.cpp", "10 line=12", "7 loc", "7 masked"}));
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include <chrono>
+
 #include "tests/platform/ProfileFile.h"
 
 namespace Metrics::platform {
