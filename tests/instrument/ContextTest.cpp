@@ -47,7 +47,7 @@ TEST_F(ContextTest, WithoutIdItIsCurrentAndSilentAndHasNoChildren) {
     EXPECT_EQ(TakeLines(), Lines{"1 0>1"}) << "of the root";
 }
 
-TEST_F(ContextTest, AttachedItStandsOnTopOnceAndTakesOverTheFlagOfTheOneItCovers) {
+TEST_F(ContextTest, AttachedItStandsOnTopOnceAndTakesOverTheFlagBelow) {
     Context lower(0, Context::Create(true));
     Context upper(0, Context::Create(true));
     lower.Enable(false);
@@ -64,20 +64,14 @@ TEST_F(ContextTest, AttachedItStandsOnTopOnceAndTakesOverTheFlagOfTheOneItCovers
     EXPECT_EQ(Context::Current(), &upper);
     EXPECT_EQ(lower.GetThreadId(), 0);
     EXPECT_NE(upper.GetThreadId(), 0);
-}
-
-TEST_F(ContextTest, AGuardAttachesForABlock) {
-    Context lower = Context::Root("lower");
-    Context upper = Context::Root("upper");
-    upper.DetachFromThread();
     {
-        const ContextGuard guard(upper);
-        const ContextGuard again(upper);
-        EXPECT_EQ(Context::Current(), &upper);
+        const ContextGuard guard(lower);
+        const ContextGuard again(lower);
+        EXPECT_EQ(Context::Current(), &lower);
     }
-    EXPECT_EQ(Context::Current(), &lower);
-    { const ContextGuard current(lower); }
-    EXPECT_EQ(Context::Current(), &lower) << "what was attached before stays attached";
+    EXPECT_EQ(Context::Current(), &upper);
+    { const ContextGuard current(upper); }
+    EXPECT_EQ(Context::Current(), &upper) << "what was attached before stays attached";
 }
 
 // --- Identification
