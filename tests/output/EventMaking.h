@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "metrics/MetricsEvent.h"
 
@@ -43,7 +44,8 @@ inline MetricsEvent Attribute(std::uint64_t id, const char* name, MetricsValue v
     return Make(MetricsEventType::NameValue, id, MetricsValue::Ref(name), std::move(value));
 }
 
-// "context:type" and the parameters that matter, to compare streams of events by.
+// "context:type" and the parameters, to compare streams of events by.
+using Briefs = std::vector<std::string>;
 inline std::string Brief(const MetricsEvent& event) {
     return std::to_string(event.contextId.AsUInt64()) + ":" + std::to_string(static_cast<int>(event.Type())) +
            ":" + event.param1.ToString(0) + ":" + event.param2.ToString(0);

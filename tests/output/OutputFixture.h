@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <deque>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <sstream>
@@ -14,13 +16,27 @@
 
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/OutputState.h"
+#include "metrics/platform/Platform.h"
 #include "tests/output/EventMaking.h"
 
 namespace Metrics::Testing {
 
-using Briefs = std::vector<std::string>;
 using Mode = MetricsOutput::Mode;
 using Format = MetricsOutput::Format;
+
+inline bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// What a writer makes of events, without what it begins with.
+template <class Writer, class... Arguments>
+std::string Written(const std::vector<MetricsEvent>& events, Arguments... arguments) {
+    std::ostringstream stream;
+    Writer writer(stream, arguments...);
+    for (const MetricsEvent& event : events) writer.Write(event);
+    writer.End();
+    return stream.str();
+}
 
 // What an output does with batches, without a manager that runs.
 class Output : public detail::OutputState {
@@ -39,8 +55,7 @@ class Output : public detail::OutputState {
     void PutInPieces(const std::vector<MetricsEvent>& events, std::uint32_t seed) {
         std::mt19937 random(seed);
         for (auto at = events.begin(); at != events.end();) {
-            const auto size =
-                std::min<std::ptrdiff_t>(1 + static_cast<std::ptrdiff_t>(random() % 200), events.end() - at);
+            const auto size = std::min(static_cast<std::ptrdiff_t>(1 + random() % 200), events.end() - at);
             ProcessBatch(std::vector<MetricsEvent>(at, at + size));
             at += size;
         }
@@ -50,24 +65,29 @@ class Output : public detail::OutputState {
     std::deque<std::ostringstream> streams_;
 };
 
+inline std::vector<MetricsEvent> ReadEvents(MetricsValueBuffer& buffer) {
+    std::vector<MetricsEvent> events(buffer.ReadHeader().eventCount);
+    for (MetricsEvent& event : events) event.Read(buffer);
+    return events;
+}
+
 inline Briefs Decode(const std::shared_ptr<MetricsValueBuffer>& buffer) {
     if (!buffer) return {"no buffer"};
     Briefs briefs;
-    for (std::uint32_t left = buffer->ReadHeader().eventCount; left != 0; --left) {
-        MetricsEvent event;
-        event.Read(*buffer);
-        briefs.push_back(Brief(event));
-    }
+    for (const MetricsEvent& event : ReadEvents(*buffer)) briefs.push_back(Brief(event));
     return briefs;
 }
 
 // A folder of its own for each test, gone afterwards.
 class OutputTest : public testing::Test {
   protected:
-    OutputTest();
-    ~OutputTest() override;
+    OutputTest() { std::filesystem::create_directories(folder_); }
+    ~OutputTest() override {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
 
-    std::string Path(const std::string& name) const { return folder_ + "/" + name; }
+    std::string Path(const std::string& name) const { return (folder_ / name).string(); }
     static std::string ReadFile(const std::string& name) {
         std::ifstream file(name);  // as text, as it was written: systems end lines each in their way
         if (!file) return "no file";
@@ -75,7 +95,9 @@ class OutputTest : public testing::Test {
     }
 
   private:
-    std::string folder_;
+    const std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
+                                          (testing::UnitTest::GetInstance()->current_test_info()->name() +
+                                           std::to_string(platform::CurrentProcessId()));
 };
 
 }  // namespace Metrics::Testing

@@ -11,13 +11,21 @@
 
 namespace Metrics::Testing {
 
+inline bool IsCreation(const MetricsEvent& event) {
+    return event.Type() == MetricsEventType::ContextCreate;
+}
+
+inline void Append(Briefs& briefs, const Briefs& more) {
+    briefs.insert(briefs.end(), more.begin(), more.end());
+}
+
 // Trees of contexts grown at random, and their events in two orders: as threads may post them, and as they
 // are to come out. Each context does its steps in order; a child may run at any time once it has been
 // created, also after its parent has closed.
 class RandomForest {
   public:
     RandomForest(std::uint32_t seed, int contexts) : random_(seed), budget_(contexts) {
-        while (budget_ > 0) Grow(0, nullptr);
+        while (budget_ > 0) steps_[0].push_back(Create(0, Grow(0)));
     }
 
     const std::vector<std::uint64_t>& Roots() const { return roots_; }
@@ -25,79 +33,59 @@ class RandomForest {
     // One of the orders in which threads can post everything.
     std::vector<MetricsEvent> Arrival() {
         std::vector<MetricsEvent> events;
-        std::vector<std::uint64_t> running;
-        std::map<std::uint64_t, std::size_t> position;
-        std::deque<std::uint64_t> outside(rootsOutside_.begin(), rootsOutside_.end());
-        while (!running.empty() || !outside.empty()) {
-            if (!outside.empty() && (running.empty() || Pick(8) == 0)) {
-                events.push_back(Create(0, outside.front()));
-                running.push_back(outside.front());
-                outside.pop_front();
-                continue;
-            }
-            const std::size_t index = Pick(running.size());
-            const std::uint64_t id = running[index];
-            const Step& step = steps_.at(id)[position[id]++];
-            events.push_back(step.event);
-            if (position[id] == steps_.at(id).size())
-                running.erase(running.begin() + static_cast<long>(index));
-            if (step.begins != 0) running.push_back(step.begins);
+        std::vector<std::uint64_t> running = {0};
+        for (auto left = steps_; !running.empty();) {
+            const auto one = running.begin() + static_cast<long>(Pick(running.size()));
+            std::deque<MetricsEvent>& steps = left.at(*one);
+            events.push_back(steps.front());
+            steps.pop_front();
+            if (steps.empty()) running.erase(one);
+            if (IsCreation(events.back())) running.push_back(events.back().param2.AsUInt64());
         }
         return events;
     }
 
     // The tree of one root, walked in order.
-    std::vector<std::string> Walk(std::uint64_t root) const {
-        std::vector<std::string> briefs;
-        WalkInto(root, briefs);
+    Briefs Walk(std::uint64_t root) const {
+        Briefs briefs;
+        for (const MetricsEvent& event : steps_.at(root)) {
+            briefs.push_back(Brief(event));
+            if (IsCreation(event) && event.param1 != 0) Append(briefs, Walk(event.param2.AsUInt64()));
+        }
+        return briefs;
+    }
+
+    // All trees, one after the other.
+    Briefs WalkAll() const {
+        Briefs briefs;
+        for (const std::uint64_t root : roots_) Append(briefs, Walk(root));
         return briefs;
     }
 
   private:
-    struct Step {
-        MetricsEvent event;
-        std::uint64_t begins = 0;  // a context that may run from here on
-        bool nested = false;       // and whose output stands here
-    };
-
     std::size_t Pick(std::size_t below) { return random_() % below; }
 
-    std::uint64_t Grow(std::uint64_t parent, std::vector<Step>* inside) {
+    std::uint64_t Grow(std::uint64_t parent) {
         const std::uint64_t id = ++lastId_;
         --budget_;
-        if (parent == 0) {
-            roots_.push_back(id);
-            if (inside == nullptr) rootsOutside_.push_back(id);
+        if (parent == 0) roots_.push_back(id);
+        std::deque<MetricsEvent>& steps = steps_[id];
+        steps.push_back(Construct(parent, id));
+        for (std::size_t left = Pick(12); left != 0; --left) {
+            const std::size_t choice = Pick(8);
+            if (choice < 2 && budget_ > 0) {
+                steps.push_back(Create(id, Grow(id)));
+            } else if (choice == 2 && budget_ > 0) {
+                steps.push_back(CreateRootIn(id, Grow(0)));
+            } else if (choice == 3) {
+                steps.push_back(OpenScope(id, "s"));
+                steps.push_back(CloseScope(id, "s"));
+            } else {
+                steps.push_back(Value(id, "v", ++lastValue_));
+            }
         }
-        std::vector<Step> steps;
-        steps.push_back({Construct(parent, id)});
-        for (std::size_t left = Pick(12); left != 0; --left) AddStep(id, steps);
-        steps.push_back({Close(id)});
-        steps_[id] = std::move(steps);
+        steps.push_back(Close(id));
         return id;
-    }
-
-    void AddStep(std::uint64_t id, std::vector<Step>& steps) {
-        const std::size_t choice = Pick(8);
-        if (choice < 2 && budget_ > 0) {
-            const std::uint64_t child = Grow(id, &steps);
-            steps.push_back({Create(id, child), child, true});
-        } else if (choice == 2 && budget_ > 0) {
-            const std::uint64_t root = Grow(0, &steps);
-            steps.push_back({CreateRootIn(id, root), root, false});
-        } else if (choice == 3) {
-            steps.push_back({OpenScope(id, "s")});
-            steps.push_back({CloseScope(id, "s")});
-        } else {
-            steps.push_back({Value(id, "v", ++lastValue_)});
-        }
-    }
-
-    void WalkInto(std::uint64_t id, std::vector<std::string>& briefs) const {
-        for (const Step& step : steps_.at(id)) {
-            briefs.push_back(Brief(step.event));
-            if (step.nested) WalkInto(step.begins, briefs);
-        }
     }
 
     std::mt19937 random_;
@@ -105,8 +93,7 @@ class RandomForest {
     std::uint64_t lastId_ = 0;
     std::int64_t lastValue_ = 0;
     std::vector<std::uint64_t> roots_;
-    std::vector<std::uint64_t> rootsOutside_;  // created where no context is current
-    std::map<std::uint64_t, std::vector<Step>> steps_;
+    std::map<std::uint64_t, std::deque<MetricsEvent>> steps_;  // of each context; 0 creates roots
 };
 
 }  // namespace Metrics::Testing

@@ -1,79 +1,69 @@
 // Which event reaches which target, and in which order.
-#include <algorithm>
+#include <functional>
+#include <set>
 
 #include "tests/output/OutputFixture.h"
 #include "tests/output/RandomForest.h"
+#include "tests/support/Recorder.h"
 
 namespace Metrics {
 namespace {
 
 using namespace Testing;
 
-class RoutingSeedTest : public testing::TestWithParam<std::uint32_t> {};
-
-TEST_P(RoutingSeedTest, PerContextGivesEachRootItsTree) {
-    RandomForest forest(GetParam(), 150);
-    Output output(Mode::PerContext, Format::Buffer);
-    output.PutInPieces(forest.Arrival(), GetParam());
-    for (const std::uint64_t root : forest.Roots()) {
-        EXPECT_EQ(Decode(output.FindBuffer(root)), forest.Walk(root)) << "root " << root;
+TEST(Routing, EachRootGetsItsTreeWalkedInOrder) {
+    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+        RandomForest forest(seed, 150);
+        const std::vector<MetricsEvent> arrival = forest.Arrival();
+        Output each(Mode::PerContext, Format::Buffer);
+        each.PutInPieces(arrival, seed);
+        // Targets for half of the roots at once, for the others when their creation has been seen.
+        Output borrowed(Mode::Borrowed, Format::Buffer);
+        for (const std::uint64_t root : forest.Roots())
+            if (root % 2 == 0) borrowed.OpenStream(nullptr, root);
+        for (const MetricsEvent& event : arrival) {
+            borrowed.Put({event});
+            const std::uint64_t created = event.param2.AsUInt64();
+            if (IsCreation(event) && event.param1 == 0 && created % 2 != 0)
+                borrowed.OpenStream(nullptr, created);
+        }
+        for (const std::uint64_t root : forest.Roots()) {
+            SCOPED_TRACE(testing::Message() << "seed " << seed << " root " << root);
+            EXPECT_EQ(Decode(each.FindBuffer(root)), forest.Walk(root));
+            EXPECT_EQ(Decode(borrowed.FindBuffer(root)), forest.Walk(root));
+        }
     }
 }
 
-TEST_P(RoutingSeedTest, BorrowedGivesWhatWasKeptBeforeTheTargetCame) {
-    RandomForest forest(GetParam(), 150);
-    const std::vector<MetricsEvent> arrival = forest.Arrival();
-    Output output(Mode::Borrowed, Format::Buffer);
-    // Targets for half of the roots at once, for the others when their creation has been seen.
-    for (const std::uint64_t root : forest.Roots())
-        if (root % 2 == 0) output.OpenStream(nullptr, root);
-    for (const MetricsEvent& event : arrival) {
-        output.Put({event});
-        const bool isRoot = event.Type() == MetricsEventType::ContextCreate && event.param1.AsInt64() == 0;
-        if (isRoot && event.param2.AsInt64() % 2 != 0) output.OpenStream(nullptr, event.param2.AsUInt64());
-    }
-    for (const std::uint64_t root : forest.Roots()) {
-        EXPECT_EQ(Decode(output.FindBuffer(root)), forest.Walk(root)) << "root " << root;
-    }
+Briefs TreesOfSingle(const std::function<void(Output&)>& put) {
+    Output output(Mode::Single, Format::Buffer);
+    output.OpenStream(nullptr, 0);
+    put(output);
+    output.CloseDown();
+    Briefs briefs = Decode(output.FindBuffer(0));
+    std::erase_if(briefs, [](const std::string& brief) { return brief.starts_with("0:1:0:"); });
+    return briefs;
 }
 
-TEST_P(RoutingSeedTest, SinglePutsTreeAfterTree) {
-    RandomForest forest(GetParam(), 150);
-    Output pieces(Mode::Single, Format::Buffer);
-    Output whole(Mode::Single, Format::Buffer);
-    pieces.OpenStream(nullptr, 0);
-    whole.OpenStream(nullptr, 0);
-    const std::vector<MetricsEvent> arrival = forest.Arrival();
-    pieces.PutInPieces(arrival, GetParam());
-    whole.Put(arrival);
-    pieces.CloseDown();
-    whole.CloseDown();
+TEST(Routing, SinglePutsTreeAfterTree) {
+    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+        SCOPED_TRACE(seed);
+        RandomForest forest(seed, 150);
+        const std::vector<MetricsEvent> arrival = forest.Arrival();
+        EXPECT_EQ(TreesOfSingle([&](Output& output) { output.Put(arrival); }), forest.WalkAll());
 
-    const auto isRootless = [](const std::string& brief) { return brief.starts_with("0:1:0:"); };
-    Briefs out = Decode(pieces.FindBuffer(0));
-    std::erase_if(out, isRootless);
-    std::vector<Briefs> trees;
-    for (const std::uint64_t root : forest.Roots()) trees.push_back(forest.Walk(root));
-    std::size_t at = 0;
-    while (at < out.size()) {
-        const auto next = std::find_if(trees.begin(), trees.end(),
-                                       [&](const Briefs& tree) { return tree.front() == out[at]; });
-        ASSERT_NE(next, trees.end()) << out[at];
-        ASSERT_TRUE(std::equal(next->begin(), next->end(), out.begin() + static_cast<long>(at)));
-        at += next->size();
-        trees.erase(next);
+        const Briefs pieces = TreesOfSingle([&](Output& output) { output.PutInPieces(arrival, seed); });
+        Briefs expected;
+        std::set<std::uint64_t> begun;
+        while (expected.size() < pieces.size()) {
+            const std::uint64_t root = std::stoull(pieces[expected.size()]);
+            ASSERT_TRUE(begun.insert(root).second) << root;
+            Append(expected, forest.Walk(root));
+        }
+        EXPECT_EQ(pieces, expected);
+        EXPECT_EQ(begun.size(), forest.Roots().size());
     }
-    EXPECT_TRUE(trees.empty());
-
-    Briefs ascending;
-    for (const std::uint64_t root : forest.Roots())
-        for (const std::string& brief : forest.Walk(root)) ascending.push_back(brief);
-    Briefs atOnce = Decode(whole.FindBuffer(0));
-    std::erase_if(atOnce, isRootless);
-    EXPECT_EQ(atOnce, ascending);
 }
-
-INSTANTIATE_TEST_SUITE_P(Seeds, RoutingSeedTest, testing::Range(1U, 21U));
 
 TEST(Routing, UnorderedGoesToEveryTargetAsItComes) {
     Output output(Mode::Borrowed, Format::RawUnordered);
@@ -104,17 +94,18 @@ TEST(Routing, TwoTargetsOfOneContextGetTheSameAndBothCloseWithIt) {
     EXPECT_EQ(first.str(), "<a>\n  <b>\n  </b>\n</a>\n");
 }
 
-TEST(Routing, ALaterTargetOfTheSameContextReplacesTheBuffer) {
+TEST(Routing, ATargetThatComesAfterTheEndOfItsRootGetsNothing) {
     Output output(Mode::Borrowed, Format::Buffer);
     output.OpenStream(nullptr, 1);
     EXPECT_EQ(output.FindBuffer(1), nullptr);
     output.Put({Create(0, 1), Construct(0, 1), Close(1)});
-    const auto first = output.FindBuffer(1);
-    EXPECT_EQ(Decode(first), Briefs({"1:2:0:1", "1:3:0:0"}));
-    EXPECT_EQ(output.FindBuffer(1), first);
+    output.Put({Create(0, 2), Construct(0, 2), Create(2, 3), Close(2), Construct(2, 3), Close(3)});
+    EXPECT_EQ(Decode(output.FindBuffer(1)), Briefs({"1:2:0:1", "1:3:0:0"}));
     output.OpenStream(nullptr, 1);
+    output.OpenStream(nullptr, 2);
     output.CloseDown();
-    EXPECT_EQ(Decode(output.FindBuffer(1)), Briefs());
+    EXPECT_EQ(Decode(output.FindBuffer(1)), Briefs()) << "it replaces the buffer";
+    EXPECT_EQ(Decode(output.FindBuffer(2)), Briefs());
     EXPECT_NE(output.TakeBuffer(1), nullptr);
     EXPECT_EQ(output.TakeBuffer(1), nullptr);
 }
@@ -166,28 +157,20 @@ TEST(Routing, MutingLeavesOutTimesAndIdentities) {
     EXPECT_EQ(stream.str(), "<a comp=\"c\">\n  <n>1</n>\n  <b>\n  </a>\n") << "any closing ends the muting";
 }
 
-TEST(Routing, ARootWithoutTargetIsForgottenOnceItHasEnded) {
-    Output output(Mode::Borrowed, Format::Buffer);
-    output.Put({Create(0, 1), Construct(0, 1), Create(1, 2), Close(1), Construct(1, 2), Close(2)});
-    output.OpenStream(nullptr, 1);
-    output.CloseDown();
-    EXPECT_EQ(Decode(output.FindBuffer(1)), Briefs());
-}
-
 TEST(Routing, ARootWithoutTargetKeepsAMillionEventsThenNone) {
-    std::string logged;
-    MetricsManager::GetInstance().SetLogDelegate([&](const std::string& text) { logged = text; });
+    LogKeeper log;
     Output output(Mode::Borrowed, Format::Buffer);
     output.Put({Create(0, 1), Construct(0, 1)});
     const std::vector<MetricsEvent> many(1000, Value(1, "v", 1));
     for (int batch = 0; batch < 999; ++batch) output.Put(many);
-    EXPECT_EQ(logged, "");
+    EXPECT_EQ(log.Take(), Lines());
     output.Put(many);
-    EXPECT_NE(logged.find("context 1 has no target"), std::string::npos) << logged;
+    const Lines lines = log.Take();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(Has(lines[0], "context 1 has no target")) << lines[0];
     output.OpenStream(nullptr, 1);
     output.CloseDown();
     EXPECT_EQ(Decode(output.FindBuffer(1)), Briefs());
-    MetricsManager::GetInstance().SetLogDelegate({});
 }
 
 }  // namespace

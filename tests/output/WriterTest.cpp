@@ -1,43 +1,17 @@
-// What each writer makes of each event.
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
+// What each writer makes of each event, and of names, attributes and values with any bytes.
+#include <random>
 
 #include "metrics/output/BufferWriter.h"
 #include "metrics/output/NullStream.h"
 #include "metrics/output/RawWriter.h"
 #include "metrics/output/XmlWriter.h"
-#include "tests/output/EventMaking.h"
+#include "tests/output/OutputFixture.h"
+#include "tests/support/Memory.h"
 
 namespace Metrics {
 namespace {
 
 using namespace Testing;
-
-std::string Raw(const MetricsEvent& event, bool mute) {
-    std::ostringstream stream;
-    RawWriter writer(stream, mute);
-    writer.Write(event);
-    writer.Flush();
-    return stream.str();
-}
-
-std::string Xml(const std::vector<MetricsEvent>& events) {
-    std::ostringstream stream;
-    XmlWriter writer(stream);
-    writer.Begin();
-    for (const MetricsEvent& event : events) writer.Write(event);
-    writer.End();
-    return stream.str();
-}
-
-TEST(RawWriterTest, BeginsWithTheFieldNames) {
-    std::ostringstream stream;
-    RawWriter(stream, false).Begin();
-    EXPECT_EQ(stream.str(), "timestamp,context_id,component_id,event_type,param1,param2\n");
-}
 
 TEST(RawWriterTest, WritesLines) {
     struct {
@@ -55,60 +29,42 @@ TEST(RawWriterTest, WritesLines) {
          "0,18446744073709551615,4095,24,,\"true\"\n", "2012-11-01 22:26:51,0,4095,24,,\"true\"\n"},
     };
     for (const auto& [event, line, muted] : cases) {
-        EXPECT_EQ(Raw(event, false), line);
-        EXPECT_EQ(Raw(event, true), muted);
+        EXPECT_EQ(Written<RawWriter>({event}, false), line);
+        EXPECT_EQ(Written<RawWriter>({event}, true), muted);
     }
 }
 
 TEST(XmlWriterTest, NestsScopesAndPlacesAttributesOnTheNextOne) {
-    EXPECT_EQ(Xml({Attribute(1, "pid", 12), Attribute(1, "who", "a<b>&\"'\\\t\n\r\1"), OpenScope(1, "job"),
-                   OpenScope(1, "step"), Attribute(1, "k", "v"), Value(1, "n", "x<y"), OpenScope(1, "inner"),
-                   CloseScope(1, "inner"), CloseScope(1, "step"), Close(1), CloseScope(1, "job"),
-                   CloseScope(1, "job")}),
-              "<job pid=\"12\" who=\"a&lt;b&gt;&amp;&quot;&apos;\\\\&#x9;&#xA;\">\n"
-              "  <step>\n"
-              "    <n>x&lt;y</n>\n"
-              "    <inner k=\"v\">\n"
-              "    </inner>\n"
-              "  </step>\n"
-              "</job>\n");
+    EXPECT_EQ(
+        Written<XmlWriter>({Attribute(1, "pid", 12), Attribute(1, "who", "a<b>&\"'\\\t\n\r\1"),
+                            OpenScope(1, "job"), OpenScope(1, "step"), Attribute(1, "k", "v"),
+                            Value(1, "n", "x<y"), OpenScope(1, "inner"), CloseScope(1, "inner"),
+                            CloseScope(1, "step"), Close(1), CloseScope(1, "job"), CloseScope(1, "job")}),
+        "<job pid=\"12\" who=\"a&lt;b&gt;&amp;&quot;&apos;\\\\&#x9;&#xA;\">\n"
+        "  <step>\n"
+        "    <n>x&lt;y</n>\n"
+        "    <inner k=\"v\">\n"
+        "    </inner>\n"
+        "  </step>\n"
+        "</job>\n");
 }
 
 TEST(XmlWriterTest, ClosingDiscardsAttributesAndUsesTheNameOfTheClosingEvent) {
-    EXPECT_EQ(
-        Xml({OpenScope(1, "a"), Attribute(1, "lost", 1), CloseScope(1, "b"), OpenScope(1, "c"),
-             Attribute(1, "lost", 1), Make(MetricsEventType::DemuxSynthesized, 1, 0), OpenScope(1, "d")}),
-        "<a>\n</b>\n<c>\n  <d>\n");
+    EXPECT_EQ(Written<XmlWriter>({OpenScope(1, "a"), Attribute(1, "lost", 1), CloseScope(1, "b"),
+                                  OpenScope(1, "c"), Attribute(1, "lost", 1),
+                                  Make(MetricsEventType::DemuxSynthesized, 1, 0), OpenScope(1, "d")}),
+              "<a>\n</b>\n<c>\n  <d>\n");
 }
 
 TEST(XmlWriterTest, ForcedClosureClosesAsManyAsItSaysAndNoMoreThanAreOpen) {
     const auto forced = [](std::int64_t depth) { return Make(MetricsEventType::DemuxSynthesized, 1, depth); };
-    EXPECT_EQ(Xml({OpenScope(1, "a"), OpenScope(1, "b"), OpenScope(1, "c"), forced(2), CloseScope(1, "a")}),
+    EXPECT_EQ(Written<XmlWriter>(
+                  {OpenScope(1, "a"), OpenScope(1, "b"), OpenScope(1, "c"), forced(2), CloseScope(1, "a")}),
               "<a>\n  <b>\n    <c>\n      <ForceCloseContextDepth>2</ForceCloseContextDepth>\n"
               "    </c>\n  </b>\n</a>\n");
-    EXPECT_EQ(Xml({OpenScope(1, "a"), forced(9)}),
+    EXPECT_EQ(Written<XmlWriter>({OpenScope(1, "a"), forced(9)}),
               "<a>\n  <ForceCloseContextDepth>9</ForceCloseContextDepth>\n</a>\n");
-    EXPECT_EQ(Xml({forced(0), forced(-1), forced(std::int64_t{1} << 31)}), "");
-}
-
-TEST(BufferWriterTest, HoldsWhatWasWrittenBehindAHeader) {
-    BufferWriter writer;
-    writer.Begin();
-    EXPECT_EQ(writer.Buffer()->Bytes().size(), 16U);
-    const MetricsEvent events[] = {OpenScope(1, "a"), Value(1, "b", "text"), Close(1)};
-    for (const MetricsEvent& event : events) writer.Write(event);
-    writer.End();
-
-    const auto buffer = writer.Buffer();
-    const MetricsBufferHeader header = buffer->ReadHeader();
-    EXPECT_EQ(header.magic, 0x4F5A4F42U);
-    EXPECT_EQ(header.eventCount, 3U);
-    EXPECT_EQ(header.eventBytes, buffer->Bytes().size() - 16);
-    for (const MetricsEvent& event : events) {
-        MetricsEvent read;
-        read.Read(*buffer);
-        EXPECT_EQ(Brief(read), Brief(event));
-    }
+    EXPECT_EQ(Written<XmlWriter>({forced(0), forced(-1), forced(std::int64_t{1} << 31)}), "");
 }
 
 // The worked example of docs/formats/event-buffer.md.
@@ -131,9 +87,37 @@ TEST(BufferWriterTest, WritesTheDocumentedBytes) {
 
 TEST(NullStreamTest, SwallowsEverythingAndStaysGood) {
     basic_onullstream<char> stream;
-    stream << "text" << 1 << std::endl;
-    stream.put('x');
+    stream << "text" << std::endl;
     EXPECT_TRUE(stream.good());
+}
+
+// Names, attributes and values with any bytes.
+void CheckText(const std::string& text) {
+    const char* t = text.c_str();
+    const std::vector<MetricsEvent> events = {Attribute(1, t, text), OpenScope(1, t), Value(1, t, text),
+                                              Make(MetricsEventType::DemuxSynthesized, 1, 1)};
+    const std::string name = MetricsValue(text).ToString(0);
+    const std::string value = MetricsValue(text).ToString(MetricsValue::XmlEscape);
+    EXPECT_EQ(Written<XmlWriter>(events),
+              "<" + name + " " + name + "=\"" + value + "\">\n  <" + name + ">" + value + "</" + name +
+                  ">\n  <ForceCloseContextDepth>1</ForceCloseContextDepth>\n</" + name + ">\n");
+    const std::string start = "2013-04-08 12:00:00,1,7,";
+    const std::string q =
+        MetricsValue(text).ToString(MetricsValue::EscapeNewlines | MetricsValue::AlwaysQuote);
+    EXPECT_EQ(Written<RawWriter>(events, false), start + "11," + q + "," + q + "\n" + start + "6," + q +
+                                                     ",\"0\"\n" + start + "10," + q + "," + q + "\n" + start +
+                                                     "4,\"1\",\"0\"\n");
+}
+
+TEST(HostileText, ComesOutAsTheTextOfAValue) {
+    CheckText("");
+    CheckText(std::string(100000, '<'));
+    std::mt19937 random(4711);
+    for (int left = kThreadSanitized ? 1000 : 100000; left != 0 && !testing::Test::HasFailure(); --left) {
+        std::string text(random() % 40, ' ');
+        for (char& c : text) c = static_cast<char>(1 + random() % 255);
+        CheckText(text);
+    }
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 
 namespace Metrics::Testing {
 
-/// The program's C++ allocator, replaced. The queue's pages don't come from there.
+/// The program's C++ allocator, replaced. The queue's pages don't come from there. Counts are of the calling
+/// thread.
 struct Allocator {
-    static thread_local int allocations;  // of the calling thread so far
-    static thread_local bool exhausted;   // while set, the calling thread gets nothing
+    static thread_local int allocations;
+    static thread_local int live;        // those that it has not freed
+    static thread_local bool exhausted;  // while set, the calling thread gets nothing
 };
 
 }  // namespace Metrics::Testing

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -45,15 +46,7 @@ class Recorder {
                         [this](const std::vector<MetricsEvent>& batch) { Add(batch); }) {}
 
     /// The events of contexts and scopes since the last call.
-    std::vector<MetricsEvent> Take() {
-        WaitForMark();
-        std::vector<MetricsEvent> events = TakeAll();
-        std::erase_if(events, [](const MetricsEvent& event) {
-            return event.Type() >= MetricsEventType::CategoryUnion;
-        });
-        return events;
-    }
-
+    std::vector<MetricsEvent> Take() { return WaitAndTake({}, MetricsEventType::CategoryUnion); }
     Lines TakeLines() { return ToLines(Take()); }
 
     /// The same with the context's id before each line: "@7 6 parse".
@@ -65,21 +58,15 @@ class Recorder {
         return lines;
     }
 
+    /// What the manager itself posted, without its notes on mask and state.
+    Lines TakeManagerLines() {
+        return ToLines(WaitAndTake(MetricsEventType::CategoryUnion, MetricsEventType::BitsChanged));
+    }
+
     /// All that arrived so far, the manager's own events too, without waiting.
     std::vector<MetricsEvent> TakeAll() {
         const std::lock_guard lock(mutex_);
         return std::exchange(events_, {});
-    }
-
-    /// What the manager itself posted, without its notes on mask and state.
-    Lines TakeManagerLines() {
-        WaitForMark();
-        std::vector<MetricsEvent> events = TakeAll();
-        std::erase_if(events, [](const MetricsEvent& event) {
-            return event.Type() < MetricsEventType::CategoryUnion ||
-                   event.Type() >= MetricsEventType::BitsChanged;
-        });
-        return ToLines(events);
     }
 
     static Lines ToLines(const std::vector<MetricsEvent>& events) {
@@ -96,32 +83,26 @@ class Recorder {
         return event.Type() == MetricsEventType::SetBits && event.param1 == 0;
     }
 
-    void WaitForMark() {
-        const std::size_t before = MarksSeen();
+    // Waits for a mark, and takes the events of types from `first` to before `end`.
+    std::vector<MetricsEvent> WaitAndTake(MetricsEventType first, MetricsEventType end) {
+        const std::size_t before = marks_;
         auto& manager = MetricsManager::GetInstance();
         manager.SetBits(0, true);
-        manager.WaitUntil([this, before] { return MarksSeen() > before; }, 30000);
-    }
-
-    std::size_t MarksSeen() {
-        const std::lock_guard lock(mutex_);
-        return marks_;
+        manager.WaitUntil([this, before] { return marks_ > before; }, 30000);
+        std::vector<MetricsEvent> events = TakeAll();
+        std::erase_if(events, [=](const auto& event) { return event.Type() < first || event.Type() >= end; });
+        return events;
     }
 
     void Add(const std::vector<MetricsEvent>& batch) {
         const std::lock_guard lock(mutex_);
-        for (const MetricsEvent& event : batch) {
-            if (IsMark(event)) {
-                ++marks_;
-            } else {
-                events_.push_back(event);
-            }
-        }
+        std::remove_copy_if(batch.begin(), batch.end(), std::back_inserter(events_), IsMark);
+        marks_ += static_cast<std::size_t>(std::count_if(batch.begin(), batch.end(), IsMark));
     }
 
     std::mutex mutex_;
     std::vector<MetricsEvent> events_;
-    std::size_t marks_ = 0;
+    std::atomic<std::size_t> marks_ = 0;
     MetricsSubscription subscription_;
 };
 

@@ -18,11 +18,7 @@ namespace {
 
 using namespace Testing;
 
-class OutputDescriptors : public OutputTest {};
-
-bool Has(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using OutputDescriptors = OutputTest;
 
 TEST_F(OutputDescriptors, TheLimitOfOpenFilesIsNamed) {
     if (kSanitized) GTEST_SKIP() << "the sanitizer opens pipes to look at memory, and needs descriptors";

@@ -1,9 +1,0 @@
-#include "tests/support/Wine.h"
-
-namespace Metrics::Testing {
-
-bool UnderWine() {
-    return false;
-}
-
-}  // namespace Metrics::Testing
