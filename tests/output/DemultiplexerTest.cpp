@@ -1,12 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <string>
-#include <vector>
+#include <random>
 
 #include "metrics/MetricsDemultiplexer.h"
 #include "tests/output/EventMaking.h"
-#include "tests/output/RandomForest.h"
 
 namespace Metrics {
 namespace {
@@ -126,31 +123,6 @@ TEST(Demultiplexer, ContextsMayWorkBeforeTheirCreationIsSeen) {
     EXPECT_EQ(demux.Take(1), Briefs());
     demux.Put({Create(0, 1)});
     EXPECT_EQ(demux.Take(1), Briefs({"1:2:0:1", "1:1:1:2", "2:2:1:2", "2:10:v:1", "2:3:0:0", "1:3:0:0"}));
-}
-
-TEST(Demultiplexer, EachRootComesOutAsItsTreeWalkedInOrder) {
-    for (std::uint32_t seed = 1; seed <= 30; ++seed) {
-        SCOPED_TRACE(seed);
-        RandomForest forest(seed, 120);
-        const std::vector<std::uint64_t>& roots = forest.Roots();
-        Demux requested(Mode::RequestedRoot);
-        std::map<std::uint64_t, Briefs> trees;
-        const auto take = [&](std::uint64_t root) { Append(trees[root], requested.Take(root)); };
-        Demux lowest(Mode::LowestRoot);
-        Briefs inTurn = forest.WalkAll();
-        std::mt19937 random(seed);
-        for (const MetricsEvent& event : forest.Arrival()) {
-            requested.Put({event});
-            take(roots[random() % roots.size()]);
-            lowest.Put({event});
-            if (event.contextId == 0) inTurn.push_back(Brief(event));
-        }
-        for (const std::uint64_t root : roots) {
-            take(root);
-            EXPECT_EQ(trees[root], forest.Walk(root)) << "root " << root;
-        }
-        EXPECT_EQ(lowest.Take(0), inTurn);
-    }
 }
 
 // Streams that no thread produces: nothing may break, and whatever was put in comes out at most once.

@@ -3,16 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <deque>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <memory>
 #include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/OutputState.h"

@@ -1,69 +1,11 @@
-// Which event reaches which target, and in which order.
-#include <functional>
-#include <set>
-
+// Which event reaches which target.
 #include "tests/output/OutputFixture.h"
-#include "tests/output/RandomForest.h"
 #include "tests/support/Recorder.h"
 
 namespace Metrics {
 namespace {
 
 using namespace Testing;
-
-TEST(Routing, EachRootGetsItsTreeWalkedInOrder) {
-    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
-        RandomForest forest(seed, 150);
-        const std::vector<MetricsEvent> arrival = forest.Arrival();
-        Output each(Mode::PerContext, Format::Buffer);
-        each.PutInPieces(arrival, seed);
-        // Targets for half of the roots at once, for the others when their creation has been seen.
-        Output borrowed(Mode::Borrowed, Format::Buffer);
-        for (const std::uint64_t root : forest.Roots())
-            if (root % 2 == 0) borrowed.OpenStream(nullptr, root);
-        for (const MetricsEvent& event : arrival) {
-            borrowed.Put({event});
-            const std::uint64_t created = event.param2.AsUInt64();
-            if (IsCreation(event) && event.param1 == 0 && created % 2 != 0)
-                borrowed.OpenStream(nullptr, created);
-        }
-        for (const std::uint64_t root : forest.Roots()) {
-            SCOPED_TRACE(testing::Message() << "seed " << seed << " root " << root);
-            EXPECT_EQ(Decode(each.FindBuffer(root)), forest.Walk(root));
-            EXPECT_EQ(Decode(borrowed.FindBuffer(root)), forest.Walk(root));
-        }
-    }
-}
-
-Briefs TreesOfSingle(const std::function<void(Output&)>& put) {
-    Output output(Mode::Single, Format::Buffer);
-    output.OpenStream(nullptr, 0);
-    put(output);
-    output.CloseDown();
-    Briefs briefs = Decode(output.FindBuffer(0));
-    std::erase_if(briefs, [](const std::string& brief) { return brief.starts_with("0:1:0:"); });
-    return briefs;
-}
-
-TEST(Routing, SinglePutsTreeAfterTree) {
-    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
-        SCOPED_TRACE(seed);
-        RandomForest forest(seed, 150);
-        const std::vector<MetricsEvent> arrival = forest.Arrival();
-        EXPECT_EQ(TreesOfSingle([&](Output& output) { output.Put(arrival); }), forest.WalkAll());
-
-        const Briefs pieces = TreesOfSingle([&](Output& output) { output.PutInPieces(arrival, seed); });
-        Briefs expected;
-        std::set<std::uint64_t> begun;
-        while (expected.size() < pieces.size()) {
-            const std::uint64_t root = std::stoull(pieces[expected.size()]);
-            ASSERT_TRUE(begun.insert(root).second) << root;
-            Append(expected, forest.Walk(root));
-        }
-        EXPECT_EQ(pieces, expected);
-        EXPECT_EQ(begun.size(), forest.Roots().size());
-    }
-}
 
 TEST(Routing, UnorderedGoesToEveryTargetAsItComes) {
     Output output(Mode::Borrowed, Format::RawUnordered);
@@ -111,11 +53,9 @@ TEST(Routing, ATargetThatComesAfterTheEndOfItsRootGetsNothing) {
 }
 
 TEST(Routing, FinishForcesTheChildrenOfClosedRootsOnlyAndCloseForcesAll) {
-    const std::vector<MetricsEvent> open = {
-        Create(0, 1),      Construct(0, 1),   OpenScope(1, "r"), Create(1, 2),    Construct(1, 2),
-        OpenScope(2, "a"), OpenScope(2, "b"), Create(2, 3),      Construct(2, 3), Create(1, 4)};
     Output output(Mode::PerContext, Format::Buffer);
-    output.Put(open);
+    output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "r"), Create(1, 2), Construct(1, 2),
+                OpenScope(2, "a"), OpenScope(2, "b"), Create(2, 3), Construct(2, 3), Create(1, 4)});
     output.Put({Create(0, 8), Construct(0, 8), Create(8, 9), Construct(8, 9)});
     output.Drain(0);
     output.Put({CloseScope(1, "r"), Close(1)});

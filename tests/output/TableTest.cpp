@@ -12,19 +12,16 @@ namespace {
 constexpr std::uint64_t kRoot = 1;
 
 // Two stages, the second of them in a child context, with texts that need care in XML and in CSV.
-const std::vector<MetricsEvent>& OneRun() {
-    static const std::vector<MetricsEvent> events{
-        Create(0, kRoot), Construct(0, kRoot), Attribute(kRoot, "path", "a,\"b\" & <c>\n|d"),
-        OpenScope(kRoot, "file"), OpenScope(kRoot, "read stage"), Value(kRoot, "bytes", 17),
-        OpenScope(kRoot, "time"), Value(kRoot, "elapsed", 0.25),
-        Value(kRoot, "enter", MetricsDateTime(kNoon)), CloseScope(kRoot, "time"),
-        CloseScope(kRoot, "read stage"), Create(kRoot, 2), Construct(kRoot, 2), Attribute(2, "path", "child"),
-        OpenScope(2, "merge"), OpenScope(2, "time"), Value(2, "elapsed", 1.5), CloseScope(2, "time"),
-        // The child and one scope of the root are never closed.
-        Value(kRoot, "note", "tab\tand \\ backslash"), OpenScope(kRoot, "left open"),
-        Value(kRoot, "bytes", 3), Close(kRoot)};
-    return events;
-}
+const std::vector<MetricsEvent> kRun = {
+    Create(0, kRoot), Construct(0, kRoot), Attribute(kRoot, "path", "a,\"b\" & <c>\n|d"),
+    OpenScope(kRoot, "file"), OpenScope(kRoot, "read stage"), Value(kRoot, "bytes", 17),
+    OpenScope(kRoot, "time"), Value(kRoot, "elapsed", 0.25), Value(kRoot, "enter", MetricsDateTime(kNoon)),
+    CloseScope(kRoot, "time"), CloseScope(kRoot, "read stage"), Create(kRoot, 2), Construct(kRoot, 2),
+    Attribute(2, "path", "child"), OpenScope(2, "merge"), OpenScope(2, "time"), Value(2, "elapsed", 1.5),
+    CloseScope(2, "time"),
+    // The child and one scope of the root are never closed.
+    Value(kRoot, "note", "tab\tand \\ backslash"), OpenScope(kRoot, "left open"), Value(kRoot, "bytes", 3),
+    Close(kRoot)};
 
 std::string RowsOf(const std::string& xml, const std::string& definition, char separator) {
     std::ostringstream rows;
@@ -42,7 +39,7 @@ std::string Live(Format format, const std::string& definition) {
     Output output(Mode::Borrowed, format);
     output.SetRowDefinition(definition);
     const std::ostringstream& rows = output.Listen(kRoot);
-    output.PutInPieces(OneRun(), 7);
+    output.PutInPieces(kRun, 7);
     output.CloseDown();
     EXPECT_EQ(output.Errors(), Briefs());
     return rows.str();
@@ -51,7 +48,7 @@ std::string Live(Format format, const std::string& definition) {
 std::string Replayed() {
     Output output(Mode::Borrowed, Format::Buffer);
     output.OpenStream(nullptr, kRoot);
-    output.Put(OneRun());
+    output.Put(kRun);
     output.CloseDown();
     return Written<XmlWriter>(ReadEvents(*output.FindBuffer(kRoot)));
 }
@@ -94,7 +91,7 @@ TEST_F(TableFiles, ABadDefinitionReachesWhoOpensTheTargetAndReplacesNoFile) {
     EXPECT_EQ(ReadFile(Path("rows.csv")), "precious");
     output.SetRowDefinition("elapsed");
     output.OpenFile(Path("rows.csv"), 0);
-    output.Put(OneRun());
+    output.Put(kRun);
     output.CloseDown();
     EXPECT_EQ(ReadFile(Path("rows.csv")), "elapsed\n0.250000\n1.500000\n");
 }
@@ -114,7 +111,7 @@ TEST_F(TableFiles, ASchemaStandsBesideFilesThatTheirTargetOwns) {
         Output owned(Mode::PerContext, Format::CsvPipe);
         owned.SetRowDefinition(definition);
         owned.SetWildcard(folder + separator + "run *.csv");
-        owned.Put(OneRun());
+        owned.Put(kRun);
         owned.CloseDown();
         EXPECT_EQ(owned.Errors(), Briefs());
         const std::string schema = ReadFile(Path("the tables/schema.ini"));

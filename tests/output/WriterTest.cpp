@@ -13,25 +13,21 @@ namespace {
 
 using namespace Testing;
 
-TEST(RawWriterTest, WritesLines) {
-    struct {
-        MetricsEvent event;
-        const char* line;
-        const char* muted;
-    } const cases[] = {
-        {Create(5, 6), "2013-04-08 12:00:00,5,7,1,\"5\",\"6\"\n", "2012-11-01 22:26:51,0,7,1,\"0\",\"6\"\n"},
-        {Construct(5, 6), "2013-04-08 12:00:00,6,7,2,\"5\",\"6\"\n",
-         "2012-11-01 22:26:51,0,7,2,\"0\",\"6\"\n"},
-        {Value(3, "a\"b,c\nd\re", 1.5), "2013-04-08 12:00:00,3,7,10,\"a\"b,c\\nde\",\"1.500000\"\n",
-         "2012-11-01 22:26:51,0,7,10,\"a\"b,c\\nde\",\"1.500000\"\n"},
-        {MetricsEvent(Opaque64(MetricsEvent::PackHeader(MetricsEventType::SetBits, 4095, 1)), UINT64_MAX, 0,
-                      Opaque64(1), true),
-         "0,18446744073709551615,4095,24,,\"true\"\n", "2012-11-01 22:26:51,0,4095,24,,\"true\"\n"},
-    };
-    for (const auto& [event, line, muted] : cases) {
-        EXPECT_EQ(Written<RawWriter>({event}, false), line);
-        EXPECT_EQ(Written<RawWriter>({event}, true), muted);
-    }
+TEST(RawWriterTest, WritesLinesAndMutesTimesAndContexts) {
+    const std::vector<MetricsEvent> events = {
+        Create(5, 6), Construct(5, 6), Value(3, "a\"b,c\nd\re", 1.5),
+        MetricsEvent(Opaque64(MetricsEvent::PackHeader(MetricsEventType::SetBits, 4095, 1)), UINT64_MAX, 0,
+                     Opaque64(1), true)};
+    EXPECT_EQ(Written<RawWriter>(events, false),
+              "2013-04-08 12:00:00,5,7,1,\"5\",\"6\"\n"
+              "2013-04-08 12:00:00,6,7,2,\"5\",\"6\"\n"
+              "2013-04-08 12:00:00,3,7,10,\"a\"b,c\\nde\",\"1.500000\"\n"
+              "0,18446744073709551615,4095,24,,\"true\"\n");
+    EXPECT_EQ(Written<RawWriter>(events, true),
+              "2012-11-01 22:26:51,0,7,1,\"0\",\"6\"\n"
+              "2012-11-01 22:26:51,0,7,2,\"0\",\"6\"\n"
+              "2012-11-01 22:26:51,0,7,10,\"a\"b,c\\nde\",\"1.500000\"\n"
+              "2012-11-01 22:26:51,0,4095,24,,\"true\"\n");
 }
 
 TEST(XmlWriterTest, NestsScopesAndPlacesAttributesOnTheNextOne) {
