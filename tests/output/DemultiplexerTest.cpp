@@ -59,25 +59,6 @@ TEST(Demultiplexer, AChildThatDoesNotCloseHoldsItsParentBack) {
     EXPECT_EQ(demux.Take(1), Briefs()) << "its root has ended";
 }
 
-TEST(Demultiplexer, ForcedClosureNeedsAClosedRootAndTellsTheOpenScopes) {
-    Demux demux(Mode::RequestedRoot);
-    demux.Put({Create(0, 1), Construct(0, 1), Create(1, 2), Construct(1, 2), OpenScope(2, "a"),
-               OpenScope(2, "b"), CloseScope(2, "b"), OpenScope(2, "c"), Create(2, 3), Create(1, 4)});
-    EXPECT_EQ(demux.TakeForced(1, 0).size(), 8U) << "its root is open";
-    demux.Put({Close(1)});
-    EXPECT_EQ(demux.TakeForced(1, 99), Briefs()) << "limited to another root";
-
-    demux.EnableForcedChildClosure(true, 1);
-    MetricsEvent event;
-    ASSERT_TRUE(demux.DequeEvent(1, event));
-    EXPECT_EQ(Brief(event), "2:4:2:0") << "3 was never constructed, and 2 has two scopes open";
-    EXPECT_EQ(event.ComponentId(), 7U);
-    EXPECT_EQ(event.timestamp.Kind(), MetricsValueType::DateTime);
-    EXPECT_EQ(demux.Take(1), Briefs({"1:1:1:4", "1:3:0:0"}));
-    demux.Put({Value(2, "late", 1)});
-    EXPECT_EQ(demux.Take(1), Briefs());
-}
-
 TEST(Demultiplexer, LowestRootServesOneAfterTheOtherWhateverIsAskedFor) {
     Demux demux(Mode::LowestRoot);
     demux.Put({Create(0, 9), Create(0, 4), Construct(0, 9), Construct(0, 4), Close(9)});

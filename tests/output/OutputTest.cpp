@@ -1,4 +1,4 @@
-// Whole outputs behind the real manager.
+// Whole outputs behind the real manager. What they write of real work is compared with the examples' texts.
 #include <atomic>
 #include <iostream>
 #include <optional>
@@ -20,24 +20,6 @@ class WholeOutput : public OutputTest {
     Session session_;
 };
 
-TEST_F(WholeOutput, WritesAFilePerRootAndClosesItWithTheContext) {
-    MetricsOutput output(Mode::PerContext, Format::Xml);
-    output.SetWildcardedOutputFile(Path("a b*c.xml"));
-    unsigned long long id = 0;
-    {
-        Context context = Context::Root("job");
-        id = context.GetContextId();
-        METRICS_SCOPE("step");
-        METRICS_VALUE("n", 5);
-    }
-    output.Flush();
-    const std::string text = ReadFile(Path("a b" + std::to_string(id) + "c.xml"));
-    EXPECT_TRUE(text.ends_with("</job>\n")) << text;
-    EXPECT_TRUE(Has(text, "  <step>\n")) << text;
-    EXPECT_TRUE(Has(text, "    <n>5</n>\n  </step>\n")) << text;
-    EXPECT_FALSE(output.HasError());
-}
-
 TEST_F(WholeOutput, OpensTheFileOfANewContextBeforeItsFirstEvent) {
     MetricsOutput output(Mode::Borrowed, Format::Raw);
     const auto id = output.OpenNewContextAndFile(Path("new"));
@@ -50,30 +32,6 @@ TEST_F(WholeOutput, OpensTheFileOfANewContextBeforeItsFirstEvent) {
     EXPECT_TRUE(Has(ReadFile(Path("new")), ",2,\"0\",\"" + std::to_string(id) + "\"\n"));
     EXPECT_THROW(output.OpenNewContextAndFile(Path("no/such/folder")), std::runtime_error);
     EXPECT_FALSE(output.HasError());
-}
-
-TEST_F(WholeOutput, ABufferMergedElsewhereGivesTheSameXml) {
-    std::ostringstream text;
-    MetricsOutput buffers(Mode::PerContext, Format::Buffer);
-    MetricsOutput direct(Mode::Borrowed, Format::Xml);
-    const auto id =
-        Context::Create(true, [&](unsigned long long newId) { direct.WriteToStream(text, newId); });
-    {
-        Context context(0, id);
-        context.AddAttribute("file", "a<b");
-        Context child = Context::Child("inner");
-        METRICS_SCOPE("step");
-    }
-    buffers.Finish(0);
-    const auto buffer = buffers.TakeBuffer(id);
-    ASSERT_NE(buffer, nullptr);
-    MetricsOutput merged(Mode::Single, Format::Xml);
-    merged.OpenFile(Path("merged"), 0);
-    MetricsManager::GetInstance().MergeRemoteEvents(buffer);
-    merged.Close();
-    direct.Close();
-    EXPECT_TRUE(Has(text.str(), "<step>")) << text.str();
-    EXPECT_EQ(ReadFile(Path("merged")), text.str());
 }
 
 TEST_F(WholeOutput, TargetsComeAndGoWhileThreadsWork) {

@@ -55,16 +55,22 @@ TEST(Routing, ATargetThatComesAfterTheEndOfItsRootGetsNothing) {
 TEST(Routing, FinishForcesTheChildrenOfClosedRootsOnlyAndCloseForcesAll) {
     Output output(Mode::PerContext, Format::Buffer);
     output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "r"), Create(1, 2), Construct(1, 2),
-                OpenScope(2, "a"), OpenScope(2, "b"), Create(2, 3), Construct(2, 3), Create(1, 4)});
+                OpenScope(2, "a"), OpenScope(2, "b"), CloseScope(2, "b"), OpenScope(2, "c"), Create(2, 3),
+                Construct(2, 3), Create(3, 5), Create(1, 4)});
     output.Put({Create(0, 8), Construct(0, 8), Create(8, 9), Construct(8, 9)});
     output.Drain(0);
     output.Put({CloseScope(1, "r"), Close(1)});
     output.Drain(8);
     EXPECT_EQ(output.FindBuffer(1), nullptr);
     output.Drain(1);
-    EXPECT_EQ(Decode(output.FindBuffer(1)),
-              Briefs({"1:2:0:1", "1:6:r:0", "1:1:1:2", "2:2:1:2", "2:6:a:0", "2:6:b:0", "2:1:2:3", "3:2:2:3",
-                      "3:4:0:0", "2:4:2:0", "1:1:1:4", "1:7:r:0", "1:3:0:0"}));
+    const auto buffer = output.FindBuffer(1);
+    EXPECT_EQ(Decode(buffer), Briefs({"1:2:0:1", "1:6:r:0", "1:1:1:2", "2:2:1:2", "2:6:a:0", "2:6:b:0",
+                                      "2:7:b:0", "2:6:c:0", "2:1:2:3", "3:2:2:3", "3:1:3:5", "3:4:0:0",
+                                      "2:4:2:0", "1:1:1:4", "1:7:r:0", "1:3:0:0"}))
+        << "4 and 5 were never constructed";
+    const MetricsEvent forced = ReadEvents(*buffer).at(11);
+    EXPECT_EQ(forced.ComponentId(), 7U);
+    EXPECT_EQ(forced.timestamp.Kind(), MetricsValueType::DateTime);
     EXPECT_EQ(output.FindBuffer(8), nullptr);
     output.CloseDown();
     EXPECT_EQ(Decode(output.FindBuffer(8)), Briefs({"8:2:0:8", "8:1:8:9", "9:2:8:9", "9:4:0:0", "8:4:0:0"}));
