@@ -116,6 +116,14 @@ TEST_F(OutputAlone, BeforeTheManagerStartsItOpensFinishesAndCloses) {
         EXPECT_EQ(ReadFile(Path(name)), "timestamp,context_id,component_id,event_type,param1,param2\n");
 }
 
+TEST_F(OutputAlone, ABufferIsTakenOnce) {
+    MetricsOutput output(Mode::Borrowed, Format::Buffer);
+    output.WriteToBuffer(5);
+    output.Close();
+    EXPECT_EQ(Decode(output.TakeBuffer(5)), Briefs());
+    EXPECT_EQ(output.TakeBuffer(5), nullptr);
+}
+
 TEST_F(OutputAlone, AnOverwrittenObjectEndsTheProcessWithAMessage) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
     MetricsManager::GetInstance().SetLogDelegate([](const std::string& line) { std::cerr << line << '\n'; });
