@@ -26,6 +26,7 @@ class RandomForest {
   public:
     RandomForest(std::uint32_t seed, int contexts) : random_(seed), budget_(contexts) {
         while (budget_ > 0) steps_[0].push_back(Create(0, Grow(0)));
+        std::shuffle(steps_[0].begin(), steps_[0].end(), random_);
     }
 
     const std::vector<std::uint64_t>& Roots() const { return roots_; }
