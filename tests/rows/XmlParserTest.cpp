@@ -89,14 +89,22 @@ TEST(XmlParser, InvertingAndAggregatesExcludeEachOther) {
                  Metrics::RowDefinitionError);
 }
 
-TEST(XmlParser, TheInvertedCopyLacksWhatColumnsMatch) {
-    std::ostringstream copy;
-    XmlParser parser([](XmlParser&) {}, XmlParser::Invert);
-    parser.Compile("t.e");
-    parser.SetCopyStream(&copy);
-    parser.Feed("<r><t><e>1<x/></e><f>2</f></t></r>");
-    parser.End();
-    EXPECT_EQ(copy.str(), "<r><t><f>2</f></t></r>");
+TEST(XmlParser, CopiesEverythingOrWhatNoColumnMatches) {
+    const auto copy = [](std::uint32_t options, const std::string& input) {
+        std::ostringstream out;
+        XmlParser parser([](XmlParser&) {}, options);
+        parser.Compile("a.out");
+        parser.SetCopyStream(&out);
+        for (const char& c : input) parser.Feed({&c, 1});
+        parser.End();
+        return out.str();
+    };
+    const std::string input = "<a>\n <!-- c --><out x='1'>no<b/></out>\n <c>&amp;<![CDATA[>]]></c>\n</a>\n";
+    EXPECT_EQ(copy(XmlParser::CopyThrough, input), input);
+    EXPECT_EQ(copy(XmlParser::Invert, input), "<a>\n <!-- c -->\n <c>&amp;<![CDATA[>]]></c>\n</a>\n");
+    EXPECT_EQ(
+        copy(XmlParser::CopyThrough | XmlParser::Reindent, "  <a>\n<b>\n      text\n<c/>\n</b>\n\n</a>\n"),
+        "<a>\n  <b>\n    text\n    <c/>\n  </b>\n\n</a>\n");
 }
 
 // Whatever the host does with its locale, numbers keep their point.
