@@ -32,29 +32,35 @@ std::string ErrorOf(const Bytes& bytes) {
     return "no error";
 }
 
-TEST(MetricsValueBuffer, EncodesEachKind) {
-    EXPECT_EQ(Encode(-2), (Bytes{0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(Encode(true), (Bytes{1, 1}));
-    EXPECT_EQ(Encode(1.0), (Bytes{2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
-    EXPECT_EQ(Encode(MetricsDateTime(1)), (Bytes{3, 0, 0x98, 0x7F, 0x33, 0, 0, 0, 0}));
-    EXPECT_EQ(Encode("ab"), (Bytes{4, 3, 0, 'a', 'b', 0}));
-    EXPECT_EQ(Encode(MetricsValue::Ref("")), (Bytes{4, 1, 0, 0}));
-    EXPECT_EQ(Encode(L"\u00E9\u20AC"), (Bytes{4, 3, 0, 0xE9, 0xAC, 0}));
-    EXPECT_EQ(Encode(FourCC("ABCD")), (Bytes{8, 'D', 'C', 'B', 'A'}));
-    EXPECT_EQ(Encode(EightCC("ABCDEFGH")), (Bytes{9, 'H', 'G', 'F', 'E', 'D', 'C', 'B', 'A'}));
-    EXPECT_EQ(Encode(Opaque64(1)), (Bytes{10, 1, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-TEST(MetricsValueBuffer, DecodesWhatItEncoded) {
-    const MetricsValue values[] = {-2,   true,           1.5,          MetricsDateTime(1),
-                                   "ab", FourCC("ABCD"), EightCC("a"), Opaque64(UINT64_MAX)};
+TEST(MetricsValueBuffer, EncodesEachKindAndDecodesItAgain) {
+    const std::pair<MetricsValue, Bytes> cases[] = {
+        {-2, {0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {'a', {0, 'a', 0, 0, 0, 0, 0, 0, 0}},
+        {UINT64_MAX, {0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+        {true, {1, 1}},
+        {1.0, {2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
+        {1.0F, {2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
+        {MetricsDateTime(1), {3, 0, 0x98, 0x7F, 0x33, 0, 0, 0, 0}},
+        {"ab", {4, 3, 0, 'a', 'b', 0}},
+        {std::string("a"), {4, 2, 0, 'a', 0}},
+        {std::string_view("ab").substr(1), {4, 2, 0, 'b', 0}},
+        {MetricsValue::Ref(""), {4, 1, 0, 0}},
+        {MetricsValue::Ref(L"w"), {4, 2, 0, 'w', 0}},
+        {L"\u00E9\u20AC", {4, 3, 0, 0xE9, 0xAC, 0}},
+        {FourCC("ABCD"), {8, 'D', 'C', 'B', 'A'}},
+        {EightCC("ABCDEFGH"), {9, 'H', 'G', 'F', 'E', 'D', 'C', 'B', 'A'}},
+        {Opaque64(UINT64_MAX - 1), {10, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+    };
     MetricsValueBuffer buffer;
-    for (const MetricsValue& value : values) buffer.Append(value);
+    for (const auto& [value, bytes] : cases) {
+        EXPECT_EQ(Encode(value), bytes);
+        buffer.Append(value);
+    }
     const MetricsValueBuffer copy = buffer;
-    for (const MetricsValue& value : values) {
+    for (const auto& [value, bytes] : cases) {
         MetricsValue decoded = "old";
-        EXPECT_EQ(copy.Extract(decoded), Encode(value).size());
-        EXPECT_EQ(decoded, value);
+        EXPECT_EQ(copy.Extract(decoded), bytes.size());
+        EXPECT_EQ(Encode(decoded), bytes);
     }
 }
 
@@ -92,17 +98,35 @@ TEST(MetricsValueBuffer, HeaderIsWrittenPatchedAndRead) {
     EXPECT_EQ(tooShort.Extract(value), 2U) << "the cursor stands at the first byte again";
 }
 
-// Reads events until an error ends it; every value takes bytes, so it must end.
-void ReadToTheEnd(const Bytes& bytes) {
-    const MetricsValueBuffer buffer(bytes);
-    MetricsEvent event;
-    std::size_t taken = 0;
-    EXPECT_THROW(
-        for (;;) {
-            taken += event.Read(buffer);
-            ASSERT_LE(taken, bytes.size());
-        },
-        MetricsBufferError);
+TEST(MetricsEvent, WritesAndReadsItsFiveFields) {
+    EXPECT_EQ(MetricsEvent::PackHeader(MetricsEventType::ScopeOpen, 0x1003, 7), 0x0000000700300019U);
+    MetricsEvent written(MetricsEvent::PackHeader(MetricsEventType::ScopeOpen, 2, 0xFFFFFFFF), 5,
+                         MetricsDateTime(1), "name", true);
+    written.SetType(MetricsEventType::StateChanged);
+    MetricsValueBuffer buffer;
+    EXPECT_EQ(MetricsEvent().Write(buffer), 45U);
+    const unsigned long size = written.Write(buffer);
+
+    MetricsEvent read(Opaque64(9), 9, 9, 9, 9);
+    EXPECT_EQ(read.Read(buffer), 45U);
+    EXPECT_EQ(read.header, MetricsValue());
+    EXPECT_EQ(read.Read(buffer), size);
+    EXPECT_EQ(read.Type(), MetricsEventType::StateChanged);
+    EXPECT_EQ(read.ComponentId(), 2U);
+    EXPECT_EQ(read.SequenceNumber(), 0xFFFFFFFFU);
+    EXPECT_EQ(read.header.Kind(), MetricsValueType::Opaque64);
+    EXPECT_EQ(read.header.AsUInt64() & 3, 1U);
+    EXPECT_EQ(read.contextId, 5);
+    EXPECT_EQ(read.timestamp, MetricsDateTime(1));
+    EXPECT_EQ(read.param1, "name");
+    EXPECT_EQ(read.param2, true);
+
+    // Damage leaves the fields from there on alone.
+    MetricsEvent damaged(Opaque64(9), 9, 9, 9, 9);
+    const auto bytes = buffer.Bytes().begin() + 45;
+    EXPECT_THROW(damaged.Read(MetricsValueBuffer({bytes, bytes + 20})), MetricsBufferError);
+    EXPECT_EQ(damaged.contextId, 5);
+    EXPECT_EQ(damaged.timestamp, 9);
 }
 
 TEST(MetricsValueBuffer, AnyBytesEndInAnError) {
@@ -113,11 +137,18 @@ TEST(MetricsValueBuffer, AnyBytesEndInAnError) {
         Bytes noise(random() % 64);
         for (std::uint8_t& byte : noise)
             byte = static_cast<std::uint8_t>(random() % (round % 2 == 0 ? 12 : 256));
-        ReadToTheEnd(noise);
         Bytes damaged = valid.Bytes();
         for (int flips = 0; flips < 3; ++flips)
             damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
-        ReadToTheEnd(damaged);
+        for (const Bytes& bytes : {noise, damaged}) {
+            const MetricsValueBuffer buffer(bytes);
+            MetricsEvent event;
+            // Every value takes bytes, so it must end.
+            const auto readAll = [&] {
+                for (std::size_t taken = 0; taken <= bytes.size();) taken += event.Read(buffer);
+            };
+            EXPECT_THROW(readAll(), MetricsBufferError);
+        }
     }
 }
 

@@ -18,15 +18,12 @@ constexpr unsigned kPipe = MetricsValue::CsvPipe;
 constexpr unsigned kXml = MetricsValue::XmlEscape;
 constexpr unsigned kQuote = MetricsValue::AlwaysQuote;
 
-struct Case {
-    MetricsValue value;
-    unsigned flags;
-    const char* expected;
-};
-
-TEST(ValueText, Scalars) {
-    const MetricsValue day = MetricsDateTime(2456390);
-    const Case cases[] = {
+TEST(ValueText, SaysWhatTheValueIsAndEscapesAsTheFlagsSay) {
+    const struct {
+        MetricsValue value;
+        unsigned flags;
+        const char* expected;
+    } cases[] = {
         {INT64_MIN, 0, "-9223372036854775808"},
         {7, kQuote | kComma, "\"7\""},
         {true, 0, "true"},
@@ -35,7 +32,7 @@ TEST(ValueText, Scalars) {
         {-std::numeric_limits<double>::infinity(), 0, "-inf"},
         {std::numeric_limits<double>::quiet_NaN(), 0, "nan"},
         {-0.0000005, kQuote, "\"-0.000000\""},
-        {day, 0, "2013-04-08 00:00:00"},
+        {MetricsDateTime(2456390), 0, "2013-04-08 00:00:00"},
         {MetricsDateTime(MetricsDate(2456390), 650000000 + 91420), kQuote | MetricsValue::WithSubseconds,
          "\"2013-04-08 18:03:29.1420\""},
         {FourCC("ABCD"), 0, "ABCD"},
@@ -43,12 +40,6 @@ TEST(ValueText, Scalars) {
         {FourCC(0x801F207F), 0, " \x7F"},
         {EightCC("elapsed"), 0, "elapsed"},
         {Opaque64(0x4142), kQuote, ""},
-    };
-    for (const Case& c : cases) EXPECT_EQ(c.value.ToString(c.flags), c.expected);
-}
-
-TEST(ValueText, TextsAreQuotedAndEscapedAsTheFlagsSay) {
-    const Case cases[] = {
         {"a,b", kComma, "\"a,b\""},
         {"a|b", kComma, "a|b"},
         {"a|b", kPipe, "\"a|b\""},
@@ -66,44 +57,31 @@ TEST(ValueText, TextsAreQuotedAndEscapedAsTheFlagsSay) {
         {"&'<>\\", kXml, "&amp;&apos;&lt;&gt;\\\\"},
         {"\t\n\x01\x1F\x7F\xC3", kXml, "&#x9;&#xA;\x7F\xC3"},
         {"\t\x01", kEscape | kComma, "\t\x01"},
-        {"", kXml | kQuote, "\"\""},
         {MetricsValue::Ref("borrowed & kept"), kXml, "borrowed &amp; kept"},
         {L"caf\u00E9 \u20AC", kQuote, "\"caf\xE9 \xAC\""},
         {L"a\u012Cb", kComma, "\"a,b\""},
     };
-    for (const Case& c : cases) EXPECT_EQ(c.value.ToString(c.flags), c.expected) << c.flags;
+    for (const auto& [value, flags, expected] : cases) EXPECT_EQ(value.ToString(flags), expected) << flags;
     EXPECT_EQ(MetricsValue(L"a\u0100b").ToString(kXml), std::string("a\0b", 3));
 }
 
 TEST(ValueText, SpecialCharactersAreFoundAnywhere) {
     for (std::size_t at = 0; at < 20; ++at) {
         for (int code = 1; code < 128; ++code) {
-            const char c = static_cast<char>(code);
-            const std::string before(at, '\xC3');
-            const std::string after(20 - at, ' ');
-            const std::string newline = c == '\r' ? "" : c == '\n' ? "\\n" : std::string(1, c);
-            const std::string quote = c == '\r' ? "" : c == '"' ? "\"\"" : std::string(1, c);
-            const MetricsValue value = before + c + after;
-            ASSERT_EQ(value.ToString(kEscape), before + newline + after) << at << ' ' << code;
-            ASSERT_EQ(value.ToString(kPipe | kQuote), '"' + before + quote + after + '"')
+            const std::string c = code == '\r' ? "" : std::string(1, static_cast<char>(code));
+            const std::string before(at, '\xC3'), after(20 - at, ' ');
+            const MetricsValue value = before + static_cast<char>(code) + after;
+            ASSERT_EQ(value.ToString(kEscape), before + (c == "\n" ? "\\n" : c) + after) << at << ' ' << code;
+            ASSERT_EQ(value.ToString(kPipe | kQuote), '"' + before + (c == "\"" ? "\"\"" : c) + after + '"')
                 << at << ' ' << code;
         }
     }
 }
 
-TEST(ValueText, AppendsToWhatIsThere) {
-    const std::string many(3000, '&');
-    detail::TextBuffer line;
-    detail::DateTimeText times;
-    std::string text = "1,";
-    detail::AppendText(text, many, kQuote, times);
-    EXPECT_EQ(text, "1,\"" + many + "\"");
-    detail::AppendText(line, many, 0, times);
-    detail::AppendText(line, "&" + many, kXml, times);
-    detail::AppendText(line, MetricsDateTime(2456390), 0, times);
-    std::string expected = many;
-    for (int i = 0; i < 3001; ++i) expected += "&amp;";
-    EXPECT_EQ(line.View(), expected + "2013-04-08 00:00:00");
+TEST(ValueText, LongTextsHaveAllTheirReplacements) {
+    std::string replaced;
+    for (int i = 0; i < 3000; ++i) replaced += "&amp;";
+    EXPECT_EQ(MetricsValue(std::string(3000, '&')).ToString(kXml | kQuote), '"' + replaced + '"');
 }
 
 TEST(ValueText, DoublesRoundLikePrintf) {
@@ -120,17 +98,34 @@ TEST(ValueText, DoublesRoundLikePrintf) {
     EXPECT_EQ(MetricsValue(std::numeric_limits<double>::lowest()).ToString(kQuote).size(), 319U);
 }
 
-struct CommaPunctuation : std::numpunct<char> {
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
 TEST(ValueText, TheLocaleDoesNotMatter) {
-    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation));
+    struct Grouping : std::numpunct<char> {
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
     EXPECT_EQ(MetricsValue(1234567.25).ToString(0), "1234567.250000");
     EXPECT_EQ(MetricsValue(1234567).ToString(0), "1234567");
     std::locale::global(before);
+}
+
+TEST(DateTimeText, WhatIsRememberedNeverShowsThrough) {
+    constexpr std::uint64_t kDay = 864000000;
+    const std::uint64_t midnight = 2456390 * kDay;
+    detail::DateTimeText times;
+    const auto write = [&](std::uint64_t ticks, bool subseconds = true) {
+        char text[detail::DateTimeText::kMaxSize];
+        return std::string(text, times.Write(text, ticks, subseconds));
+    };
+    EXPECT_EQ(write(midnight - 1), "2013-04-07 23:59:59.9999");
+    EXPECT_EQ(write(midnight), "2013-04-08 00:00:00.0000");
+    EXPECT_EQ(write(midnight + 420), "2013-04-08 00:00:00.0420");
+    EXPECT_EQ(write(midnight + 420, false), "2013-04-08 00:00:00");
+    EXPECT_EQ(write(midnight - 10000, false), "2013-04-07 23:59:59");
+    EXPECT_EQ(write(midnight + kDay / 2 + 610000), "2013-04-08 12:01:01.0000");
+    // Outside the calendar it is clamped.
+    EXPECT_EQ(write(0), "-4713-11-25 00:00:00.0000");
+    EXPECT_EQ(write(UINT64_MAX), "5874898-06-04 23:59:59.9999");
+    EXPECT_EQ(write(UINT64_MAX - 1, false), "5874898-06-04 23:59:59");
 }
 
 }  // namespace
