@@ -1,88 +1,54 @@
-#include "metrics/MetricsDate.h"
+#include "metrics/MetricsDateTime.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <climits>
+#include <limits>
 
 #include "tests/support/Memory.h"
 
 namespace Metrics {
 namespace {
 
-using std::chrono::sys_days;
-using std::chrono::year_month_day;
-
-constexpr int kUnixEpoch = 2440587;
-
-sys_days FirstOfYear(std::chrono::year year) {
-    return year / 1 / 1;
-}
-
-int DayOfYear(sys_days day) {
-    return static_cast<int>((day - FirstOfYear(year_month_day(day).year())).count()) + 1;
-}
-
-// A week belongs to the year of its Thursday.
-int IsoWeek(sys_days day) {
-    const sys_days thursday = day + std::chrono::days(4 - std::chrono::weekday(day).iso_encoding());
-    return (DayOfYear(thursday) - 1) / 7 + 1;
-}
-
-int SundayWeek(sys_days day) {
-    const std::chrono::weekday first(FirstOfYear(year_month_day(day).year()));
-    return (DayOfYear(day) - 1 + static_cast<int>(first.c_encoding())) / 7 + 1;
-}
-
 void ExpectSameDay(int number) {
-    const MetricsDate date(number);
-    const sys_days day{std::chrono::days(number - kUnixEpoch)};
-    const year_month_day expected(day);
+    using namespace std::chrono;
+    constexpr int kUnixEpoch = 2440587;
+    const sys_days day{days(number - kUnixEpoch)};
+    const year_month_day date(day);
+    const std::chrono::weekday weekday(day);
     long year = 0;
     char month = 0;
     char dayOfMonth = 0;
-    MetricsDate::gregorianparts(year, month, dayOfMonth, date);
-    ASSERT_EQ(year_month_day(std::chrono::year(static_cast<int>(year)),
-                             std::chrono::month(static_cast<unsigned>(month)),
-                             std::chrono::day(static_cast<unsigned>(dayOfMonth))),
-              expected)
-        << number;
-    ASSERT_EQ(MetricsDate::iso8601weekday(date), static_cast<int>(std::chrono::weekday(day).iso_encoding()));
-    ASSERT_EQ(MetricsDate::gregorianweekday(date),
-              static_cast<int>(std::chrono::weekday(day).c_encoding()) + 1);
+    MetricsDate::gregorianparts(year, month, dayOfMonth, number);
+    ASSERT_EQ(year, int{date.year()}) << number;
+    ASSERT_EQ(month, static_cast<char>(unsigned{date.month()})) << number;
+    ASSERT_EQ(dayOfMonth, static_cast<char>(unsigned{date.day()})) << number;
+    ASSERT_EQ(MetricsDate::iso8601weekday(number), static_cast<char>(weekday.iso_encoding()));
+    ASSERT_EQ(MetricsDate::gregorianweekday(number), static_cast<char>(weekday.c_encoding() + 1));
     if (year < 1) return;
+    const sys_days newYear = date.year() / 1 / 1;
+    const auto sinceNewYear = (day - newYear).count();
     ASSERT_EQ(MetricsDate::gregoriandate(year, month, dayOfMonth), number);
-    ASSERT_EQ(MetricsDate::gregorianyearday(date), DayOfYear(day)) << number;
-    ASSERT_EQ(MetricsDate::gregorianweek(date), SundayWeek(day)) << number;
-    ASSERT_EQ(MetricsDate::iso8601week(date), IsoWeek(day)) << number;
+    ASSERT_EQ(MetricsDate::gregorianyearday(number), sinceNewYear + 1) << number;
+    ASSERT_EQ(MetricsDate::gregorianweek(number),
+              (sinceNewYear + static_cast<int>(std::chrono::weekday(newYear).c_encoding())) / 7 + 1)
+        << number;
+    // A week belongs to the year of its Thursday.
+    const sys_days thursday = day + days(4) - days(weekday.iso_encoding());
+    const sys_days itsNewYear = year_month_day(thursday).year() / 1 / 1;
+    ASSERT_EQ(MetricsDate::iso8601week(number), (thursday - itsNewYear).count() / 7 + 1) << number;
 }
 
 TEST(MetricsDate, AgreesWithTheCalendarOnEveryDayOfItsCycles) {
+    EXPECT_EQ(MetricsDate::gregoriandate(2000, 1, 1), 2451544);
+    EXPECT_EQ(MetricsDate::gregoriandate(-1, 3, 1), MetricsDate::gregoriandate(0, 3, 1)) << "no year 0";
     const int first = MetricsDate::gregoriandate(1, 1, 1).Day();
     const int last = MetricsDate::gregoriandate(2801, 1, 1).Day();
     constexpr int kStep = Testing::kThreadSanitized ? 101 : 1;
     for (int number = first; number < last && !HasFatalFailure(); number += kStep) ExpectSameDay(number);
     for (int number = 0; number < first && !HasFatalFailure(); number += 13) ExpectSameDay(number);
     for (int number = last; number < 13000000 && !HasFatalFailure(); number += 997) ExpectSameDay(number);
-}
-
-TEST(MetricsDate, KnownDays) {
-    EXPECT_EQ(MetricsDate::gregoriandate(2000, 1, 1), 2451544);
-    EXPECT_EQ(MetricsDate::gregoriandate(2012, 11, 1), 2456232);
-    EXPECT_EQ(MetricsDate::gregoriandate(-1, 3, 1), MetricsDate::gregoriandate(0, 3, 1)) << "no year 0";
-    EXPECT_EQ(MetricsDate::iso8601week(MetricsDate::gregoriandate(2005, 1, 1)), 53);
-    EXPECT_EQ(MetricsDate::iso8601week(MetricsDate::gregoriandate(2008, 12, 29)), 1);
-}
-
-TEST(MetricsDate, TakesEveryIntegerAndNarrowsWithATest) {
-    EXPECT_EQ(MetricsDate(), -1);
-    EXPECT_EQ(MetricsDate(static_cast<char>(-3)), -3);
-    EXPECT_EQ(MetricsDate(static_cast<short>(-3)), MetricsDate(-3LL));
-    EXPECT_EQ(MetricsDate(ULONG_MAX), -1);
-    EXPECT_EQ(MetricsDate(1LL << 31), INT_MIN);
-    EXPECT_EQ(MetricsDate(MetricsDate(7), 12345), 7U);
-    EXPECT_LT(MetricsDate(7), 8L);
-    EXPECT_EQ(static_cast<double>(MetricsDate(7)), 7.0);
 }
 
 TEST(MetricsDate, NoArgumentIsTooFarOut) {
@@ -100,6 +66,35 @@ TEST(MetricsDate, NoArgumentIsTooFarOut) {
         MetricsDate::gregorianweek(number);
         MetricsDate::iso8601week(number);
     }
+}
+
+TEST(MetricsDate, NarrowsEveryIntegerToADay) {
+    EXPECT_EQ(MetricsDate(static_cast<char>(-3)), -3);
+    EXPECT_EQ(MetricsDate(ULONG_MAX), -1);
+    EXPECT_EQ(MetricsDate(1LL << 31), INT_MIN);
+    EXPECT_LT(MetricsDate(7), 8L);
+}
+
+TEST(MetricsDateTime, SignedIntegersAreDaysUnsignedOnesTicks) {
+    EXPECT_EQ(MetricsDateTime(3).Ticks(), 3 * MetricsDateTime::scaling);
+    EXPECT_EQ(MetricsDateTime(3L), MetricsDateTime(static_cast<short>(3)));
+    EXPECT_EQ(MetricsDateTime(3U).Ticks(), 3U);
+    EXPECT_EQ(MetricsDateTime(-1).Ticks(), 0 - MetricsDateTime::scaling);
+    const MetricsDateTime time(MetricsDate(2456390), 3600 * 10000 + 42);
+    EXPECT_EQ(time.GetDate(), 2456390);
+    EXPECT_EQ(time.GetSeconds(), 3600U);
+    EXPECT_EQ(time.GetSubseconds(), 42U);
+    EXPECT_LT(time, MetricsDateTime(2456391));
+    EXPECT_EQ(MetricsDateTime().GetDate(), INT_MIN) << "no time";
+}
+
+TEST(MetricsDateTime, FractionsOfDaysOverTheWholeRange) {
+    EXPECT_EQ(MetricsDateTime(1.5).Ticks(), 1296000000U);
+    EXPECT_EQ(MetricsDateTime(-1.0), MetricsDateTime(-1));
+    const double high = 1.5 * 9223372036854775808.0;  // ticks that only an unsigned number holds
+    EXPECT_EQ(MetricsDateTime(high / 864000000.0).Ticks(), 13835058055282163712U);
+    for (double days : {1e300, -1e300, std::numeric_limits<double>::quiet_NaN()})
+        EXPECT_EQ(MetricsDateTime(days).Ticks(), UINT64_MAX);
 }
 
 }  // namespace

@@ -5,33 +5,26 @@
 namespace Metrics {
 namespace {
 
-void PushMeasured(MetricsTimeStack& stack, const MetricsTimeStack::Times& start) {
-    stack.Push();
-    stack.Start(start);
-}
-
-void CloseMeasured(MetricsTimeStack& stack, const MetricsTimeStack::Times& now) {
-    stack.Update(now);
-    stack.Pop();
-}
-
-TEST(MetricsTimeStack, EmptyReadsAsZerosAndPopsNothing) {
-    MetricsTimeStack stack;
-    stack.Pop();
-    stack.Update({1, 1});
-    EXPECT_EQ(stack.Top().processor, 0);
-    EXPECT_EQ(stack.TopExclusive().user, 0);
-}
-
 TEST(MetricsTimeStack, ExclusiveIsLessDirectMeasuredChildren) {
     MetricsTimeStack stack;
-    PushMeasured(stack, {10, 4});
-    PushMeasured(stack, {11, 5});
-    CloseMeasured(stack, {13, 6});  // a child: 2 and 1
+    const auto open = [&](double processor, double user) {
+        stack.Push();
+        stack.Start({processor, user});
+    };
+    const auto close = [&](double processor, double user) {
+        stack.Update({processor, user});
+        stack.Pop();
+    };
+    close(1, 1);  // of an empty stack nothing is popped
+    EXPECT_EQ(stack.Top().processor, 0);
+    EXPECT_EQ(stack.TopExclusive().user, 0);
+    open(10, 4);
+    open(11, 5);
+    close(13, 6);  // a child: 2 and 1
     stack.Push();
-    PushMeasured(stack, {13, 6});
-    CloseMeasured(stack, {14, 6});  // a grandchild under an unmeasured child
-    CloseMeasured(stack, {15, 7});
+    open(13, 6);
+    close(14, 6);  // a grandchild under an unmeasured child
+    close(15, 7);
     stack.Update({20, 9});
     EXPECT_EQ(stack.Top().processor, 10);
     EXPECT_EQ(stack.Top().user, 5);

@@ -11,39 +11,32 @@
 namespace Metrics {
 namespace {
 
-std::vector<MetricsFilter> Read(const std::string& text) {
+// A line for each filter, or what is thrown.
+std::string Read(const std::string& text) {
     std::istringstream in(text);
-    return detail::ReadFilters(in, "/p/filters.xml");
+    std::ostringstream out;
+    try {
+        for (const MetricsFilter& filter : detail::ReadFilters(in, "/p/filters.xml"))
+            out << filter.value << ':' << std::hex << filter.bit << std::dec << ':' << filter.name << ':'
+                << filter.mnemonic << ':' << filter.symbol << '\n';
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return out.str();
 }
 
 TEST(Filters, AFileWrittenByHandJustWorks) {
-    const auto filters = Read(
-        "\xEF\xBB\xBF<?xml version=\"1.0\"?>\n<!-- ours: value=\"1\" -->\n<filters>\n"
-        "  <filter value = '70'\n          name=\"Disk &amp; Net\" mnemonic='disk' symbol='kDisk'/>\n"
-        "  <filter value='33' name='No mnemonic'/>\n  <filter value='34' mnemonic='noname'/>\n"
-        "  <group><any value='x' name='Words' mnemonic='words'></any></group>\n</filters>\n");
-    ASSERT_EQ(filters.size(), 2U);
-    EXPECT_EQ(filters[0].value, 70);
-    EXPECT_EQ(filters[0].bit, 0x40U) << "70 & 63 is 6";
-    EXPECT_EQ(filters[0].name, "Disk & Net");
-    EXPECT_EQ(filters[0].mnemonic, "disk");
-    EXPECT_EQ(filters[0].symbol, "kDisk");
-    EXPECT_EQ(filters[1].bit, 1U) << "no number is 0";
-}
-
-TEST(Filters, WhatCannotBeReadIsThrown) {
-    const auto message = [](const std::string& text) -> std::string {
-        try {
-            Read(text);
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "";
-    };
-    EXPECT_EQ(message("<f value='' name='n' mnemonic='m'/>"), "empty filter value in /p/filters.xml");
-    EXPECT_EQ(message("<f name='n'/>"), "empty filter value in /p/filters.xml");
-    EXPECT_EQ(message("<f value='1'"), "Error: invalid XML tag: f value='1'");
-    EXPECT_EQ(message(""), "");
+    // The bit is the value modulo 64; no number is 0.
+    EXPECT_EQ(
+        Read("\xEF\xBB\xBF<?xml version=\"1.0\"?>\n<!-- ours: value=\"1\" -->\n<filters>\n"
+             "  <filter value = '70'\n          name=\"Disk &amp; Net\" mnemonic='disk' symbol='kDisk'/>\n"
+             "  <filter value='33' name='No mnemonic'/>\n  <filter value='34' mnemonic='noname'/>\n"
+             "  <group><any value='x' name='Words' mnemonic='words'></any></group>\n</filters>\n"),
+        "70:40:Disk & Net:disk:kDisk\n0:1:Words:words:\n");
+    EXPECT_EQ(Read("<f value='' name='n' mnemonic='m'/>"), "empty filter value in /p/filters.xml");
+    EXPECT_EQ(Read("<f name='n'/>"), "empty filter value in /p/filters.xml");
+    EXPECT_EQ(Read("<f value='1'"), "Error: invalid XML tag: f value='1'");
+    EXPECT_EQ(Read(""), "");
 }
 
 // The only test here that uses the file beside the executable, and the table.

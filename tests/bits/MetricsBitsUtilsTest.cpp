@@ -10,12 +10,16 @@ using Utils = MetricsBitsUtils;
 constexpr unsigned long long kAllFilters = 0xFFFFFFFFF0000FFF;
 
 TEST(MetricsBitsUtils, MapHoldsBothTextsOfEveryBit) {
+    using enum MetricsBitFlags;
     const Utils::BitsMap& map = Utils::GetMetricsBitsMap();
     EXPECT_EQ(map.size(), 24U);
-    EXPECT_EQ(map.at({"browser", MetricsBitFlags::Mnemonic | MetricsBitFlags::Component}), 0x80U);
-    EXPECT_EQ(map.at({"ElapsedTime", MetricsBitFlags::Name | MetricsBitFlags::Subscope}), 0x100000U);
-    EXPECT_EQ(map.at({"all", MetricsBitFlags::Mnemonic | MetricsBitFlags::Filter}), kAllFilters);
-    EXPECT_EQ(&map, &Utils::GetMetricsBitsMap());
+    EXPECT_EQ(map.at({"browser", Mnemonic | Component}), 0x80U);
+    EXPECT_EQ(map.at({"ElapsedTime", Name | Subscope}), 0x100000U);
+    EXPECT_EQ(map.at({"all", Mnemonic | Filter}), kAllFilters);
+    EXPECT_EQ(Utils::GetMetricsBitMapWithFlag(Mnemonic).size(), 12U);
+    const auto components = Utils::GetMetricsBitMapWithFlag(Component);
+    EXPECT_EQ(components.size(), 16U);
+    EXPECT_EQ(components.at("cde"), components.at("Data Engine"));
 }
 
 TEST(MetricsBitsUtils, OnlyALastOddByteIsLowerCased) {
@@ -33,7 +37,7 @@ TEST(MetricsBitsUtils, ListsAreSplitTrimmedAndCombined) {
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList(""), 0U);
 }
 
-TEST(MetricsBitsUtils, ComponentNamesGoByTheLowBitsAlone) {
+TEST(MetricsBitsUtils, BitsHaveNames) {
     EXPECT_EQ(Utils::GetComponentName(2, false), "Corvane Desktop");
     EXPECT_EQ(Utils::GetComponentName(0x80, true), "browser");
     EXPECT_EQ(Utils::GetComponentName(3, false), "Corvane Core");
@@ -41,22 +45,11 @@ TEST(MetricsBitsUtils, ComponentNamesGoByTheLowBitsAlone) {
     EXPECT_EQ(Utils::GetComponentName(0, false), "ElapsedTime");
     EXPECT_EQ(Utils::GetComponentName(0, true), "loc");
     EXPECT_EQ(Utils::GetComponentName(0xFFF, true), "all");
-}
-
-TEST(MetricsBitsUtils, NamesOfBits) {
     EXPECT_EQ(Utils::GetMetricsNameListFromBits(0x3, true), "core,desk");
     EXPECT_EQ(Utils::GetMetricsNameListFromBits(0, true), "");
-    EXPECT_EQ(
-        Utils::GetMetricsNameListFromBits(kAllFilters, false),
-        "Browser App,Corvane Core,Corvane Desktop,Corvane Server,Corvane Tests,Corvane Tools,Data Engine,"
-        "Protocol Server");
-}
-
-TEST(MetricsBitsUtils, EntriesByFlag) {
-    EXPECT_EQ(Utils::GetMetricsBitMapWithFlag(MetricsBitFlags::Mnemonic).size(), 12U);
-    const auto components = Utils::GetMetricsBitMapWithFlag(MetricsBitFlags::Component);
-    EXPECT_EQ(components.size(), 16U);
-    EXPECT_EQ(components.at("cde"), components.at("Data Engine"));
+    EXPECT_EQ(Utils::GetMetricsNameListFromBits(kAllFilters, false),
+              "Browser App,Corvane Core,Corvane Desktop,Corvane Server,Corvane Tests,Corvane Tools,"
+              "Data Engine,Protocol Server");
 }
 
 }  // namespace
