@@ -75,6 +75,7 @@ TEST(RandomRows, NoRowComesTwice) {
         for (std::string line; std::getline(lines, line);) {
             // An empty text is a value too, but nothing to tell rows by.
             if (line.find(",,") != line.npos || line.front() == ',' || line.back() == ',') continue;
+            if (line.starts_with("! ")) continue;
             ++rows;
             ASSERT_TRUE(seen.insert(line).second) << definition << "\n" << input << "\n" << line;
         }

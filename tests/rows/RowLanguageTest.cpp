@@ -27,7 +27,7 @@
 namespace {
 
 std::string Read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

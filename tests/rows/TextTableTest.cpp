@@ -69,8 +69,9 @@ TEST(TextTable, ASummaryComesWithTheEnd) {
 // Any events at all, odd names among them.
 TEST(TextTable, RandomEventsGiveTheSameBytesEitherWay) {
     const std::vector<MetricsValue> plain = {EightCC("elapsed"), "s", "t", "time", "k"};
-    const std::vector<MetricsValue> odd = {"a b", "x/",  "/x", "?p", "!d",   "k=1",   "k=\"", "\"q\"", "a.b",
-                                           ">",   "a>b", "<c", "",   "it's", "a=\"b", "\">",  "<!--",  "-->"};
+    const std::vector<MetricsValue> odd = {"a b",  "x/",    "/x",  "?p",   "!d",  "k=1", "k=\"",
+                                           "a\"b", "\"q\"", "a.b", ">",    "a>b", "<c",  "",
+                                           "it's", "a=\"b", "\">", "<!--", "-->"};
     const std::vector<MetricsValue> values = {1,       true, 2.5,    "text",          " pad ", "v\t<1>",
                                               "<&>\\", "",   "a\nb", EightCC("code"), "]]>"};
     const char* const definitions[] = {

@@ -120,6 +120,7 @@ TEST(DateTimeText, WhatIsRememberedNeverShowsThrough) {
     EXPECT_EQ(write(midnight), "2013-04-08 00:00:00.0000");
     EXPECT_EQ(write(midnight + 420), "2013-04-08 00:00:00.0420");
     EXPECT_EQ(write(midnight + 420, false), "2013-04-08 00:00:00");
+    EXPECT_EQ(write(midnight + 10420), "2013-04-08 00:00:01.0420");
     EXPECT_EQ(write(midnight - 10000, false), "2013-04-07 23:59:59");
     EXPECT_EQ(write(midnight + kDay / 2 + 610000), "2013-04-08 12:01:01.0000");
     // Outside the calendar it is clamped.
