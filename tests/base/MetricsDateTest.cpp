@@ -18,8 +18,7 @@ void ExpectSameDay(int number) {
     const year_month_day date(day);
     const std::chrono::weekday weekday(day);
     long year = 0;
-    char month = 0;
-    char dayOfMonth = 0;
+    char month = 0, dayOfMonth = 0;
     MetricsDate::gregorianparts(year, month, dayOfMonth, number);
     ASSERT_EQ(year, int{date.year()}) << number;
     ASSERT_EQ(month, static_cast<char>(unsigned{date.month()})) << number;
@@ -57,8 +56,7 @@ TEST(MetricsDate, NoArgumentIsTooFarOut) {
             MetricsDate::gregoriandate(year, static_cast<char>(month), static_cast<char>(-month));
     for (int number : {INT_MIN, INT_MIN + 1, -1000000, -1, INT_MAX - 1, INT_MAX}) {
         long year = 0;
-        char month = 0;
-        char day = 0;
+        char month = 0, day = 0;
         MetricsDate::gregorianparts(year, month, day, number);
         EXPECT_TRUE(month >= 1 && month <= 12 && day >= 1 && day <= 31) << number;
         EXPECT_GE(MetricsDate::gregorianweekday(number), 1);

@@ -22,17 +22,14 @@ TEST(MetricsBitsUtils, MapHoldsBothTextsOfEveryBit) {
     EXPECT_EQ(components.at("cde"), components.at("Data Engine"));
 }
 
-TEST(MetricsBitsUtils, OnlyALastOddByteIsLowerCased) {
+TEST(MetricsBitsUtils, MnemonicsAreReadAloneAndFromLists) {
+    // Only a last odd byte is lower-cased.
     EXPECT_EQ(Utils::GetMetricsBitFromMnemonic("meM"), 0x200000U);
     EXPECT_EQ(Utils::GetMetricsBitFromMnemonic("browseR"), 0x80U);
     for (const char* unknown : {"MEM", "Mem", "coRe", "corE", "Memory", "me", "memo", ""})
         EXPECT_EQ(Utils::GetMetricsBitFromMnemonic(unknown), 0U) << unknown;
-}
-
-TEST(MetricsBitsUtils, ListsAreSplitTrimmedAndCombined) {
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("mem, time\n#loc\nloc"), 0x700000U);
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("\tcore ,,\r\n desk,nonsense\v"), 3U);
-    EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("#loc"), 0U);
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("#loc,mem"), 0x200000U) << "a comma ends a comment";
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList(""), 0U);
 }

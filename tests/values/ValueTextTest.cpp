@@ -12,11 +12,7 @@
 namespace Metrics {
 namespace {
 
-constexpr unsigned kEscape = MetricsValue::EscapeNewlines;
-constexpr unsigned kComma = MetricsValue::CsvComma;
-constexpr unsigned kPipe = MetricsValue::CsvPipe;
-constexpr unsigned kXml = MetricsValue::XmlEscape;
-constexpr unsigned kQuote = MetricsValue::AlwaysQuote;
+using enum MetricsValue::ToStringFlag;
 
 TEST(ValueText, SaysWhatTheValueIsAndEscapesAsTheFlagsSay) {
     const struct {
@@ -25,44 +21,44 @@ TEST(ValueText, SaysWhatTheValueIsAndEscapesAsTheFlagsSay) {
         const char* expected;
     } cases[] = {
         {INT64_MIN, 0, "-9223372036854775808"},
-        {7, kQuote | kComma, "\"7\""},
+        {7, AlwaysQuote | CsvComma, "\"7\""},
         {true, 0, "true"},
-        {false, kQuote, "\"false\""},
+        {false, AlwaysQuote, "\"false\""},
         {1.5, 0, "1.500000"},
         {-std::numeric_limits<double>::infinity(), 0, "-inf"},
         {std::numeric_limits<double>::quiet_NaN(), 0, "nan"},
-        {-0.0000005, kQuote, "\"-0.000000\""},
+        {-0.0000005, AlwaysQuote, "\"-0.000000\""},
         {MetricsDateTime(2456390), 0, "2013-04-08 00:00:00"},
-        {MetricsDateTime(MetricsDate(2456390), 650000000 + 91420), kQuote | MetricsValue::WithSubseconds,
+        {MetricsDateTime(MetricsDate(2456390), 650000000 + 91420), AlwaysQuote | WithSubseconds,
          "\"2013-04-08 18:03:29.1420\""},
         {FourCC("ABCD"), 0, "ABCD"},
-        {FourCC(0x41), kQuote, "\"A\""},
+        {FourCC(0x41), AlwaysQuote, "\"A\""},
         {FourCC(0x801F207F), 0, " \x7F"},
         {EightCC("elapsed"), 0, "elapsed"},
-        {Opaque64(0x4142), kQuote, ""},
-        {"a,b", kComma, "\"a,b\""},
-        {"a|b", kComma, "a|b"},
-        {"a|b", kPipe, "\"a|b\""},
-        {"a|b", kComma | kPipe, "a|b"},
+        {Opaque64(0x4142), AlwaysQuote, ""},
+        {"a,b", CsvComma, "\"a,b\""},
+        {"a|b", CsvComma, "a|b"},
+        {"a|b", CsvPipe, "\"a|b\""},
+        {"a|b", CsvComma | CsvPipe, "a|b"},
         {"x\"y", 0, "x\"y"},
-        {"x\"y", kQuote, "\"x\"y\""},
-        {"x\"y", kComma, "\"x\"\"y\""},
-        {"x\"y", kXml, "x&quot;y"},
-        {"x\"y", kXml | kPipe, "\"x&quot;y\""},
-        {"\r\n", kEscape, "\\n"},
+        {"x\"y", AlwaysQuote, "\"x\"y\""},
+        {"x\"y", CsvComma, "\"x\"\"y\""},
+        {"x\"y", XmlEscape, "x&quot;y"},
+        {"x\"y", XmlEscape | CsvPipe, "\"x&quot;y\""},
+        {"\r\n", EscapeNewlines, "\\n"},
         {"a\r\nb", 0, "a\nb"},
-        {"a\nb", kComma, "\"a\nb\""},
-        {"a\nb", kComma | kEscape, "a\\nb"},
-        {"a\nb", kXml | kEscape, "a\\nb"},
-        {"&'<>\\", kXml, "&amp;&apos;&lt;&gt;\\\\"},
-        {"\t\n\x01\x1F\x7F\xC3", kXml, "&#x9;&#xA;\x7F\xC3"},
-        {"\t\x01", kEscape | kComma, "\t\x01"},
-        {MetricsValue::Ref("borrowed & kept"), kXml, "borrowed &amp; kept"},
-        {L"caf\u00E9 \u20AC", kQuote, "\"caf\xE9 \xAC\""},
-        {L"a\u012Cb", kComma, "\"a,b\""},
+        {"a\nb", CsvComma, "\"a\nb\""},
+        {"a\nb", CsvComma | EscapeNewlines, "a\\nb"},
+        {"a\nb", XmlEscape | EscapeNewlines, "a\\nb"},
+        {"&'<>\\", XmlEscape, "&amp;&apos;&lt;&gt;\\\\"},
+        {"\t\n\x01\x1F\x7F\xC3", XmlEscape, "&#x9;&#xA;\x7F\xC3"},
+        {"\t\x01", EscapeNewlines | CsvComma, "\t\x01"},
+        {MetricsValue::Ref("borrowed & kept"), XmlEscape, "borrowed &amp; kept"},
+        {L"caf\u00E9 \u20AC", AlwaysQuote, "\"caf\xE9 \xAC\""},
+        {L"a\u012Cb", CsvComma, "\"a,b\""},
     };
     for (const auto& [value, flags, expected] : cases) EXPECT_EQ(value.ToString(flags), expected) << flags;
-    EXPECT_EQ(MetricsValue(L"a\u0100b").ToString(kXml), std::string("a\0b", 3));
+    EXPECT_EQ(MetricsValue(L"a\u0100b").ToString(XmlEscape), std::string("a\0b", 3));
 }
 
 TEST(ValueText, SpecialCharactersAreFoundAnywhere) {
@@ -71,8 +67,10 @@ TEST(ValueText, SpecialCharactersAreFoundAnywhere) {
             const std::string c = code == '\r' ? "" : std::string(1, static_cast<char>(code));
             const std::string before(at, '\xC3'), after(20 - at, ' ');
             const MetricsValue value = before + static_cast<char>(code) + after;
-            ASSERT_EQ(value.ToString(kEscape), before + (c == "\n" ? "\\n" : c) + after) << at << ' ' << code;
-            ASSERT_EQ(value.ToString(kPipe | kQuote), '"' + before + (c == "\"" ? "\"\"" : c) + after + '"')
+            ASSERT_EQ(value.ToString(EscapeNewlines), before + (c == "\n" ? "\\n" : c) + after)
+                << at << ' ' << code;
+            ASSERT_EQ(value.ToString(CsvPipe | AlwaysQuote),
+                      '"' + before + (c == "\"" ? "\"\"" : c) + after + '"')
                 << at << ' ' << code;
         }
     }
@@ -81,7 +79,7 @@ TEST(ValueText, SpecialCharactersAreFoundAnywhere) {
 TEST(ValueText, LongTextsHaveAllTheirReplacements) {
     std::string replaced;
     for (int i = 0; i < 3000; ++i) replaced += "&amp;";
-    EXPECT_EQ(MetricsValue(std::string(3000, '&')).ToString(kXml | kQuote), '"' + replaced + '"');
+    EXPECT_EQ(MetricsValue(std::string(3000, '&')).ToString(XmlEscape | AlwaysQuote), '"' + replaced + '"');
 }
 
 TEST(ValueText, DoublesRoundLikePrintf) {
@@ -95,7 +93,7 @@ TEST(ValueText, DoublesRoundLikePrintf) {
         std::snprintf(expected, sizeof expected, "%f", number);
         ASSERT_EQ(MetricsValue(number).ToString(0), expected);
     }
-    EXPECT_EQ(MetricsValue(std::numeric_limits<double>::lowest()).ToString(kQuote).size(), 319U);
+    EXPECT_EQ(MetricsValue(std::numeric_limits<double>::lowest()).ToString(AlwaysQuote).size(), 319U);
 }
 
 TEST(ValueText, TheLocaleDoesNotMatter) {
