@@ -21,7 +21,7 @@ auto Lines(const std::string& text) {
 
 TEST(HostileRows, EverythingHasALimit) {
     EXPECT_EQ(RunRows("b.x", Repeat("<a>", 10000)), "");
-    for (const std::size_t depth : {10001, 100000})
+    for (const std::size_t depth : {10001U, 100000U})
         EXPECT_EQ(RunRows("b.x", Repeat("<a>", depth)), "! Error: more than 10000 nested elements\n");
     EXPECT_EQ(RunRows(Repeat("x;", 1000), "<x>1</x>"), Repeat("1,", 999) + "1\n");
     for (const std::string& definition : {Repeat("x;", 1001), std::string("scopes(x,1000);x")})
@@ -36,7 +36,7 @@ TEST(HostileRows, ExpressionsMayNestSoDeepOnly) {
         return RunRows("x;[r]:" + Repeat("(", depth) + "1" + Repeat(")", depth), "<x>1</x>");
     };
     EXPECT_EQ(nested(199), "1,1\n");
-    for (const std::size_t depth : {200, 10000})
+    for (const std::size_t depth : {200U, 10000U})
         EXPECT_TRUE(nested(depth).starts_with("! Error: more than 200 levels of nesting: '"));
     for (const std::string& definition :
          {Repeat("abs(", 10000) + "x" + Repeat(")", 10000), Repeat("-- ", 10000) + "x"})
