@@ -6,8 +6,6 @@
 // all the time (not under Wine), and so does a static object's destructor. Test code reads the file.
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -34,17 +32,9 @@ struct MarksAtTheEnd {
     }
 };
 
-struct Output {
-    explicit Output(const char* file)
-        : output(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::RawUnordered) {
-        output.OpenFile(file, 0);
-    }
-    MetricsOutput output;
-};
-
 const MarksAtTheEnd marksFirstAndLast;
-std::optional<Output> staticOutput;
-thread_local std::optional<Output> threadLocalOutput;
+std::optional<MetricsOutput> staticOutput;
+thread_local std::optional<MetricsOutput> threadLocalOutput;
 thread_local const MarksAtTheEnd marksWithItsThread;
 
 void Post(const char* name) {
@@ -73,11 +63,13 @@ void StartPosters() {
 #endif
 }
 
-int Work(MetricsOutput& output, const std::string& way) {
+int Work(std::optional<MetricsOutput>& output, const char* file, const std::string& way) {
+    output.emplace(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::RawUnordered);
+    output->OpenFile(file, 0);
     Context context = Context::Root("main");
     if (!Testing::UnderWine()) StartPosters();
     Post("kept");
-    output.Flush();
+    output->Flush();
     Post("last");
     if (way == "exit") std::exit(7);
     if (way == "quick_exit") QuickExit();
@@ -97,8 +89,8 @@ int main(int argc, char** argv) {
         MetricsManager::GetInstance().Start();
         MetricsManager::GetInstance().SetState(MetricsManager::Collecting, true);
     }
-    if (where == "static") return Work(staticOutput.emplace(argv[1]).output, argv[3]);
-    if (where == "thread_local") return Work(threadLocalOutput.emplace(argv[1]).output, argv[3]);
-    Output local(argv[1]);
-    return Work(local.output, argv[3]);
+    if (where == "static") return Work(staticOutput, argv[1], argv[3]);
+    if (where == "thread_local") return Work(threadLocalOutput, argv[1], argv[3]);
+    std::optional<MetricsOutput> local;
+    return Work(local, argv[1], argv[3]);
 }

@@ -1,8 +1,7 @@
 // The manager freed while it works, and what its contexts and scopes do to the next one.
-#include <thread>
-
 #include "metrics/Context.h"
 #include "metrics/Instrument.h"
+#include "tests/lifetime/Threads.h"
 #include "tests/support/RunningTest.h"
 #include "tests/support/Wine.h"
 
@@ -17,26 +16,20 @@ void StartCollecting() {
 }
 
 TEST_F(FreeInstance, WithoutShutdownWhileOthersMark) {
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
-            while (!stop) {
-                Context context = Context::Root("work");
-                context.AddAttribute("key", "value");
-                METRICS_SCOPE("scope");
-                METRICS_VALUE("value", 1);
-                Context child = Context::Child("part");
-                METRICS_SCOPE("inner");
-            }
+    {
+        const auto threads = Repeat(3, [](unsigned) {
+            Context context = Context::Root("work");
+            context.AddAttribute("key", "value");
+            METRICS_SCOPE("scope");
+            METRICS_VALUE("value", 1);
+            Context child = Context::Child("part");
+            METRICS_SCOPE("inner");
         });
+        for (int i = 0; i < 200; ++i) {
+            StartCollecting();
+            MetricsManager::FreeInstance();
+        }
     }
-    for (int i = 0; i < 200; ++i) {
-        StartCollecting();
-        MetricsManager::FreeInstance();
-    }
-    stop = true;
-    for (std::thread& thread : threads) thread.join();
     // The last workers end on their own; the process must not end them there inside the heap.
     if (UnderWine()) std::this_thread::sleep_for(std::chrono::milliseconds(300));
 }
@@ -78,10 +71,7 @@ TEST_F(FreeInstance, WhatBelongedToTheOldManagerIsSilentUnderTheNewOne) {
         EXPECT_EQ(Context::Current(), &context);
         oldContext->OpenScope();
         oldTicket.reset();
-        {
-            Context used(std::move(*oldUsed));
-            EXPECT_EQ(used.GetContextId(), 0U);
-        }
+        EXPECT_EQ(Context(std::move(*oldUsed)).GetContextId(), 0U);
         oldContext.reset();
     }
     EXPECT_EQ(recorder.TakeLinesWithContext(), (Lines{"@0 1 0>1", "@1 2 0>1", "@1 3"}));

@@ -12,7 +12,6 @@ using namespace Metrics;
 
 extern "C" void ModuleMark(int times);
 extern "C" void ModuleBegin(const char* file);
-extern "C" void ModuleFlush();
 extern "C" void ModuleEnd();
 
 namespace {
@@ -36,10 +35,6 @@ void ModuleBegin(const char* file) {
     session.emplace();
     output.emplace(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::RawUnordered);
     output->OpenFile(file, 0);
-}
-
-void ModuleFlush() {
-    output->Flush();
 }
 
 void ModuleEnd() {

@@ -3,57 +3,41 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <thread>
 
+#include "tests/lifetime/Text.h"
 #include "tests/support/Module.h"
 #include "tests/support/Wine.h"
 
 namespace Metrics::Testing {
 namespace {
 
-class LoadedModule {
-  public:
-    explicit LoadedModule(const char* path = LIFETIME_MODULE) : module_(path) {
-        EXPECT_TRUE(module_.IsLoaded());
-    }
-    ~LoadedModule() { module_.Free(); }
-    LoadedModule(const LoadedModule&) = delete;
-    LoadedModule& operator=(const LoadedModule&) = delete;
+struct LoadedModule : ::Module {
+    explicit LoadedModule(const char* path = LIFETIME_MODULE) : ::Module(path) { EXPECT_TRUE(IsLoaded()); }
+    ~LoadedModule() { Free(); }
 
-    void Mark(int times) const { module_.Find<void(int)>("ModuleMark")(times); }
-    void Begin(const std::string& file) const {
-        module_.Find<void(const char*)>("ModuleBegin")(file.c_str());
+    template <class... Arguments>
+    void Call(const char* function, Arguments... arguments) const {
+        Find<void(Arguments...)>(function)(arguments...);
     }
-    void Flush() const { module_.Find<void()>("ModuleFlush")(); }
-    void End() const { module_.Find<void()>("ModuleEnd")(); }
-
-  private:
-    ::Module module_;
 };
 
-int CountIn(const std::string& file, const std::string& what) {
-    std::ifstream stream(file);
-    const std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    int count = 0;
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
-    return count;
+std::size_t CountIn(const char* file, const char* what) {
+    return Count(TextOf(file), what);
 }
 
 #ifdef LIFETIME_HOST
 
 TEST(OnlyThroughAModule, TheLibraryOutlivesIt) {
-    const std::string file = "module-only.csv";
+    const char* const file = "module-only.csv";
     for (int round = 1; round <= 20; ++round) {
         {
             const LoadedModule module;
-            module.Begin(file);
-            module.Mark(10);
+            module.Call("ModuleBegin", file);
+            module.Call("ModuleMark", 10);
             // A thread that marked for the first time inside the module ends after it is gone.
-            std::thread([&] { module.Mark(1); }).join();
-            module.End();
+            std::thread([&] { module.Call("ModuleMark", 1); }).join();
+            module.Call("ModuleEnd");
         }
         EXPECT_FALSE(::Module::IsPresent(LIFETIME_MODULE));
         ASSERT_EQ(CountIn(file, ",6,\"module's scope\""), 11) << "round " << round;
@@ -61,11 +45,11 @@ TEST(OnlyThroughAModule, TheLibraryOutlivesIt) {
 }
 
 TEST(OnlyThroughAModule, ItsOutputClosesWhenTheModuleIsUnloaded) {
-    const std::string file = "module-unloaded.csv";
+    const char* const file = "module-unloaded.csv";
     {
         const LoadedModule module;
-        module.Begin(file);
-        module.Mark(10);
+        module.Call("ModuleBegin", file);
+        module.Call("ModuleMark", 10);
     }
     EXPECT_FALSE(::Module::IsPresent(LIFETIME_MODULE));
     EXPECT_EQ(CountIn(file, ",7,\"module's scope\""), 10);
@@ -74,23 +58,23 @@ TEST(OnlyThroughAModule, ItsOutputClosesWhenTheModuleIsUnloaded) {
 TEST(OnlyThroughAModule, TheProcessEndsWithTheModuleLoadedAndMarking) {
     if (UnderWine()) GTEST_SKIP() << "Wine may hang when a thread is ended while it allocates";
     auto* module = new LoadedModule;
-    module->Begin("module-left.csv");
+    module->Call("ModuleBegin", "module-left.csv");
     std::thread([module] {
-        for (;;) module->Mark(1), std::this_thread::sleep_for(std::chrono::microseconds(100));
+        for (;;) module->Call("ModuleMark", 1), std::this_thread::sleep_for(std::chrono::microseconds(100));
     }).detach();
-    module->Flush();
+    module->Call("ModuleMark", 1000);
 }
 
 #else
 
 TEST(Module, IsUnloadedWhileItsMarksAreQueued) {
     const LoadedModule writer;  // a second handle would be the same module, so marks come from a copy
-    writer.Begin("module-queued.csv");
+    writer.Call("ModuleBegin", "module-queued.csv");
     for (int round = 0; round < 20; ++round) {
-        LoadedModule(LIFETIME_SECOND_MODULE).Mark(50);
+        LoadedModule(LIFETIME_SECOND_MODULE).Call("ModuleMark", 50);
         EXPECT_FALSE(::Module::IsPresent(LIFETIME_SECOND_MODULE)) << "nothing was tested";
     }
-    writer.End();
+    writer.Call("ModuleEnd");
     EXPECT_EQ(CountIn("module-queued.csv", ",6,\"module's scope\""), 1000);
     EXPECT_EQ(CountIn("module-queued.csv", ",10,\"module's value\""), 1000);
     EXPECT_EQ(CountIn("module-queued.csv", ",7,\"module's own text\""), 1000);

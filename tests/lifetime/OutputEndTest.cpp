@@ -1,33 +1,59 @@
-// Outputs that end at odd moments: during Shutdown, after FreeInstance, in a callback, several at once.
+// Outputs that end at odd moments: under load, during Shutdown, after FreeInstance, in a callback, several
+// at once.
 #include <sstream>
-#include <thread>
 
 #include "metrics/Context.h"
+#include "metrics/Instrument.h"
 #include "metrics/MetricsOutput.h"
-#include "metrics/Scope.h"
-#include "tests/lifetime/Gate.h"
+#include "tests/lifetime/Text.h"
+#include "tests/lifetime/Threads.h"
+#include "tests/support/Memory.h"
 #include "tests/support/RunningTest.h"
 
 namespace Metrics::Testing {
 namespace {
 
 using OutputEnd = RunningTest;
-using Mode = MetricsOutput::Mode;
 using Format = MetricsOutput::Format;
 
 struct Written {
     std::ostringstream text;
-    std::unique_ptr<MetricsOutput> output =
-        std::make_unique<MetricsOutput>(Mode::Borrowed, Format::RawUnordered);
+    std::unique_ptr<MetricsOutput> output;
 
-    Written() { output->WriteToStream(text, 0); }
-    bool Has(const char* what) const { return text.str().find(what) != std::string::npos; }
+    explicit Written(Format format = Format::RawUnordered, unsigned long long context = 0)
+        : output(std::make_unique<MetricsOutput>(MetricsOutput::Mode::Borrowed, format)) {
+        output->WriteToStream(text, context);
+    }
+    bool Has(const char* what) const { return Count(text.str(), what) != 0; }
 };
 
 void Mark(const char* name) {
     Context context = Context::Root(name);
-    Scope scope{MetricsValue(name)};
+    METRICS_SCOPE_NAMED(name);
 }
+
+class UnderLoad : public ::testing::TestWithParam<Format> {};
+
+TEST_P(UnderLoad, FinishAndCloseReturnWithWhatWasPostedBefore) {
+    const Session session;
+    Context mine = Context::Root("mine");
+    Written written(GetParam(), mine.GetContextId());
+    const auto posters = Repeat(kThreadSanitized ? 2 : 4, [](unsigned) {
+        Context context = Context::Root("load");
+        METRICS_SCOPE("load");
+    });
+    constexpr std::size_t kMarks = kThreadSanitized ? 3 : 10;  // the worker is slow there
+    for (std::size_t i = 0; i < kMarks; ++i) {
+        { METRICS_SCOPE("mark"); }
+        written.output->Finish(0);
+    }
+    mine.Close();
+    written.output->Close();
+    EXPECT_EQ(Count(written.text.str(), ",6,\"mark\""), kMarks);
+    EXPECT_EQ(written.output->GetErrors(), std::vector<std::string>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, UnderLoad, ::testing::Values(Format::RawUnordered, Format::Raw));
 
 TEST_F(OutputEnd, DuringShutdown) {
     for (int i = 0; i < 100; ++i) {
@@ -50,12 +76,15 @@ TEST_F(OutputEnd, AfterShutdownAndAfterARestart) {
     stopped.output.reset();
     EXPECT_TRUE(stopped.Has("before"));
     Manager().Start();
-    Written fresh;  // its subscription has the id that the old ones had
+    const Written
+        fresh[3];  // their subscriptions have the ids that those of the recorder and the outputs had
     restarted.output.reset();
     Mark("after");
-    fresh.output->Flush();
     EXPECT_TRUE(restarted.Has("before"));
-    EXPECT_TRUE(fresh.Has("after")) << "the old output took the new one's registration with it";
+    for (const Written& written : fresh) {
+        written.output->Flush();
+        EXPECT_TRUE(written.Has("after")) << "the old output took a new one's registration with it";
+    }
 }
 
 TEST_F(OutputEnd, AfterFreeInstance) {
@@ -105,14 +134,10 @@ TEST_F(OutputEnd, OfManyClosesOneWorksAndTheOthersWaitForIt) {
     for (int round = 0; round < 20; ++round) {
         Written written;
         Mark("before");
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([&] {
-                written.output->Close();
-                EXPECT_TRUE(written.Has("before"));
-            });
-        }
-        for (std::thread& thread : threads) thread.join();
+        AtOnce(4, [&](int) {
+            written.output->Close();
+            EXPECT_TRUE(written.Has("before"));
+        });
     }
 }
 

@@ -1,5 +1,6 @@
-// Host code that calls the library from where the library calls it.
-#include <thread>
+// Host code that the library calls (callbacks, thread-init function, log delegate) and that throws, or calls
+// the library in its turn. What callbacks throw, and tasks: see the manager's own tests.
+#include <stdexcept>
 
 #include "metrics/Context.h"
 #include "metrics/Instrument.h"
@@ -8,9 +9,60 @@
 namespace Metrics::Testing {
 namespace {
 
-using Reentrance = FreshTest;
+class HostCode : public FreshTest {
+  protected:
+    bool WaitForState(std::uint32_t state) {
+        return Manager().WaitUntil([&] { return Manager().GetState() == state; }, 20000);
+    }
+};
+using HostExceptions = HostCode;
+using Reentrance = HostCode;
 
 constexpr auto kEvents = MetricsEventCategory::Events;
+
+void Throw() {
+    throw std::runtime_error("no such device");
+}
+
+TEST_F(HostExceptions, AThreadInitThatThrowsFailsTheStart) {
+    Manager().SetThreadInitFunction(Throw);
+    for (int i = 0; i < 2; ++i) {
+        try {
+            Manager().Start();
+            ADD_FAILURE() << "started";
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "no such device");
+        }
+        EXPECT_EQ(Manager().GetState(), 0U);
+        Manager().Shutdown();
+    }
+    Manager().SetThreadInitFunction(nullptr);
+    Manager().Start();
+    EXPECT_EQ(Manager().GetState(), MetricsManager::Running);
+}
+
+TEST_F(HostExceptions, ShutdownMeetsAWorkerThatDies) {
+    for (int i = 0; i < 300; ++i) {
+        Manager().Start();
+        Manager().Subscribe(kEvents, [](const auto&) { Throw(); });
+        Manager().Shutdown();
+        ASSERT_EQ(Manager().GetState(), 0U) << "round " << i;
+    }
+}
+
+TEST_F(HostExceptions, WhatALogDelegateThrowsIsSwallowed) {
+    int calls = 0;
+    Manager().SetLogDelegate([&](const std::string&) {
+        ++calls;
+        Throw();
+    });
+    Manager().Log("anything");
+    Context::Create(true);  // logs that nothing is collected
+    Manager().Subscribe(kEvents, [](const auto&) { Throw(); });
+    Manager().Start();
+    EXPECT_TRUE(WaitForState(0));
+    EXPECT_EQ(calls, 3);
+}
 
 void CallEverything() {
     auto& manager = MetricsManager::GetInstance();
@@ -28,11 +80,6 @@ void CallEverything() {
     METRICS_SCOPE("inside");
     manager.GetStatistics();
     manager.SetThreadInitFunction(nullptr);
-}
-
-bool WaitForState(std::uint32_t state) {
-    auto& manager = MetricsManager::GetInstance();
-    return manager.WaitUntil([&] { return manager.GetState() == state; }, 20000);
 }
 
 TEST_F(Reentrance, ACallbackMayCallEverything) {
@@ -73,13 +120,10 @@ TEST_F(Reentrance, ALogDelegateMayCallEverything) {
 }
 
 // What a callback owns may end with it, wherever that is.
-struct ShutsDown {
-    ~ShutsDown() { MetricsManager::GetInstance().Shutdown(); }
-};
-
 TEST_F(Reentrance, WhatACallbackOwnsMayShutDown) {
     for (const bool unsubscribed : {false, true}) {
-        const int id = Manager().Subscribe(kEvents, [owned = std::make_shared<ShutsDown>()](const auto&) {});
+        std::shared_ptr<void> owned(nullptr, [this](void*) { Manager().Shutdown(); });
+        const int id = Manager().Subscribe(kEvents, [last = std::move(owned)](const auto&) {});
         Manager().Start();
         if (unsubscribed) Manager().Unsubscribe(id);
         Manager().Shutdown();
