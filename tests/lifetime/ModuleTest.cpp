@@ -40,7 +40,7 @@ TEST(OnlyThroughAModule, TheLibraryOutlivesIt) {
             module.Call("ModuleEnd");
         }
         EXPECT_FALSE(::Module::IsPresent(LIFETIME_MODULE));
-        ASSERT_EQ(CountIn(file, ",6,\"module's scope\""), 11) << "round " << round;
+        ASSERT_EQ(CountIn(file, ",6,\"module's scope\""), 11U) << "round " << round;
     }
 }
 
@@ -52,7 +52,7 @@ TEST(OnlyThroughAModule, ItsOutputClosesWhenTheModuleIsUnloaded) {
         module.Call("ModuleMark", 10);
     }
     EXPECT_FALSE(::Module::IsPresent(LIFETIME_MODULE));
-    EXPECT_EQ(CountIn(file, ",7,\"module's scope\""), 10);
+    EXPECT_EQ(CountIn(file, ",7,\"module's scope\""), 10U);
 }
 
 TEST(OnlyThroughAModule, TheProcessEndsWithTheModuleLoadedAndMarking) {
@@ -75,10 +75,10 @@ TEST(Module, IsUnloadedWhileItsMarksAreQueued) {
         EXPECT_FALSE(::Module::IsPresent(LIFETIME_SECOND_MODULE)) << "nothing was tested";
     }
     writer.Call("ModuleEnd");
-    EXPECT_EQ(CountIn("module-queued.csv", ",6,\"module's scope\""), 1000);
-    EXPECT_EQ(CountIn("module-queued.csv", ",10,\"module's value\""), 1000);
-    EXPECT_EQ(CountIn("module-queued.csv", ",7,\"module's own text\""), 1000);
-    EXPECT_EQ(CountIn("module-queued.csv", "Module.cpp"), 1000);
+    EXPECT_EQ(CountIn("module-queued.csv", ",6,\"module's scope\""), 1000U);
+    EXPECT_EQ(CountIn("module-queued.csv", ",10,\"module's value\""), 1000U);
+    EXPECT_EQ(CountIn("module-queued.csv", ",7,\"module's own text\""), 1000U);
+    EXPECT_EQ(CountIn("module-queued.csv", "Module.cpp"), 1000U);
 }
 
 #endif
