@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdint>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -16,33 +14,23 @@ namespace {
 TEST(MpscQueue, EveryElementArrivesOnceAndInItsProducersOrder) {
     constexpr int kProducers = 4;
     constexpr int kEach = 50'000;
-    struct Element {
-        int producer;
-        int number;
-        std::unique_ptr<int> owned;
-    };
+    using Element = std::pair<std::size_t, std::unique_ptr<int>>;  // its producer and its number
     MpscQueue<Element> queue;
     std::atomic<int> running{kProducers};
-    std::vector<std::thread> producers;
-    for (int producer = 0; producer < kProducers; ++producer) {
+    std::vector<std::jthread> producers;
+    for (std::size_t producer = 0; producer < kProducers; ++producer) {
         producers.emplace_back([&, producer] {
-            for (int i = 0; i < kEach; ++i)
-                EXPECT_TRUE(queue.TryPush({producer, i, std::make_unique<int>(i)}));
+            for (int i = 0; i < kEach; ++i) EXPECT_TRUE(queue.TryPush({producer, std::make_unique<int>(i)}));
             --running;
         });
     }
     std::vector<int> next(kProducers, 0);
     std::vector<Element> batch;
-    for (bool last = false; !last;) {
+    for (bool last = false; !last; batch.clear()) {
         last = running == 0;
         queue.Drain(batch);
-        for (const Element& element : batch) {
-            ASSERT_EQ(element.number, next[static_cast<std::size_t>(element.producer)]++);
-            ASSERT_EQ(*element.owned, element.number);
-        }
-        batch.clear();
+        for (const auto& [producer, number] : batch) ASSERT_EQ(*number, next[producer]++);
     }
-    for (auto& producer : producers) producer.join();
     EXPECT_EQ(next, std::vector<int>(kProducers, kEach));
     EXPECT_EQ(queue.Size(), 0U);
 }

@@ -15,30 +15,28 @@ MetricsEvent Event(Type type, std::uint64_t context, MetricsValue param1 = {}, M
             std::move(param1), std::move(param2)};
 }
 
-std::shared_ptr<MetricsValueBuffer> Buffer(const std::vector<MetricsEvent>& events, std::uint32_t promised) {
-    auto buffer = std::make_shared<MetricsValueBuffer>();
-    buffer->AppendHeader({.eventCount = promised});
-    for (const MetricsEvent& event : events) event.Write(*buffer);
-    return buffer;
-}
+using Bytes = std::vector<std::uint8_t>;
 
-std::shared_ptr<MetricsValueBuffer> Buffer(const std::vector<MetricsEvent>& events) {
-    return Buffer(events, static_cast<std::uint32_t>(events.size()));
+Bytes Buffer(const std::vector<MetricsEvent>& events) {
+    MetricsValueBuffer buffer;
+    buffer.AppendHeader({.eventCount = static_cast<std::uint32_t>(events.size())});
+    for (const MetricsEvent& event : events) event.Write(buffer);
+    return buffer.Bytes();
 }
 
 class RemoteEventsTest : public RunningTest {
   protected:
-    Lines Merge(std::shared_ptr<MetricsValueBuffer> buffer) {
-        Manager().MergeRemoteEvents(std::move(buffer));
-        return Recorded().TakeLinesWithContext();
-    }
-    Lines MergeDamaged(std::shared_ptr<MetricsValueBuffer> buffer, const char* message) {
+    void Send(const Bytes& bytes, const std::string& error = "") {
+        std::string found;
         try {
-            Manager().MergeRemoteEvents(std::move(buffer));
-            ADD_FAILURE() << "not found damaged";
-        } catch (const MetricsBufferError& error) {
-            EXPECT_STREQ(error.what(), message);
+            Manager().MergeRemoteEvents(std::make_shared<MetricsValueBuffer>(bytes));
+        } catch (const MetricsBufferError& damage) {
+            found = damage.what();
         }
+        EXPECT_EQ(found, error);
+    }
+    Lines Merge(const Bytes& bytes, const std::string& error = "") {
+        Send(bytes, error);
         return Recorded().TakeLinesWithContext();
     }
 };
@@ -74,10 +72,11 @@ TEST_F(RemoteEventsTest, AContextWithoutCreationIsCreatedHere) {
 }
 
 TEST_F(RemoteEventsTest, EverythingElseStaysAsItWas) {
-    Manager().MergeRemoteEvents(Buffer({Event(Type::ScopeOpen, 5, L"wide", true)}));
+    const MetricsEvent sent = Event(Type::ScopeOpen, 5, L"wide", true);
+    Send(Buffer({sent}));
     const auto events = Recorded().Take();
     ASSERT_EQ(events.size(), 1U);
-    EXPECT_EQ(events[0].header, Event(Type::ScopeOpen, 0).header);
+    EXPECT_EQ(events[0].header, sent.header);
     EXPECT_EQ(events[0].timestamp, MetricsValue(MetricsDateTime(123456)));
     EXPECT_EQ(events[0].param1, MetricsValue("wide"));
     EXPECT_EQ(events[0].param2, MetricsValue(true));
@@ -96,34 +95,32 @@ TEST_F(RemoteEventsTest, MaskAndIdBaseOfTheOtherProcessReachThisOne) {
 
 TEST_F(RemoteEventsTest, IdsAreZeroWhileNotCollecting) {
     Manager().SetState(MetricsManager::Collecting, false);
-    Manager().MergeRemoteEvents(Buffer({Event(Type::ContextCreate, 0, 0, 40)}));
+    Send(Buffer({Event(Type::ContextCreate, 0, 0, 40)}));
     Manager().SetState(MetricsManager::Collecting, true);
     EXPECT_EQ(TakeLines(), Lines{"1 0>0"});
 }
 
-TEST_F(RemoteEventsTest, HostileBuffers) {
-    EXPECT_EQ(Merge(nullptr), Lines{});
-    EXPECT_EQ(Merge(std::make_shared<MetricsValueBuffer>(std::vector<std::uint8_t>(15, 1))), Lines{});
-    EXPECT_EQ(Merge(Buffer({}, 0)), Lines{});
+TEST_F(RemoteEventsTest, OfADamagedBufferWhatWasDecodedBeforeStands) {
+    Manager().MergeRemoteEvents(nullptr);
+    EXPECT_EQ(Merge(Bytes(15, 1)), Lines{});
+    EXPECT_EQ(Merge(Buffer({})), Lines{});
     // Four thousand million events in twenty bytes.
-    auto bytes = Buffer({}, 0xFFFFFFFF)->Bytes();
-    bytes.resize(20);
-    EXPECT_EQ(MergeDamaged(std::make_shared<MetricsValueBuffer>(bytes), kExhausted), Lines{});
-    // What was decoded before the damage stands.
-    EXPECT_EQ(MergeDamaged(Buffer({Event(Type::ScopeOpen, 0, "work")}, 2), kExhausted), Lines{"@0 6 work"});
-    bytes = Buffer({Event(Type::ScopeOpen, 0)})->Bytes();
-    bytes[16] = 5;
-    MergeDamaged(std::make_shared<MetricsValueBuffer>(bytes), "MetricsValueBuffer: Invalid metrics value");
-}
+    Bytes many = Buffer({});
+    std::fill_n(many.begin() + 8, 4, std::uint8_t{0xFF});
+    many.resize(20);
+    EXPECT_EQ(Merge(many, kExhausted), Lines{});
 
-TEST_F(RemoteEventsTest, EveryCutOfABufferIsAnErrorAndNothingMore) {
-    const auto whole =
-        Buffer({Event(Type::ContextConstruct, 4, "text", 4), Event(Type::NameValue, 4, L"w", 1.5)});
-    for (std::size_t size = 16; size < whole->Bytes().size(); ++size) {
-        std::vector<std::uint8_t> cut(whole->Bytes().begin(),
-                                      whole->Bytes().begin() + static_cast<long>(size));
-        MergeDamaged(std::make_shared<MetricsValueBuffer>(cut), kExhausted);
+    const MetricsEvent first = Event(Type::ScopeOpen, 0, "work");
+    const Bytes whole =
+        Buffer({first, Event(Type::ContextConstruct, 4, "text", 4), Event(Type::NameValue, 4, L"w", 1.5)});
+    for (std::size_t size = 16; size < whole.size(); ++size) {
+        Lines lines = Merge(Bytes(whole.begin(), whole.begin() + static_cast<long>(size)), kExhausted);
+        lines.resize(1);
+        EXPECT_EQ(lines[0], size < Buffer({first}).size() ? "" : "@0 6 work");
     }
+    Bytes invalid = whole;
+    invalid[16] = 5;
+    EXPECT_EQ(Merge(invalid, "MetricsValueBuffer: Invalid metrics value"), Lines{});
 }
 
 }  // namespace
