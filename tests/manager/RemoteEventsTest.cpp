@@ -54,21 +54,16 @@ TEST_F(RemoteEventsTest, ContextsGetIdsOfThisProcess) {
     EXPECT_EQ(Merge(Buffer({events[0]})), Lines{"@0 1 0>4"});
 }
 
-TEST_F(RemoteEventsTest, WhatBelongedToNoContextJoinsTheCurrentOne) {
+TEST_F(RemoteEventsTest, WhatBelongedToNoContextAndWhatWasNotCreatedJoinsTheCurrentOne) {
     Context current(0, Context::Create(true));
     Recorded().Take();
     EXPECT_EQ(Merge(Buffer({Event(Type::ScopeOpen, 0, "work"), Event(Type::ContextCreate, 0, 0, 7)})),
               (Lines{"@1 6 work", "@1 1 1>2"}));
-}
-
-TEST_F(RemoteEventsTest, AContextWithoutCreationIsCreatedHere) {
-    Context current(0, Context::Create(true));
-    Recorded().Take();
     // Ids are given in the order of the fields: context, parent, own.
-    EXPECT_EQ(Merge(Buffer({Event(Type::ContextConstruct, 0, 8, 9)})), (Lines{"@1 1 1>3", "@1 2 2>3"}));
+    EXPECT_EQ(Merge(Buffer({Event(Type::ContextConstruct, 0, 8, 9)})), (Lines{"@1 1 1>4", "@1 2 3>4"}));
     // A creation that comes too late is left out.
     EXPECT_EQ(Merge(Buffer({Event(Type::ContextConstruct, 0, 0, 9), Event(Type::ContextCreate, 0, 0, 9)})),
-              (Lines{"@1 1 1>4", "@1 2 1>4"}));
+              (Lines{"@1 1 1>5", "@1 2 1>5"}));
 }
 
 TEST_F(RemoteEventsTest, EverythingElseStaysAsItWas) {

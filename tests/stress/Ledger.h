@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
-#include <cstdio>
-#include <memory>
+#include <iostream>
 #include <mutex>
 #include <vector>
 
@@ -17,8 +15,7 @@ namespace Metrics::Testing {
 struct Account {
     std::uint64_t posted = 0;
     std::vector<std::uint64_t> unsure;  // posted while the manager was not surely running: may be dropped
-    std::uint64_t received = 0;
-    std::uint64_t last = 0;
+    std::uint64_t last = 0;             // received
     std::vector<std::uint64_t> missing;
     bool wrongOrder = false;
 };
@@ -66,10 +63,20 @@ class Ledger {
 
     /// At the end, when nobody posts any more and everything has been delivered: true if each mark arrived
     /// once and in order, and no mark is missing that was not uncertain.
-    bool Balances() const {
+    bool Balances() {
         bool good = true;
-        for (std::size_t i = 0; i < accounts_.size(); ++i)
-            good = Balances(i, accounts_[i], forgiven_) && good;
+        for (Account& account : accounts_) {
+            for (std::uint64_t lost = account.last + 1; lost <= account.posted; ++lost)
+                account.missing.push_back(lost);
+            const bool excused = forgiven_ || std::includes(account.unsure.begin(), account.unsure.end(),
+                                                            account.missing.begin(), account.missing.end());
+            const bool known = account.last <= account.posted;
+            std::cout << "  thread " << &account - accounts_.data() << ": posted " << account.posted
+                      << ", uncertain " << account.unsure.size() << ", missing " << account.missing.size()
+                      << (account.wrongOrder ? ", OUT OF ORDER" : "") << (excused ? "" : ", LOST")
+                      << (known ? "" : ", NEVER POSTED") << '\n';
+            good = good && excused && known && !account.wrongOrder;
+        }
         return good;
     }
 
@@ -83,22 +90,7 @@ class Ledger {
         }
         for (std::uint64_t lost = account.last + 1; lost < number; ++lost) account.missing.push_back(lost);
         account.last = number;
-        ++account.received;
         ++received_;
-    }
-
-    static bool Balances(std::size_t index, const Account& account, bool forgiven) {
-        std::vector<std::uint64_t> missing = account.missing;
-        for (std::uint64_t lost = account.last + 1; lost <= account.posted; ++lost) missing.push_back(lost);
-        const bool excused = forgiven || std::includes(account.unsure.begin(), account.unsure.end(),
-                                                       missing.begin(), missing.end());
-        const bool adds = account.received + missing.size() == account.posted;
-        std::printf("  thread %zu: posted %llu, received %llu, uncertain %zu, missing %zu%s%s%s\n", index,
-                    static_cast<unsigned long long>(account.posted),
-                    static_cast<unsigned long long>(account.received), account.unsure.size(), missing.size(),
-                    account.wrongOrder ? ", OUT OF ORDER" : "", excused ? "" : ", LOST",
-                    adds ? "" : ", DOES NOT ADD UP");
-        return excused && adds && !account.wrongOrder;
     }
 
     std::vector<Account> accounts_;

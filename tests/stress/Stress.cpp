@@ -7,14 +7,11 @@
 // and in an output. In the wild ones everything is called at once. In the last kind the manager is freed
 // under threads that mark. A round that hangs ends the program. Exit code 0 when everything was right.
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
+#include <future>
+#include <iostream>
 #include <memory>
 #include <random>
 #include <sstream>
-#include <streambuf>
-#include <string>
 #include <thread>
 
 #include "metrics/Context.h"
@@ -22,7 +19,8 @@
 #include "metrics/Instrument.h"
 #include "metrics/MetricsOutput.h"
 #include "metrics/MetricsSubscription.h"
-#include "metrics/Session.h"
+#include "tests/lifetime/Threads.h"
+#include "tests/stress/Arguments.h"
 #include "tests/stress/Ledger.h"
 #include "tests/support/Memory.h"
 
@@ -32,11 +30,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Random = std::mt19937_64;
 
-struct Options {
-    double seconds = 10;
-    unsigned threads = 6;
-    std::uint64_t seed = static_cast<std::uint64_t>(std::random_device{}()) << 16 ^ std::random_device{}();
-};
+constexpr auto kEvents = MetricsEventCategory::Events;
 
 unsigned Pick(Random& random, unsigned below) {
     return static_cast<unsigned>(random() % below);
@@ -63,31 +57,9 @@ class MarkCounter : public std::streambuf {
     std::uint64_t marks_ = 0;
 };
 
-/// Threads that do something again and again, each with its own random numbers, until the object goes.
-class Crew {
-  public:
-    Crew(unsigned size, Random& random, std::function<void(unsigned, Random&)> work) {
-        for (unsigned i = 0; i < size; ++i) {
-            threads_.emplace_back([this, i, work, own = Random(random())]() mutable {
-                while (!stop_) work(i, own);
-            });
-        }
-    }
-    ~Crew() {
-        stop_ = true;
-        for (std::thread& thread : threads_) thread.join();
-    }
-
-  private:
-    std::atomic<bool> stop_{false};
-    std::vector<std::thread> threads_;
-};
-
-// --- What is called
-// ----------------------------------------------------------------------------------------------
-
 void MarkAtRandom(Random& random) {
-    switch (Pick(random, 6)) {
+    METRICS_SCOPE("without a context");
+    switch (Pick(random, 4)) {
         case 0: {
             Context context = Context::Root("root");
             context.AddAttribute("key", "value");
@@ -117,11 +89,6 @@ void MarkAtRandom(Random& random) {
             std::thread([&] { context.reset(); }).join();
             break;
         }
-        case 3: {
-            METRICS_SCOPE("without a context");
-            METRICS_VALUE("value", 1);
-            break;
-        }
         default: {
             Context context = Context::Root("short");
             const ContextGuard guard(context);
@@ -131,10 +98,8 @@ void MarkAtRandom(Random& random) {
 }
 
 void UseAnOutput(Random& random) {
-    using Mode = MetricsOutput::Mode;
     std::ostringstream text;
-    const auto format = static_cast<MetricsOutput::Format>(Pick(random, 3));
-    MetricsOutput output(Mode::Borrowed, format);
+    MetricsOutput output(MetricsOutput::Mode::Borrowed, static_cast<MetricsOutput::Format>(Pick(random, 3)));
     output.WriteToStream(text, 0);
     MarkAtRandom(random);
     if (Pick(random, 2) == 0) output.Finish(0);
@@ -148,21 +113,16 @@ void CallAtRandom(Random& random) {
         case 1: Manager().Shutdown(); break;
         case 2: Manager().SetState(MetricsManager::Collecting, Pick(random, 4) != 0); break;
         case 3: Manager().Unsubscribe(static_cast<int>(Pick(random, 5))); break;
-        case 4: {
-            const int id = Manager().Subscribe(MetricsEventCategory::Events, [](const auto&) {});
-            Manager().Unsubscribe(id);
-            break;
-        }
+        case 4: Manager().Unsubscribe(Manager().Subscribe(kEvents, [](const auto&) {})); break;
         case 5: {
             const auto alive = std::make_shared<std::atomic<bool>>(true);
-            auto subscription =
-                std::make_unique<MetricsSubscription>(MetricsEventCategory::Events, [alive](const auto&) {
+            {
+                const MetricsSubscription subscription(kEvents, [alive](const auto&) {
                     if (!*alive) std::abort();  // called after its owner was gone
-                    Manager().Unsubscribe(
-                        Manager().Subscribe(MetricsEventCategory::Events, [](const auto&) {}));
+                    Manager().Unsubscribe(Manager().Subscribe(kEvents, [](const auto&) {}));
                 });
-            std::this_thread::sleep_for(std::chrono::microseconds(Pick(random, 500)));
-            subscription.reset();
+                std::this_thread::sleep_for(std::chrono::microseconds(Pick(random, 500)));
+            }
             *alive = false;
             break;
         }
@@ -172,28 +132,33 @@ void CallAtRandom(Random& random) {
         case 9: Manager().SetBitsAbsolute(0xFFF, true); break;
         case 10: Manager().SetComponentId(1ULL << Pick(random, 8)); break;
         case 11: Manager().SetLogDelegate([](const std::string&) {}); break;
-        case 12: Manager().Subscribe(MetricsEventCategory::Events, [](const auto&) { throw 1; }); break;
+        case 12: Manager().Subscribe(kEvents, [](const auto&) { throw 1; }); break;
         default: MarkAtRandom(random);
     }
 }
 
-// --- The rounds
-// --------------------------------------------------------------------------------------------------
-
 struct Run {
-    Options options;
-    Random random;
-    Ledger ledger;
-    std::uint64_t restarts = 0;
-    std::uint64_t givenUp = 0;
-    std::uint64_t rounds = 0;
+    Random random;            // of the thread that makes the rounds
+    std::vector<Random> own;  // of those that it starts
+    Ledger ledger{own.size()};
+    unsigned restarts = 0;
+    unsigned givenUp = 0;
+    unsigned rounds = 0;
     bool good = true;
 
-    explicit Run(const Options& given) : options(given), random(given.seed), ledger(given.threads) {}
+    Run(std::uint64_t seed, std::size_t threads) : random(seed), own(threads) {
+        for (Random& each : own) each.seed(random());
+    }
 
+    std::vector<std::jthread> Start(void (*work)(Random&)) {
+        return Repeat(static_cast<unsigned>(own.size()), [this, work](unsigned i) { work(own[i]); });
+    }
+    void Sleep(unsigned longest) {
+        std::this_thread::sleep_for(std::chrono::microseconds(Pick(random, longest)));
+    }
     void Expect(bool condition, const char* what) {
         if (condition) return;
-        std::printf("WRONG in round %llu: %s\n", static_cast<unsigned long long>(rounds), what);
+        std::cout << "WRONG in round " << rounds << ": " << what << '\n';
         good = false;
     }
 };
@@ -213,12 +178,11 @@ void RunOnce(Run& run) {
     const std::uint64_t before = run.ledger.Received();
     MetricsOutput output(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::RawUnordered);
     output.WriteToStream(stream, 0);
-    Manager().Subscribe(MetricsEventCategory::Events,
-                        [&run](const auto& batch) { run.ledger.Receive(batch); });
+    Manager().Subscribe(kEvents, [&run](const auto& batch) { run.ledger.Receive(batch); });
     Manager().Start();
     run.ledger.Started();
     for (unsigned i = Pick(run.random, 4); i > 0; --i) {
-        std::this_thread::sleep_for(std::chrono::microseconds(Pick(run.random, 2000)));
+        run.Sleep(2000);
         if (i % 2 == 0) output.Finish(0);
     }
     run.ledger.BeforeShutdown();
@@ -236,11 +200,11 @@ void ExactRound(Run& run) {
     Manager().SetState(MetricsManager::Collecting, true);
     Manager().SetBitsAbsolute(0xFFF, false);
     {
-        const Crew crew(run.options.threads, run.random, [&run](unsigned index, Random& random) {
+        const auto posters = Repeat(static_cast<unsigned>(run.own.size()), [&run](unsigned index) {
             Context context = Context::Root("exact");
             Scope scope("exact");
-            for (unsigned i = Pick(random, 50); i > 0; --i) run.ledger.Post(index, scope);
-            std::this_thread::sleep_for(std::chrono::microseconds(Testing::kThreadSanitized ? 2000 : 50));
+            for (unsigned i = Pick(run.own[index], 50); i > 0; --i) run.ledger.Post(index, scope);
+            std::this_thread::sleep_for(std::chrono::microseconds(kThreadSanitized ? 2000 : 50));
         });
         for (int i = 0; i < 20; ++i) RunOnce(run);
     }
@@ -252,80 +216,56 @@ void ExactRound(Run& run) {
 
 void WildRound(Run& run) {
     {
-        const Crew crew(run.options.threads, run.random,
-                        [](unsigned, Random& random) { CallAtRandom(random); });
+        const auto callers = run.Start(CallAtRandom);
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
     Manager().Shutdown();
-    run.Expect(
-        Manager().WaitUntil(
-            [] { return (Manager().GetState() & (MetricsManager::Running | MetricsManager::Stopping)) == 0; },
-            5000),
-        "the worker didn't leave");
+    constexpr auto kWorker = MetricsManager::Running | MetricsManager::Stopping;
+    run.Expect(Manager().WaitUntil([] { return (Manager().GetState() & kWorker) == 0; }, 5000),
+               "the worker didn't leave");
     // Nothing of it may be seen in the exact round that follows.
     MetricsManager::FreeInstance();
 }
 
 void FreeingRound(Run& run) {
-    const Crew crew(run.options.threads, run.random, [](unsigned, Random& random) { MarkAtRandom(random); });
+    const auto marking = run.Start(MarkAtRandom);
     for (int i = 0; i < 50; ++i) {
         Manager().Start();
         Manager().SetState(MetricsManager::Collecting, true);
-        std::this_thread::sleep_for(std::chrono::microseconds(Pick(run.random, 1000)));
+        run.Sleep(1000);
         MetricsManager::FreeInstance();
     }
 }
 
-int Stress(const Options& options) {
-    std::printf("seed %llu, %u threads, %.0f seconds\n", static_cast<unsigned long long>(options.seed),
-                options.threads, options.seconds);
-    std::fflush(stdout);
-    Run run(options);
-    std::atomic<std::uint64_t> finished{0};
-    std::atomic<bool> over{false};
-    std::thread watchdog([&] {
-        auto since = Clock::now();
-        for (std::uint64_t seen = 0; !over; std::this_thread::sleep_for(std::chrono::milliseconds(100))) {
-            if (std::exchange(seen, finished.load()) != finished) since = Clock::now();
-            if (Clock::now() - since < std::chrono::seconds(60)) continue;
-            std::printf("HANGS in round %llu\n", static_cast<unsigned long long>(finished.load()));
-            std::fflush(stdout);
-            std::abort();
-        }
-    });
-    const auto end = Clock::now() + std::chrono::duration<double>(options.seconds);
+void Round(Run& run) {
+    ExactRound(run);
+    WildRound(run);
+    FreeingRound(run);
+    MetricsManager::FreeInstance();
+    ++run.rounds;
+}
+
+int Stress(const Arguments& arguments) {
+    const std::uint64_t seed = arguments.Get("--seed", std::random_device{}());
+    const auto threads = std::clamp<std::uint64_t>(arguments.Get("--threads", 6), 1, 64);
+    const auto end = Clock::now() + std::chrono::seconds(arguments.Get("--seconds", 10));
+    std::cout << "seed " << seed << ", " << threads << " threads" << std::endl;
+    Run run(seed, threads);
     do {
-        ExactRound(run);
-        WildRound(run);
-        FreeingRound(run);
-        MetricsManager::FreeInstance();
-        ++run.rounds;
-        ++finished;
+        const auto round = std::async(std::launch::async, Round, std::ref(run));
+        if (round.wait_for(std::chrono::seconds(60)) == std::future_status::ready) continue;
+        std::cout << "HANGS in round " << run.rounds << std::endl;
+        std::abort();
     } while (Clock::now() < end && run.good);
-    over = true;
-    watchdog.join();
-    std::printf("%llu rounds, %llu restarts, %llu of them given up\n",
-                static_cast<unsigned long long>(run.rounds), static_cast<unsigned long long>(run.restarts),
-                static_cast<unsigned long long>(run.givenUp));
+    std::cout << run.rounds << " rounds, " << run.restarts << " restarts, " << run.givenUp
+              << " of them given up\n";
     const bool balances = run.ledger.Balances();
     return balances && run.good ? EXIT_SUCCESS : EXIT_FAILURE;
-}
-
-Options Parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string name = argv[i];
-        if (name == "--seconds") options.seconds = std::atof(argv[i + 1]);
-        if (name == "--threads")
-            options.threads = static_cast<unsigned>(std::clamp(std::atoi(argv[i + 1]), 1, 64));
-        if (name == "--seed") options.seed = std::strtoull(argv[i + 1], nullptr, 10);
-    }
-    return options;
 }
 
 }  // namespace
 }  // namespace Metrics::Testing
 
 int main(int argc, char** argv) {
-    return Metrics::Testing::Stress(Metrics::Testing::Parse(argc, argv));
+    return Metrics::Testing::Stress({argc, argv});
 }
