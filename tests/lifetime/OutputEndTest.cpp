@@ -14,16 +14,15 @@ namespace Metrics::Testing {
 namespace {
 
 using OutputEnd = RunningTest;
+using Mode = MetricsOutput::Mode;
 using Format = MetricsOutput::Format;
 
 struct Written {
     std::ostringstream text;
-    std::unique_ptr<MetricsOutput> output;
+    std::unique_ptr<MetricsOutput> output =
+        std::make_unique<MetricsOutput>(Mode::Borrowed, Format::RawUnordered);
 
-    explicit Written(Format format = Format::RawUnordered, unsigned long long context = 0)
-        : output(std::make_unique<MetricsOutput>(MetricsOutput::Mode::Borrowed, format)) {
-        output->WriteToStream(text, context);
-    }
+    Written() { output->WriteToStream(text, 0); }
     bool Has(const char* what) const { return Count(text.str(), what) != 0; }
 };
 
@@ -36,8 +35,10 @@ class UnderLoad : public ::testing::TestWithParam<Format> {};
 
 TEST_P(UnderLoad, FinishAndCloseReturnWithWhatWasPostedBefore) {
     const Session session;
+    std::ostringstream text;
+    MetricsOutput output(Mode::Borrowed, GetParam());
     Context mine = Context::Root("mine");
-    Written written(GetParam(), mine.GetContextId());
+    output.WriteToStream(text, mine.GetContextId());
     const auto posters = Repeat(kThreadSanitized ? 2 : 4, [](unsigned) {
         Context context = Context::Root("load");
         METRICS_SCOPE("load");
@@ -45,12 +46,12 @@ TEST_P(UnderLoad, FinishAndCloseReturnWithWhatWasPostedBefore) {
     constexpr std::size_t kMarks = kThreadSanitized ? 3 : 10;  // the worker is slow there
     for (std::size_t i = 0; i < kMarks; ++i) {
         { METRICS_SCOPE("mark"); }
-        written.output->Finish(0);
+        output.Finish(0);
     }
     mine.Close();
-    written.output->Close();
-    EXPECT_EQ(Count(written.text.str(), ",6,\"mark\""), kMarks);
-    EXPECT_EQ(written.output->GetErrors(), std::vector<std::string>{});
+    output.Close();
+    EXPECT_EQ(Count(text.str(), ",6,\"mark\""), kMarks);
+    EXPECT_EQ(output.GetErrors(), std::vector<std::string>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, UnderLoad, ::testing::Values(Format::RawUnordered, Format::Raw));
