@@ -2,6 +2,7 @@
 // what it must have. The program is ExitScenarios.cpp.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>

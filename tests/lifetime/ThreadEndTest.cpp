@@ -58,7 +58,8 @@ TEST(ManyThreads, LeaveNothingBehind) {
     constexpr int kThreads = kSanitized ? 2000 : LIFETIME_THREADS;  // each of them with another one
     run(kThreads / 10);
     const std::int64_t before = ResidentKiB();
-    for (int part = 0; part < 10; ++part) run(kThreads / 10);
+    // In small parts: what a worker falls behind, on a busy machine, is not what is measured.
+    for (int part = 0; part < 100; ++part) run(kThreads / 100);
     // 80 bytes a thread is less than any record of one.
     EXPECT_LT(ResidentKiB() - before, kSanitized ? 256 * 1024 : 512 + kThreads * 2 * 80 / 1024)
         << "KiB for " << 2 * kThreads << " threads";
