@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "metrics/Export.h"
@@ -10,6 +11,7 @@
 namespace Metrics {
 
 class MetricsValueBuffer;
+class Scope;
 
 /// The record that every mark becomes: five values, sixty bytes. It is built and filled on the marking
 /// thread, copied or moved into the manager's queue, and only read from then on.
@@ -37,13 +39,13 @@ class MetricsEvent {
           param1(std::move(first)),
           param2(std::move(second)) {}
 
-    MetricsEvent(std::uint64_t headerWord, std::uint64_t context, MetricsDateTime time, MetricsValue first,
-                 MetricsValue second = {}) noexcept
-        : header(Opaque64(headerWord)),
-          contextId(context),
-          timestamp(time),
-          param1(std::move(first)),
-          param2(std::move(second)) {}
+    /// With the header as a word. Throws `std::bad_alloc` when there is no memory to copy a text.
+    MetricsEvent(std::uint64_t headerWord, std::uint64_t context, MetricsDateTime time,
+                 const MetricsValue& first)
+        : header(Opaque64(headerWord)), contextId(context), timestamp(time), param1(first) {}
+    MetricsEvent(std::uint64_t headerWord, std::uint64_t context, MetricsDateTime time,
+                 const MetricsValue& first, const MetricsValue& second)
+        : header(Opaque64(headerWord)), contextId(context), timestamp(time), param1(first), param2(second) {}
 
     /// Most events own no text, and are copied as sixty bytes.
     MetricsEvent(const MetricsEvent& other) : MetricsEvent(other, MetricsValue::Bitwise{}) {
@@ -70,7 +72,7 @@ class MetricsEvent {
     }
     /// Overwrites the type field and nothing else of the header.
     void SetType(MetricsEventType type) noexcept {
-        header = Opaque64((header.AsUInt64() & ~std::uint64_t{0xFC}) | std::uint64_t{ToSixBits(type)} << 2);
+        header.bits_.low = (header.bits_.low & ~0xFCU) | ToSixBits(type) << 2;
     }
     std::uint32_t ComponentId() const noexcept { return static_cast<std::uint32_t>(header.AsUInt64()) >> 20; }
     std::uint32_t SequenceNumber() const noexcept {
@@ -85,12 +87,13 @@ class MetricsEvent {
     METRICS_API unsigned long Read(const MetricsValueBuffer& buffer);
 
   private:
+    friend class Scope;
+
+    // In one piece, which is four moves and not ten.
     MetricsEvent(const MetricsEvent& other, MetricsValue::Bitwise how) noexcept
-        : header(other.header, how),
-          contextId(other.contextId, how),
-          timestamp(other.timestamp, how),
-          param1(other.param1, how),
-          param2(other.param2, how) {}
+        : header(how), contextId(how), timestamp(how), param1(how), param2(how) {
+        std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
+    }
     bool OwnsText() const noexcept {
         return ((header.bits_.tag | contextId.bits_.tag | timestamp.bits_.tag | param1.bits_.tag |
                  param2.bits_.tag) &

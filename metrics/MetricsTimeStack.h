@@ -44,6 +44,8 @@ class METRICS_API MetricsTimeStack {
     Times TopExclusive() const noexcept;
 
     std::size_t Size() const noexcept { return size_; }
+    /// Whether the top entry was started.
+    bool IsMeasured() const noexcept { return size_ != 0 && size_ == measuredTop_; }
 
   private:
     struct Entry {
@@ -53,7 +55,6 @@ class METRICS_API MetricsTimeStack {
         Times children{0, 0};
     };
 
-    bool IsMeasured() const noexcept { return size_ != 0 && size_ == measuredTop_; }
     void PopMeasured() noexcept;
 
     // Most scopes are not measured; they are only counted.

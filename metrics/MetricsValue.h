@@ -92,7 +92,7 @@ class MetricsValue {
     using ToStringFlags = unsigned;
 
     /// Int64 0.
-    MetricsValue() noexcept = default;
+    MetricsValue() noexcept : bits_{} {}
     template <CountingInteger T>
     MetricsValue(T value) noexcept
         : MetricsValue(MetricsValueType::Int64, static_cast<std::uint64_t>(value)) {}
@@ -181,15 +181,17 @@ class MetricsValue {
     // Copied as a whole. The payload stands on a 4-byte boundary, so it is kept as two words and is only ever
     // copied out; no 8-byte object exists there to be referred to.
     struct Bits {
-        std::uint32_t tag = 0;  // the kind, and whether the value owns a text
-        std::uint32_t low = 0;
-        std::uint32_t high = 0;
+        std::uint32_t tag;  // the kind, and whether the value owns a text
+        std::uint32_t low;
+        std::uint32_t high;
     };
     static constexpr std::uint32_t kOwned = 0x100;
 
     // Copies a value that is known to own nothing, or whose owner gives it up.
     struct Bitwise {};
     MetricsValue(const MetricsValue& other, Bitwise) noexcept : bits_(other.bits_) {}
+    // To be filled by who copies the event that it is a part of.
+    explicit MetricsValue(Bitwise) noexcept {}
 
     MetricsValue(MetricsValueType kind, std::uint64_t payload) noexcept
         : bits_{Tag(kind), static_cast<std::uint32_t>(payload), static_cast<std::uint32_t>(payload >> 32)} {}

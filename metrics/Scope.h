@@ -117,31 +117,32 @@ class METRICS_API Scope {
     // What a scope has once it has opened. A scope that its gate holds back never builds it.
     struct Body {
         Body(const MetricsValue& about, const MetricsThreadContext& record, detail::ContextState& context,
-             std::uint64_t owner);
+             bool pinned);
 
-        MetricsValue value;
-        MetricsSubscope* subscopes = nullptr;
         ScopeData data;
+        MetricsSubscope* subscopes = nullptr;
     };
 
     void OpenAt(detail::CallSite& site, int line) noexcept;
     void OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept;
+    bool OpensPlainly(const MetricsThreadContext* record, const MetricsValue& value) const noexcept;
+    bool OpenOther(const MetricsValue& value, const char* file, int line) noexcept;
     bool OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                    int line) noexcept;
     void Begin(MetricsThreadContext& record, const char* file, int line);
-    void BeginOther(MetricsThreadContext& record, const char* file, int line);
     void AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file, int line);
     void CloseOn(MetricsThreadContext* record);
     void CloseElsewhere(MetricsThreadContext* record);
     void End() noexcept;
+    bool EndsPlainly(const MetricsThreadContext* record) const noexcept;
+    void EndOther() noexcept;
     bool IsOurs(const MetricsThreadContext* record) const;
     bool BelongsTo(const MetricsThreadContext* record) const;
     detail::ContextState* ReachableContext(const MetricsThreadContext* record) const;
-    template <class... Values>
-    void Post(const MetricsThreadContext& record, MetricsEventType type,
-              const Values&... values) const noexcept;
-    void PostTexts(detail::Core& core, MetricsEventType type, const MetricsValue& first,
-                   const MetricsValue& second = {}) const noexcept;
+    void Post(const MetricsThreadContext& record) const noexcept;
+    void PostClosing(const MetricsThreadContext& record) noexcept;
+    void PostValue(const MetricsThreadContext& record, const MetricsValue& name,
+                   const MetricsValue& value) const noexcept;
 
     unsigned long long bits_ = 0;
     bool live_ = false;

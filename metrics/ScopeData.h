@@ -3,8 +3,7 @@
 #include <cstdint>
 
 #include "metrics/Export.h"
-#include "metrics/MetricsEventType.h"
-#include "metrics/MetricsValue.h"
+#include "metrics/MetricsEvent.h"
 
 namespace Metrics {
 
@@ -29,38 +28,30 @@ class METRICS_API ScopeData {
     /// time.
     void Initialize(MetricsEventType type);
 
-    bool IsInitialized() const { return stamp_.header != 0; }
+    bool IsInitialized() const { return Header() != 0; }
     /// The event header; see MetricsEvent.
-    std::uint64_t Header() const { return stamp_.header; }
+    std::uint64_t Header() const { return event_.header.AsUInt64(); }
     /// 0 when there was no current context.
-    std::uint64_t ContextId() const { return stamp_.contextId; }
+    std::uint64_t ContextId() const { return event_.contextId.AsUInt64(); }
     /// The time it was initialized; Int64 0 when there was no current context.
-    MetricsValue Timestamp() const {
-        return stamp_.contextId != 0 ? MetricsValue(MetricsDateTime(stamp_.ticks)) : MetricsValue();
-    }
+    const MetricsValue& Timestamp() const { return event_.timestamp; }
 
   private:
     friend class Scope;
 
-    // What is taken at initialization.
-    struct Stamp {
-        std::uint64_t contextId = 0;
-        std::uint64_t ticks = 0;
-        std::uint64_t header = 0;
-        std::uint32_t generation = 0;  // of the manager that gave the context its id
-        detail::ContextState* context = nullptr;
-
-        static Stamp Take(MetricsEventType type, const MetricsThreadContext& record,
-                          detail::ContextState* context);
-    };
-
-    // For the record named `owner` that pins the context; 0 when nobody needs to, as for a context's own
-    // scope.
-    ScopeData(const Stamp& stamp, std::uint64_t owner) : stamp_(stamp), owner_(owner) {}
+    // The opening of a scope about `about` in `context`, which `record` pins if `pinned`; otherwise nobody
+    // needs to, as for a context's own scope.
+    ScopeData(const MetricsValue& about, const MetricsThreadContext& record, detail::ContextState& context,
+              bool pinned);
+    // An event of now in a context with an id.
+    static MetricsEvent Take(MetricsEventType type, const MetricsValue& about,
+                             const MetricsThreadContext& record, const detail::ContextState& context);
     void Unpin() noexcept;
 
-    Stamp stamp_;
+    MetricsEvent event_;
+    detail::ContextState* context_ = nullptr;
     std::uint64_t owner_ = 0;
+    std::uint32_t generation_ = 0;  // of the manager that gave the context its id
 };
 
 }  // namespace Metrics

@@ -1,5 +1,6 @@
 #include "metrics/Scope.h"
 
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -23,9 +24,18 @@ namespace {
 
 constexpr unsigned long long kSubscopeBits = 0xF00000;
 
-std::uint64_t WithType(std::uint64_t header, MetricsEventType type) {
-    constexpr std::uint64_t kTypeField = 0xFC;
-    return (header & ~kTypeField) | static_cast<std::uint64_t>(type) << 2;
+unsigned long long SelectedSubscopes(unsigned long long bits) {
+    return (detail::enableMask.load(std::memory_order_relaxed) | bits) & kSubscopeBits;
+}
+
+// Posts the event that `make` makes, for which there may be no memory.
+template <class Make>
+[[gnu::noinline]] void PostOrDrop(detail::Core& core, Make make) noexcept {
+    try {
+        core.Post(make());
+    } catch (const std::bad_alloc&) {
+        core.CountDropped();
+    }
 }
 
 // Whether a scope could open now on what it has, or would get, as its context.
@@ -47,87 +57,91 @@ void AnnounceComponent(MetricsThreadContext& record, std::uint64_t contextId) no
 }  // namespace
 
 inline Scope::Body::Body(const MetricsValue& about, const MetricsThreadContext& record,
-                         detail::ContextState& context, std::uint64_t owner)
-    : value(about), data(ScopeData::Stamp::Take(MetricsEventType::ScopeOpen, record, &context), owner) {}
+                         detail::ContextState& context, bool pinned)
+    : data(about, record, context, pinned) {}
 
 // False once the manager that gave the context its id is gone.
 inline bool Scope::IsOurs(const MetricsThreadContext* record) const {
-    return record != nullptr &&
-           static_cast<std::uint32_t>(record->Generation()) == body_.data.stamp_.generation;
+    return record != nullptr && static_cast<std::uint32_t>(record->Generation()) == body_.data.generation_;
 }
 
-// An event of this scope with copies of `values`.
-template <class... Values>
-inline void Scope::Post(const MetricsThreadContext& record, MetricsEventType type,
-                        const Values&... values) const noexcept {
+// The scope's event as it is.
+inline void Scope::Post(const MetricsThreadContext& record) const noexcept {
+    const MetricsEvent& event = body_.data.event_;
     detail::Core* core = record.Core().get();
     if (core == nullptr) return;
-    if ((values.OwnsText() || ...)) [[unlikely]]
-        return PostTexts(*core, type, values...);
-    const ScopeData::Stamp& stamp = body_.data.stamp_;
-    core->PostBuilt([&](void* place) noexcept {
-        new (place) MetricsEvent(WithType(stamp.header, type), stamp.contextId, MetricsDateTime(stamp.ticks),
-                                 MetricsValue(values, MetricsValue::Bitwise{})...);
-    });
+    if (event.param1.OwnsText()) [[unlikely]]
+        return PostOrDrop(*core, [from = &event] { return *from; });
+    core->PostBuilt([from = &event](void* place) noexcept { std::memcpy(place, from, sizeof *from); });
 }
 
-// The same with copies for which there may be no memory.
-void Scope::PostTexts(detail::Core& core, MetricsEventType type, const MetricsValue& first,
-                      const MetricsValue& second) const noexcept {
-    const ScopeData::Stamp& stamp = body_.data.stamp_;
-    try {
-        core.Post(MetricsEvent(WithType(stamp.header, type), stamp.contextId, MetricsDateTime(stamp.ticks),
-                               first, second));
-    } catch (const std::bad_alloc&) {
-        core.CountDropped();
-    }
+// The same as the opening but for the type.
+inline void Scope::PostClosing(const MetricsThreadContext& record) noexcept {
+    body_.data.event_.SetType(MetricsEventType::ScopeClose);
+    Post(record);
 }
 
 // The order of events: the context's identification, the component, the opening, the measurements.
-[[gnu::always_inline]] inline void Scope::Begin(MetricsThreadContext& record, const char* file, int line) {
-    detail::ContextState& context = *body_.data.stamp_.context;
-    if (!context.identified.load(std::memory_order_relaxed)) [[unlikely]] {
+void Scope::Begin(MetricsThreadContext& record, const char* file, int line) {
+    detail::ContextState& context = *body_.data.context_;
+    if (!context.identified.load(std::memory_order_relaxed)) {
         if (Context* owner = context.owner.load(std::memory_order_relaxed)) owner->OpenScope();
     }
     bits_ = (bits_ | kOpen) & ~kPlugin;
-    if (record.announceComponent) [[unlikely]]
-        AnnounceComponent(record, body_.data.stamp_.contextId);
-    Post(record, MetricsEventType::ScopeOpen, body_.value);
+    if (record.announceComponent) AnnounceComponent(record, body_.data.ContextId());
+    Post(record);
     if (body_.data.owner_ != 0) record.Enter(this);
     if ((bits_ & kNoTimeStack) == 0) {
         context.timeStack.Push();
-        const auto selected = (detail::enableMask.load(std::memory_order_relaxed) | bits_) & kSubscopeBits;
-        if (selected != 0) [[unlikely]]
-            AddSubscopes(context, selected, file, line);
+        const auto selected = SelectedSubscopes(bits_);
+        if (selected != 0) AddSubscopes(context, selected, file, line);
     }
-}
-
-// Not the first opening on the current context, for which alone the above is inlined.
-void Scope::BeginOther(MetricsThreadContext& record, const char* file, int line) {
-    Begin(record, file, line);
 }
 
 Scope::Scope(OnContext, MetricsThreadContext& record, detail::ContextState& context,
              const MetricsValue& value, unsigned long long bits)
     : bits_(bits) {
     try {
-        new (&body_) Body(value, record, context, 0);
+        new (&body_) Body(value, record, context, false);
         live_ = true;
-        BeginOther(record, nullptr, 0);
+        Begin(record, nullptr, 0);
     } catch (const std::bad_alloc&) {
         // It stays closed.
     }
 }
 
+// What nearly every opening is: the first one, of a scope that measures nothing, in a context that is known.
+inline bool Scope::OpensPlainly(const MetricsThreadContext* record,
+                                const MetricsValue& value) const noexcept {
+    if (record == nullptr || live_ || value.OwnsText() || SelectedSubscopes(bits_) != 0) return false;
+    const detail::ContextState* context = record->Current();
+    return IsUsable(context) && context->identified.load(std::memory_order_relaxed) &&
+           !record->announceComponent;
+}
+
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
+    MetricsThreadContext* record = ReadyThreadRecord();
+    if (!OpensPlainly(record, value)) [[unlikely]]
+        return OpenOther(value, file, line);
+    detail::ContextState& context = *record->Current();
+    record->PinCurrent();
+    record->Enter(this);
+    context.timeStack.Push();
+    bits_ = (bits_ | kOpen) & ~kPlugin;
+    new (&body_) Body(value, *record, context, true);
+    live_ = true;
+    Post(*record);
+    return true;
+}
+
+bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noexcept {
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return false;
-    if (live_) [[unlikely]]
-        return OpenAgain(*record, value, file, line);
+    if (live_) return OpenAgain(*record, value, file, line);
     detail::ContextState* context = record->Current();
     if (!IsUsable(context)) return false;
     try {
-        new (&body_) Body(value, *record, *context, record->Serial());
+        new (&body_) Body(value, *record, *context, true);
         record->PinCurrent();
         live_ = true;
         Begin(*record, file, line);
@@ -141,8 +155,9 @@ bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, c
                       int line) noexcept {
     if (IsOpen() || !IsUsable(ReachableContext(&record))) return false;
     try {
-        body_.value = value;
-        BeginOther(record, file, line);
+        body_.data.event_.param1 = value;
+        body_.data.event_.SetType(MetricsEventType::ScopeOpen);
+        Begin(record, file, line);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -192,18 +207,16 @@ inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
 // A pinned context is only known to be there on the thread that pinned it.
 detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record) const {
     if (!IsOurs(record)) return nullptr;
-    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.stamp_.context : nullptr;
+    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.context_ : nullptr;
 }
 
-inline void Scope::CloseOn(MetricsThreadContext* record) {
-    if (body_.subscopes != nullptr) [[unlikely]]
-        delete std::exchange(body_.subscopes, nullptr);
+void Scope::CloseOn(MetricsThreadContext* record) {
+    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
     bits_ &= ~kOpen;
-    if (!BelongsTo(record) || !IsOurs(record)) [[unlikely]]
-        return CloseElsewhere(record);
+    if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
-    if ((bits_ & kNoTimeStack) == 0) body_.data.stamp_.context->timeStack.Pop();
-    Post(*record, MetricsEventType::ScopeClose, body_.value);
+    if ((bits_ & kNoTimeStack) == 0) body_.data.context_->timeStack.Pop();
+    PostClosing(*record);
 }
 
 // On another thread than it opened on, or under another manager, or a scope that no thread counts as its own.
@@ -217,29 +230,72 @@ void Scope::CloseElsewhere(MetricsThreadContext* record) {
     if ((bits_ & kNoTimeStack) == 0) {
         if (detail::ContextState* context = ReachableContext(record)) context->timeStack.Pop();
     }
-    if (IsOurs(record)) Post(*record, MetricsEventType::ScopeClose, body_.value);
+    if (IsOurs(record)) PostClosing(*record);
 }
 
 void Scope::Close() noexcept {
     if (IsOpen()) CloseOn(ThreadRecord());
 }
 
+// What nearly every end is: of the innermost scope of this thread, which measured nothing. Its body has
+// nothing to destroy.
+inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
+    return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
+           !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
+           !body_.data.context_->timeStack.IsMeasured();
+}
+
 // Everything that ends with the object, with one look for the thread's record.
 void Scope::End() noexcept {
+    MetricsThreadContext* record = ReadyThreadRecord();
+    if (!EndsPlainly(record)) [[unlikely]]
+        return EndOther();
+    detail::ContextState* context = body_.data.context_;
+    record->Leave(this);
+    record->Unpin(context);
+    context->timeStack.Pop();
+    PostClosing(*record);
+}
+
+void Scope::EndOther() noexcept {
     MetricsThreadContext* record = ThreadRecord();
     if (IsOpen()) CloseOn(record);
-    if (BelongsTo(record)) [[likely]] {
-        record->Unpin(body_.data.stamp_.context);
+    if (BelongsTo(record)) {
+        record->Unpin(body_.data.context_);
         body_.data.owner_ = 0;
     }
     body_.~Body();
+}
+
+// An event of this scope with copies of two other values.
+inline void Scope::PostValue(const MetricsThreadContext& record, const MetricsValue& name,
+                             const MetricsValue& value) const noexcept {
+    detail::Core* core = record.Core().get();
+    if (core == nullptr) return;
+    const MetricsEvent& skeleton = body_.data.event_;
+    const std::uint64_t contextId = skeleton.contextId.AsUInt64();
+    if (name.OwnsText() || value.OwnsText()) [[unlikely]] {
+        PostOrDrop(*core, [&] {
+            MetricsEvent event(skeleton.header, contextId, skeleton.timestamp, name, value);
+            event.SetType(MetricsEventType::ScopeValue);
+            return event;
+        });
+    } else {
+        core->PostBuilt([&](void* place) noexcept {
+            constexpr MetricsValue::Bitwise kHow;
+            auto* event = new (place) MetricsEvent(MetricsValue(skeleton.header, kHow), contextId,
+                                                   MetricsValue(skeleton.timestamp, kHow),
+                                                   MetricsValue(name, kHow), MetricsValue(value, kHow));
+            event->SetType(MetricsEventType::ScopeValue);
+        });
+    }
 }
 
 bool Scope::Emit(const MetricsValue& name, const MetricsValue& value) noexcept {
     if (!IsOpen()) return false;
     const MetricsThreadContext* record = ThreadRecord();
     if (!IsOurs(record)) return true;
-    Post(*record, MetricsEventType::ScopeValue, name, value);
+    PostValue(*record, name, value);
     return true;
 }
 
@@ -248,7 +304,7 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
     if (!detail::GatePasses(bits)) return false;
     if (const MetricsThreadContext* record = ThreadRecord()) {
         try {
-            detail::PostNameValue(*record, IsOpen() ? body_.data.stamp_.contextId : record->CurrentId(), key,
+            detail::PostNameValue(*record, IsOpen() ? body_.data.ContextId() : record->CurrentId(), key,
                                   value);
         } catch (const std::bad_alloc&) {
         }
@@ -258,7 +314,7 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
 
 const MetricsValue& Scope::Value() const {
     static const MetricsValue none;
-    return live_ ? body_.value : none;
+    return live_ ? body_.data.event_.param1 : none;
 }
 
 Scope* Scope::Innermost() {

@@ -11,7 +11,11 @@ void ScopeData::Initialize(MetricsEventType type) {
     if (record == nullptr) return;
     if (owner_ != 0) Unpin();
     detail::ContextState* context = record->Current();
-    stamp_ = Stamp::Take(type, *record, context);
+    event_ = context != nullptr && context->id != 0
+                 ? Take(type, {}, *record, *context)
+                 : MetricsEvent(Opaque64(detail::BuildHeader(type, record)), 0, {}, {}, {});
+    context_ = context;
+    generation_ = static_cast<std::uint32_t>(record->Generation());
     if (context == nullptr) return;
     record->PinCurrent();
     owner_ = record->Serial();
@@ -21,9 +25,9 @@ void ScopeData::Unpin() noexcept {
     MetricsThreadContext* record = ThreadRecord();
     const std::uint64_t owner = std::exchange(owner_, 0);
     if (record != nullptr && record->Serial() == owner) {
-        record->Unpin(stamp_.context);
+        record->Unpin(context_);
     } else {
-        MetricsThreadContext::Depart(owner, {nullptr, stamp_.context});
+        MetricsThreadContext::Depart(owner, {nullptr, context_});
     }
 }
 

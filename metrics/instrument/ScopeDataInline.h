@@ -7,12 +7,17 @@ namespace Metrics {
 
 // Inline, because every scope runs through it. The clock goes first: the sequence number has to wait until
 // what the thread wrote before has left the processor, and that happens meanwhile.
-inline ScopeData::Stamp ScopeData::Stamp::Take(MetricsEventType type, const MetricsThreadContext& record,
-                                               detail::ContextState* context) {
-    const std::uint64_t contextId = context != nullptr ? context->id : 0;
-    const std::uint64_t ticks = contextId != 0 ? detail::CurrentTicks() : 0;
-    return {contextId, ticks, detail::BuildHeader(type, &record),
-            static_cast<std::uint32_t>(record.Generation()), context};
+inline MetricsEvent ScopeData::Take(MetricsEventType type, const MetricsValue& about,
+                                    const MetricsThreadContext& record, const detail::ContextState& context) {
+    const MetricsDateTime now(detail::CurrentTicks());
+    return {detail::BuildHeader(type, &record), context.id, now, about};
 }
+
+inline ScopeData::ScopeData(const MetricsValue& about, const MetricsThreadContext& record,
+                            detail::ContextState& context, bool pinned)
+    : event_(Take(MetricsEventType::ScopeOpen, about, record, context)),
+      context_(&context),
+      owner_(pinned ? record.Serial() : 0),
+      generation_(static_cast<std::uint32_t>(record.Generation())) {}
 
 }  // namespace Metrics

@@ -74,7 +74,7 @@ class Core : public std::enable_shared_from_this<Core> {
     }
     /// The same for an event that `build` makes in the queue, at the place that it is given.
     template <class Build>
-    void PostBuilt(const Build& build) noexcept {
+    void PostBuilt(Build build) noexcept {
         if (!Is(MetricsManager::Running) || !queue_.TryBuild(build)) [[unlikely]]
             CountDropped();
     }

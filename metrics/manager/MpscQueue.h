@@ -37,16 +37,19 @@ class MpscSlots {
     MpscSlots(const MpscSlots&) = delete;
     MpscSlots& operator=(const MpscSlots&) = delete;
 
-    /// For producers: the next slot, to be filled at once; null when there is no memory or no room for more.
-    Slot* Claim() noexcept {
-        if (door_.load(std::memory_order_relaxed) != Door::Open) [[unlikely]] {
-            if (!Admit()) return nullptr;
-        }
-        const std::uint64_t ticket = end_.tail.fetch_add(1, std::memory_order_relaxed);
-        if (ticket + kMargin >= end_.limit.load(std::memory_order_acquire)) [[unlikely]]
-            MakeRoomFor(ticket);
+    /// For producers, in this order: whether the next ticket may be drawn at once, and, if not, waiting for
+    /// that (false when there is no memory or no room for more); the ticket; its slot, to be filled at once,
+    /// unless that is still to be made.
+    bool IsOpen() const noexcept { return door_.load(std::memory_order_relaxed) == Door::Open; }
+    bool Admit() noexcept;
+    std::uint64_t Draw() noexcept { return end_.tail.fetch_add(1, std::memory_order_relaxed); }
+    bool HasRoomFor(std::uint64_t ticket) const noexcept {
+        return ticket + kMargin < end_.limit.load(std::memory_order_acquire);
+    }
+    void MakeRoomFor(std::uint64_t ticket) noexcept;
+    Slot& At(std::uint64_t ticket) noexcept {
         const std::atomic_ref entry(directory_[ticket / kBlock % kDirectory]);
-        return &entry.load(std::memory_order_relaxed)->slots[ticket % kBlock];
+        return entry.load(std::memory_order_relaxed)->slots[ticket % kBlock];
     }
 
     /// Producers are slowed while more than `elements` wait.
@@ -98,10 +101,8 @@ class MpscSlots {
         Slot slots[kBlock];
     };
 
-    bool Admit() noexcept;
     bool Grow() noexcept;
     bool Append(std::uint64_t limit, Block* block) noexcept;
-    void MakeRoomFor(std::uint64_t ticket) noexcept;
     Block& WaitForBlockOf(std::uint64_t ticket) noexcept;
     static void WaitUntilFull(const Slot& slot) noexcept;
     void Retire(Block& block, std::uint64_t next) noexcept;
@@ -142,18 +143,20 @@ class MpscQueue {
     /// Builds an element at the end: `build` is called with the place for it and must not fail. False when
     /// there is no room; it is then not called.
     template <class Build>
-    [[nodiscard]] bool TryBuild(const Build& build) noexcept {
-        static_assert(std::is_nothrow_invocable_v<const Build&, void*>,
-                      "a slot that was drawn must be filled");
-        MpscSlots::Slot* slot = slots_.Claim();
-        if (slot == nullptr) [[unlikely]]
-            return false;
-        build(static_cast<void*>(slot->element));
-        slot->full.store(1, std::memory_order_release);
+    [[nodiscard]] bool TryBuild(Build build) noexcept {
+        static_assert(std::is_nothrow_invocable_v<Build, void*>, "a slot that was drawn must be filled");
+        if (!slots_.IsOpen()) [[unlikely]]
+            return BuildAdmitted(build);
+        const std::uint64_t ticket = slots_.Draw();
+        if (slots_.HasRoomFor(ticket)) [[likely]] {
+            Fill(ticket, build);
+        } else {
+            BuildWithRoom(ticket, build);
+        }
         return true;
     }
     [[nodiscard]] bool TryPush(T&& element) noexcept {
-        return TryBuild([&](void* place) noexcept { new (place) T(std::move(element)); });
+        return TryBuild([from = &element](void* place) noexcept { new (place) T(std::move(*from)); });
     }
 
     /// Producers are slowed while more than `elements` wait.
@@ -179,6 +182,26 @@ class MpscQueue {
 
     static T* Element(MpscSlots::Slot& slot) noexcept {
         return std::launder(reinterpret_cast<T*>(slot.element));
+    }
+
+    // What seldom happens, apart from `TryBuild` and last in it, so that its callers keep no registers for
+    // it.
+    template <class Build>
+    [[gnu::noinline]] bool BuildAdmitted(Build build) noexcept {
+        if (!slots_.Admit()) return false;
+        BuildWithRoom(slots_.Draw(), build);
+        return true;
+    }
+    template <class Build>
+    [[gnu::noinline]] void BuildWithRoom(std::uint64_t ticket, Build build) noexcept {
+        if (!slots_.HasRoomFor(ticket)) slots_.MakeRoomFor(ticket);
+        Fill(ticket, build);
+    }
+    template <class Build>
+    void Fill(std::uint64_t ticket, const Build& build) noexcept {
+        MpscSlots::Slot& slot = slots_.At(ticket);
+        build(static_cast<void*>(slot.element));
+        slot.full.store(1, std::memory_order_release);
     }
 
     // The number of elements for which `batch` has, or gets, room.

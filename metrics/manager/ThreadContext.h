@@ -78,6 +78,11 @@ class MetricsThreadContext {
         return scopes_.empty() ? nullptr : scopes_.back();
     }
 
+    /// Whether `scope` is the innermost one and pins `state` at the top of the stack.
+    bool LeavesPlainly(const Scope* scope, const detail::ContextState* state) const noexcept {
+        return !scopes_.empty() && scopes_.back() == scope && PinsOnTop(state);
+    }
+
     /// Names the record: never 0, and never the name of another one.
     std::uint64_t Serial() const { return serial_; }
     /// The generation of the manager that the record belongs to.
@@ -135,13 +140,17 @@ class MetricsThreadContext {
 
 MetricsThreadContext* ThreadRecordSlow();
 
-/// The calling thread's record; null when the thread is ending or there is no memory for one.
-inline MetricsThreadContext* ThreadRecord() {
+/// The calling thread's record, if it has one that knows the manager of now; otherwise null.
+inline MetricsThreadContext* ReadyThreadRecord() {
     auto* record = static_cast<MetricsThreadContext*>(platform::ThreadValue());
     const auto generation = detail::managerGeneration.load(std::memory_order_relaxed);
-    if (record != nullptr && record->Generation() == generation) [[likely]]
-        return record;
-    return ThreadRecordSlow();
+    return record != nullptr && record->Generation() == generation ? record : nullptr;
+}
+
+/// The calling thread's record; null when the thread is ending or there is no memory for one.
+inline MetricsThreadContext* ThreadRecord() {
+    MetricsThreadContext* record = ReadyThreadRecord();
+    return record != nullptr ? record : ThreadRecordSlow();
 }
 
 }  // namespace Metrics
