@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <stdexcept>
 #include <vector>
 
@@ -64,6 +65,9 @@ class METRICS_API MetricsValueBuffer {
     MetricsBufferHeader ReadHeader() const;
 
   private:
+    friend class MetricsEvent;
+
+    std::uint32_t AppendEach(std::initializer_list<const MetricsValue*> values);
     MetricsValue ExtractText() const;
     const std::uint8_t* Take(std::size_t size) const;
     [[noreturn]] void ThrowExhausted() const;

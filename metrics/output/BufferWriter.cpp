@@ -5,7 +5,7 @@
 namespace Metrics {
 
 void BufferWriter::Write(const MetricsEvent& event) {
-    bytes_ += static_cast<std::uint32_t>(event.Write(*buffer_));
+    bytes_ += static_cast<std::uint32_t>(event.Write(buffer_));
     ++count_;
 }
 

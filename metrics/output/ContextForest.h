@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <boost/intrusive/list.hpp>
 #include <cstddef>
 #include <cstdint>
@@ -77,9 +76,9 @@ class ContextForest {
             CountStrange();
         }
     }
-    void PopFront(ContextRecord& record) noexcept {
-        record.waiting.Pop();
-        --record.root->waiting;
+    void PopFront(ContextRecord& record, std::size_t count) noexcept {
+        record.waiting.Pop(count);
+        record.root->waiting -= count;
     }
 
     // Forgets a context with what it holds, and the contexts announced in that.
@@ -90,7 +89,7 @@ class ContextForest {
     EventBlocks& Blocks() { return blocks_; }
 
   private:
-    ContextRecord*& Remembered(std::uint64_t id) { return found_[id % found_.size()]; }
+    ContextRecord*& Remembered(std::uint64_t id) { return found_[id & (found_.size() - 1)]; }
     ContextRecord* LookUp(std::uint64_t id);
     void Adopt(ContextRecord& record, RootRecord& root);
     void Bury(ContextRecord& record) noexcept;
@@ -101,8 +100,9 @@ class ContextForest {
     std::map<std::uint64_t, RootRecord> roots_;
     RecordList strangers_;  // oldest first
     std::size_t strange_ = 0;
-    // Where records were found before. Ids are given out in sequence, so those in use seldom share a place.
-    std::array<ContextRecord*, 1024> found_{};
+    // Where records were found before; there are as many places, a power of two, as there were records at any
+    // time. Ids are given out in sequence, so those in use seldom share a place.
+    std::vector<ContextRecord*> found_{1024};
 };
 
 }  // namespace Metrics::detail

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <new>
+#include <span>
 
 #include "metrics/MetricsEvent.h"
 
@@ -48,7 +50,11 @@ class EventFifo {
 
     bool Empty() const { return size_ == 0; }
     std::size_t Size() const { return size_; }
-    MetricsEvent& Front() { return *head_->At(first_); }
+    // The first ones, as many as lie together; at least one unless it is empty.
+    std::span<MetricsEvent> Front() {
+        if (Empty()) return {};
+        return {head_->At(first_), std::min(size_, EventBlocks::kEvents - first_)};
+    }
 
     void Push(const MetricsEvent& event) {
         const std::size_t index = (first_ + size_) % EventBlocks::kEvents;
@@ -56,13 +62,15 @@ class EventFifo {
         std::construct_at(tail_->At(index), event);
         ++size_;
     }
-    void Pop() noexcept {
-        std::destroy_at(head_->At(first_));
-        --size_;
-        if (++first_ == EventBlocks::kEvents || size_ == 0) GiveBackHead();
+    // Removes the first `count` of what Front returns.
+    void Pop(std::size_t count) noexcept {
+        std::destroy_n(head_->At(first_), count);
+        size_ -= count;
+        first_ += count;
+        if (first_ == EventBlocks::kEvents || size_ == 0) GiveBackHead();
     }
     void Clear() noexcept {
-        while (!Empty()) Pop();
+        while (!Empty()) Pop(Front().size());
     }
 
     template <class Visit>

@@ -13,7 +13,7 @@ Audience* EventRouter::Foremost() {
 void EventRouter::Route(const std::vector<MetricsEvent>& batch) {
     batchEnd_ = batch.data() + batch.size();
     unannounced_ = ServesInTurn() ? batch.data() : batchEnd_;
-    for (const MetricsEvent& event : batch) Take(event);
+    for (std::span<const MetricsEvent> left = batch; !left.empty();) left = left.subspan(Take(left));
     if (ServesInTurn()) ServeInTurn();
     unannounced_ = batchEnd_ = nullptr;
 }
@@ -25,35 +25,44 @@ void EventRouter::AnnounceBatch() {
     unannounced_ = batchEnd_;
 }
 
-void EventRouter::Take(const MetricsEvent& event) {
-    const auto [record, newRoot] = sequencer_.Admit(event);
+std::size_t EventRouter::Take(std::span<const MetricsEvent> events) {
+    const auto [record, newRoot] = sequencer_.Admit(events.front());
     const std::uint64_t rootId = newRoot != nullptr ? newRoot->id : 0;
-    if (record != nullptr) Keep(*record, event);
+    const std::size_t taken = record != nullptr ? Keep(*record, events) : 1;
     if (rootId != 0) Welcome(rootId);
+    return taken;
 }
 
-void EventRouter::Keep(ContextRecord& record, const MetricsEvent& event) {
+std::size_t EventRouter::Keep(ContextRecord& record, std::span<const MetricsEvent> events) {
     RootRecord* root = record.root;
-    if (root == nullptr) {
-        sequencer_.Hold(record, event);
-        const bool nobodyListens = ServesInTurn() && Foremost() == nullptr;
-        if (nobodyListens && sequencer_.RootlessWaiting() > EventSequencer::kMostRootless)
-            sequencer_.DropRootless();
-        return;
-    }
-    Audience* audience = AudienceOf(*root);
-    if (audience == nullptr) return KeepUnwatched(*root, record, event);
-    KeepWatched(*audience, record, event);
+    Audience* audience = root != nullptr ? AudienceOf(*root) : nullptr;
+    if (audience != nullptr) return KeepWatched(*audience, record, LeadingRun(events));
+    if (root != nullptr)
+        KeepUnwatched(*root, record, events.front());
+    else
+        KeepStranger(record, events.front());
+    return 1;
 }
 
-void EventRouter::KeepWatched(Audience& audience, ContextRecord& record, const MetricsEvent& event) {
+std::size_t EventRouter::KeepWatched(Audience& audience, ContextRecord& record, EventRun run) {
     AnnounceBatch();
-    if (!sequencer_.MayPass(record)) return sequencer_.Hold(record, event);
+    if (!sequencer_.MayPass(record)) {
+        for (const MetricsEvent& event : run) sequencer_.Hold(record, event);
+        return run.size();
+    }
     RootRecord& root = *record.root;
-    Deliver(audience, event);
-    RootRecord* left = sequencer_.Passed(root, event);
-    if (left != nullptr && left->current == &record) return;
-    if (Serve(audience, left) == nullptr && ServesInTurn()) ServeInTurn();
+    Deliver(audience, run);
+    RootRecord* left = sequencer_.Passed(root, run);
+    const bool goesOn = left != nullptr && left->current == &record;
+    if (!goesOn && Serve(audience, left) == nullptr && ServesInTurn()) ServeInTurn();
+    return run.size();
+}
+
+void EventRouter::KeepStranger(ContextRecord& record, const MetricsEvent& event) {
+    sequencer_.Hold(record, event);
+    const bool nobodyListens = ServesInTurn() && Foremost() == nullptr;
+    if (nobodyListens && sequencer_.RootlessWaiting() > EventSequencer::kMostRootless)
+        sequencer_.DropRootless();
 }
 
 void EventRouter::KeepUnwatched(RootRecord& root, ContextRecord& record, const MetricsEvent& event) {
@@ -100,9 +109,9 @@ void EventRouter::Drain(const EventSequencer::Forcing& forcing) {
 }
 
 RootRecord* EventRouter::Serve(Audience& audience, RootRecord* root) {
-    while (const MetricsEvent* event = sequencer_.Next(root)) {
-        Deliver(audience, *event);
-        root = sequencer_.Release(*root);
+    for (EventRun run; !(run = sequencer_.Next(root)).empty();) {
+        Deliver(audience, run);
+        root = sequencer_.Release(*root, run);
     }
     return root;
 }
@@ -114,7 +123,7 @@ void EventRouter::ServeInTurn() {
         if (RootRecord* root = sequencer_.Served()) {
             if (Serve(*audience, root) != nullptr) return;
         } else if (const MetricsEvent* event = sequencer_.NextRootless()) {
-            Deliver(*audience, *event);
+            Deliver(*audience, {event, 1});
             sequencer_.ReleaseRootless();
         } else {
             return;
@@ -122,10 +131,16 @@ void EventRouter::ServeInTurn() {
     }
 }
 
-void EventRouter::Deliver(Audience& audience, const MetricsEvent& event) {
-    if (mute_ && IsVolatile(event, audience.muted)) return;
-    targets_.Write(audience, event);
-    if (event.Type() == MetricsEventType::ContextClose && ContextOf(event) == audience.contextId)
+void EventRouter::Deliver(Audience& audience, EventRun run) {
+    if (!mute_) return Send(audience, run);
+    for (const MetricsEvent& event : run)
+        if (!IsVolatile(event, audience.muted)) Send(audience, {&event, 1});
+}
+
+void EventRouter::Send(Audience& audience, EventRun run) {
+    targets_.Write(audience, run);
+    const MetricsEvent& last = run.back();
+    if (last.Type() == MetricsEventType::ContextClose && ContextOf(last) == audience.contextId)
         targets_.Mark(audience);
 }
 

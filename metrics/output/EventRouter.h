@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -41,9 +43,11 @@ class EventRouter {
     bool IsChild(std::uint64_t contextId) { return sequencer_.IsChild(contextId); }
 
   private:
-    void Take(const MetricsEvent& event);
-    void Keep(ContextRecord& record, const MetricsEvent& event);
-    void KeepWatched(Audience& audience, ContextRecord& record, const MetricsEvent& event);
+    // These take the first of the events, or more, and return how many.
+    std::size_t Take(std::span<const MetricsEvent> events);
+    std::size_t Keep(ContextRecord& record, std::span<const MetricsEvent> events);
+    std::size_t KeepWatched(Audience& audience, ContextRecord& record, EventRun run);
+    void KeepStranger(ContextRecord& record, const MetricsEvent& event);
     void KeepUnwatched(RootRecord& root, ContextRecord& record, const MetricsEvent& event);
     void Welcome(std::uint64_t rootId);
 
@@ -54,7 +58,8 @@ class EventRouter {
     Audience* Foremost();
     void AnnounceBatch();
 
-    void Deliver(Audience& audience, const MetricsEvent& event);
+    void Deliver(Audience& audience, EventRun run);
+    void Send(Audience& audience, EventRun run);
     // Lets out what can be released of a root. Returns the root, or null when it ended.
     RootRecord* Serve(Audience& audience, RootRecord* root);
     void ServeInTurn();

@@ -38,30 +38,35 @@ EventSequencer::Admission EventSequencer::AdmitCreation(const MetricsEvent& even
     return admission;
 }
 
-RootRecord* EventSequencer::Release(RootRecord& root, MetricsEvent* taken) {
-    MetricsEvent& front = root.current->waiting.Front();
-    const Effect effect = EffectOf(front);
-    if (taken != nullptr) *taken = std::move(front);
-    forest_.PopFront(*root.current);
+EventSequencer::Effect EventSequencer::EffectOf(EventRun run) {
+    const MetricsEvent& first = run.front();
+    if (ChangesTurn(first)) {
+        const bool ends = first.Type() == MetricsEventType::ContextClose ||
+                          first.Type() == MetricsEventType::DemuxSynthesized;
+        return {true, ends, CreatesChild(first) ? CreatedContext(first) : 0, 0};
+    }
+    std::uint32_t openScopes = 0;
+    for (const MetricsEvent& event : run) {
+        openScopes += event.Type() == MetricsEventType::ScopeOpen;
+        openScopes -= event.Type() == MetricsEventType::ScopeClose;
+    }
+    return {false, false, 0, openScopes};
+}
+
+RootRecord* EventSequencer::Release(RootRecord& root, EventRun run) {
+    const Effect effect = EffectOf(run);
+    forest_.PopFront(*root.current, run.size());
     return Settle(root, effect);
 }
 
 RootRecord* EventSequencer::Settle(RootRecord& root, const Effect& effect) {
     if (mode_ == Mode::LowestRoot) begun_ = &root;
-    switch (effect.type) {
-        case MetricsEventType::ContextCreate:
-            if (effect.child != 0) Descend(root, effect.child);
-            return &root;
-        case MetricsEventType::ContextClose:
-        case MetricsEventType::DemuxSynthesized: return Ascend(root);
-        case MetricsEventType::ScopeOpen:
-            if (root.current->open) ++root.current->openScopes;
-            return &root;
-        case MetricsEventType::ScopeClose:
-            if (root.current->open) --root.current->openScopes;
-            return &root;
-        default: return &root;
-    }
+    if (effect.ends) return Ascend(root);
+    if (effect.child != 0)
+        Descend(root, effect.child);
+    else if (!effect.changesTurn && root.current->open)
+        root.current->openScopes += effect.openScopes;
+    return &root;
 }
 
 ContextRecord* EventSequencer::FindInTree(const RootRecord& root, std::uint64_t id) {
@@ -101,19 +106,19 @@ void EventSequencer::AnnounceRoots(const MetricsEvent* first, const MetricsEvent
         if (CreatesRoot(*first) && CreatedContext(*first) != 0) forest_.AddRoot(CreatedContext(*first));
 }
 
-const MetricsEvent* EventSequencer::Force(RootRecord*& root) {
+EventRun EventSequencer::Force(RootRecord*& root) {
     while (root != nullptr) {
         ContextRecord* current = root->current;
-        if (current != nullptr && !current->waiting.Empty()) return &current->waiting.Front();
-        if (!MayForce(*root)) return nullptr;
+        if (current != nullptr && !current->waiting.Empty()) return LeadingRun(current->waiting.Front());
+        if (!MayForce(*root)) return {};
         if (current != nullptr && current->open)
             CloseByForce(*current);
         else if (root->chain.size() > 1 || forcing_.final)
             root = Ascend(*root);  // announced and never constructed: there is nothing to close
         else
-            return nullptr;
+            return {};
     }
-    return nullptr;
+    return {};
 }
 
 bool EventSequencer::MayForce(const RootRecord& root) {
@@ -135,31 +140,27 @@ void EventSequencer::CloseByForce(ContextRecord& current) {
 
 const MetricsEvent* EventSequencer::NextRootless() {
     const bool itsTurn = flushesRootless_ || forest_.LowestRoot() == nullptr;
-    return itsTurn && !rootless_.waiting.Empty() ? &rootless_.waiting.Front() : nullptr;
+    return itsTurn && !rootless_.waiting.Empty() ? &rootless_.waiting.Front().front() : nullptr;
 }
 
-void EventSequencer::ReleaseRootless(MetricsEvent* taken) {
-    if (taken != nullptr) *taken = std::move(rootless_.waiting.Front());
-    rootless_.waiting.Pop();
+void EventSequencer::ReleaseRootless() {
+    rootless_.waiting.Pop(1);
     if (rootless_.waiting.Empty()) flushesRootless_ = false;
 }
 
 bool EventSequencer::Take(std::uint64_t rootId, MetricsEvent& event) {
-    if (mode_ == Mode::RequestedRoot) {
-        RootRecord* root = FindRoot(rootId);
-        if (Next(root) == nullptr) return false;
-        Release(*root, &event);
-        return true;
-    }
-    while (RootRecord* root = Served()) {
-        if (Next(root) != nullptr) {
-            Release(*root, &event);
+    RootRecord* root = mode_ == Mode::RequestedRoot ? FindRoot(rootId) : Served();
+    for (; root != nullptr; root = Served()) {
+        if (const EventRun run = Next(root); !run.empty()) {
+            event = run.front();
+            Release(*root, run.first(1));
             return true;
         }
-        if (root != nullptr) return false;
+        if (root != nullptr || mode_ == Mode::RequestedRoot) return false;
     }
-    if (NextRootless() == nullptr) return false;
-    ReleaseRootless(&event);
+    if (mode_ == Mode::RequestedRoot || NextRootless() == nullptr) return false;
+    event = *NextRootless();
+    ReleaseRootless();
     return true;
 }
 

@@ -9,9 +9,9 @@
 
 namespace Metrics::detail {
 
-// The ordering of events. Whoever drives it admits each event, and then either holds it back, to take it
-// later with Next and Release, or, when MayPass says so, uses it on the spot and tells that with Passed. Both
-// ways give the same order; the second neither copies the event nor looks anything up.
+// The ordering of events. Whoever drives it admits them run by run, and then either holds them back, to take
+// them later with Next and Release, or, when MayPass says so, uses them on the spot and tells that with
+// Passed. Both ways give the same order; the second neither copies events nor looks anything up.
 //
 // The pointers and references it hands out are good until the next call that changes something.
 class EventSequencer {
@@ -36,7 +36,7 @@ class EventSequencer {
 
     void SetForcing(const Forcing& forcing) { forcing_ = forcing; }
 
-    // Notes what an arriving event says about its context.
+    // Notes what an arriving event says about its context. What is said of one event of a run holds for all.
     Admission Admit(const MetricsEvent& event) {
         if (event.Type() <= MetricsEventType::ContextClose) return AdmitLifecycle(event);
         ContextRecord* record = Find(ContextOf(event));
@@ -49,10 +49,10 @@ class EventSequencer {
         else
             forest_.Hold(record, event);
     }
-    // Whether the event just admitted for `record` comes next in the order.
+    // Whether the events just admitted for `record` come next in the order.
     bool MayPass(const ContextRecord& record) { return IsNext(record) && IsServed(*record.root); }
-    // A passed event was used. Returns the root, or null when that was its end.
-    RootRecord* Passed(RootRecord& root, const MetricsEvent& event) { return Settle(root, EffectOf(event)); }
+    // A passed run was used. Returns the root, or null when that was its end.
+    RootRecord* Passed(RootRecord& root, EventRun run) { return Settle(root, EffectOf(run)); }
 
     // In LowestRoot: the root whose turn it is; null when it is the turn of context 0.
     RootRecord* Served() { return begun_ != nullptr ? begun_ : ChooseServed(); }
@@ -61,21 +61,21 @@ class EventSequencer {
     // Makes roots known before their turn to be admitted, so that an earlier choice counts them in.
     void AnnounceRoots(const MetricsEvent* first, const MetricsEvent* last);
 
-    // The next event of a root, or null when none can be released now; forced closure happens here. `root`
+    // The next run of a root, empty when nothing can be released now; forced closure happens here. `root`
     // becomes null when it ended without an event.
-    const MetricsEvent* Next(RootRecord*& root) {
-        if (root == nullptr) return nullptr;
+    EventRun Next(RootRecord*& root) {
+        if (root == nullptr) return {};
         ContextRecord* current = root->current;
-        if (current != nullptr && !current->waiting.Empty()) return &current->waiting.Front();
-        return forcing_.on ? Force(root) : nullptr;
+        if (current != nullptr && !current->waiting.Empty()) return LeadingRun(current->waiting.Front());
+        return forcing_.on ? Force(root) : EventRun{};
     }
-    // Takes the event that Next returned, into `taken` if that is given. Returns the root, or null when that
-    // was its end.
-    RootRecord* Release(RootRecord& root, MetricsEvent* taken = nullptr);
+    // Drops the run that Next returned, or the beginning of it. Returns the root, or null when that was its
+    // end.
+    RootRecord* Release(RootRecord& root, EventRun run);
 
-    // The same for context 0, while it is its turn.
+    // The same for context 0, while it is its turn, one event at a time.
     const MetricsEvent* NextRootless();
-    void ReleaseRootless(MetricsEvent* taken = nullptr);
+    void ReleaseRootless();
     std::size_t RootlessWaiting() const { return rootless_.waiting.Size(); }
     void DropRootless() { rootless_.waiting.Clear(); }
 
@@ -89,15 +89,15 @@ class EventSequencer {
     void Drop(RootRecord& root);
 
   private:
-    // What an event does to the order once it is released.
+    // What a run does to the order once it is released.
     struct Effect {
-        MetricsEventType type;
-        std::uint64_t child;  // that begins here, or 0
+        bool changesTurn;
+        bool ends;                 // the context
+        std::uint64_t child;       // that begins here, or 0
+        std::uint32_t openScopes;  // that it adds, modulo 2^32
     };
 
-    static Effect EffectOf(const MetricsEvent& event) {
-        return {event.Type(), CreatesChild(event) ? CreatedContext(event) : 0};
-    }
+    static Effect EffectOf(EventRun run);
     Admission AdmitLifecycle(const MetricsEvent& event);
     Admission AdmitCreation(const MetricsEvent& event);
     ContextRecord* Find(std::uint64_t id) { return id != 0 ? forest_.Find(id) : &rootless_; }
@@ -114,7 +114,7 @@ class EventSequencer {
     RootRecord* Ascend(RootRecord& root);
     ContextRecord* FindInTree(const RootRecord& root, std::uint64_t id);
 
-    const MetricsEvent* Force(RootRecord*& root);
+    EventRun Force(RootRecord*& root);
     bool MayForce(const RootRecord& root);
     void CloseByForce(ContextRecord& current);
 

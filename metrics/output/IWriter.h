@@ -23,8 +23,8 @@ class IWriter {
     // Once, before the target goes; no Flush follows.
     virtual void End() = 0;
 
-    // The finished buffer of a writer that fills one.
-    virtual std::shared_ptr<MetricsValueBuffer> Buffer() const { return nullptr; }
+    // The finished buffer of a writer that fills one; it is handed over.
+    virtual std::shared_ptr<MetricsValueBuffer> TakeBuffer() { return nullptr; }
 
   protected:
     IWriter() = default;

@@ -60,28 +60,19 @@ OutputTarget& TargetList::Open(std::uint64_t contextId, OutputTarget target) {
     return added->second;
 }
 
-// With room for one more target, so that a new audience never stays empty.
 Audience& TargetList::AudienceFor(std::uint64_t contextId) {
-    if (const auto known = audiences_.find(contextId); known != audiences_.end()) return known->second;
-    Audience audience{contextId, {}};
-    audience.targets.reserve(1);
-    return audiences_.emplace(contextId, std::move(audience)).first->second;
+    return audiences_.try_emplace(contextId, Audience{contextId, {}}).first->second;
 }
 
-void TargetList::Write(OutputTarget& target, const MetricsEvent& event) {
+void TargetList::Write(OutputTarget& target, std::span<const MetricsEvent> events) {
     if (target.failed) return;
     Try(target, [&] {
         if (!target.touched) {
             touched_.push_back(&target);
             target.touched = true;
         }
-        target.writer->Write(event);
+        for (const MetricsEvent& event : events) target.writer->Write(event);
     });
-}
-
-void TargetList::WriteToEach(const std::vector<MetricsEvent>& events) {
-    for (auto& [number, target] : targets_)
-        for (const MetricsEvent& event : events) Write(target, event);
 }
 
 void TargetList::Flush() {
@@ -122,8 +113,8 @@ ClosedTarget TargetList::Close(OutputTarget& target) {
         CloseFile(target);
     }
     Audience& audience = *target.audience;
-    std::erase(audience.targets, &target);
-    ClosedTarget closed{audience.contextId, audience.targets.empty(), target.writer->Buffer()};
+    audience.targets.erase(std::find(audience.targets.begin(), audience.targets.end(), &target));
+    ClosedTarget closed{audience.contextId, audience.targets.empty(), target.writer->TakeBuffer()};
     if (closed.wasLast) audiences_.erase(closed.contextId);
     std::erase(touched_, &target);
     targets_.erase(target.number);

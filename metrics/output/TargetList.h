@@ -1,9 +1,11 @@
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <ostream>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,8 +33,8 @@ struct OutputTarget {
 // The targets of one context, in order of opening.
 struct Audience {
     std::uint64_t contextId = 0;
-    std::vector<OutputTarget*> targets;
-    bool muted = false;  // inside a scope whose events are left out
+    boost::container::small_vector<OutputTarget*, 1> targets;  // hardly ever more
+    bool muted = false;                                        // inside a scope whose events are left out
 };
 
 // What remains of a target.
@@ -51,10 +53,12 @@ class TargetList {
     // In ascending order of context id.
     std::map<std::uint64_t, Audience>& Audiences() { return audiences_; }
 
-    void Write(Audience& audience, const MetricsEvent& event) {
-        for (OutputTarget* target : audience.targets) Write(*target, event);
+    void Write(Audience& audience, std::span<const MetricsEvent> events) {
+        for (OutputTarget* target : audience.targets) Write(*target, events);
     }
-    void WriteToEach(const std::vector<MetricsEvent>& events);
+    void WriteToEach(std::span<const MetricsEvent> events) {
+        for (auto& [number, target] : targets_) Write(target, events);
+    }
     // Hands on what was written since the last time.
     void Flush();
 
@@ -68,7 +72,7 @@ class TargetList {
 
   private:
     Audience& AudienceFor(std::uint64_t contextId);
-    void Write(OutputTarget& target, const MetricsEvent& event);
+    void Write(OutputTarget& target, std::span<const MetricsEvent> events);
     ClosedTarget Close(OutputTarget& target);
     void CheckStream(OutputTarget& target);
     void CloseFile(OutputTarget& target);

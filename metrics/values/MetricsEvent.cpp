@@ -29,10 +29,7 @@ void MetricsEvent::ForgetTexts() noexcept {
 }
 
 unsigned long MetricsEvent::Write(MetricsValueBuffer& buffer) const {
-    unsigned long bytes = 0;
-    for (const MetricsValue* value : {&header, &contextId, &timestamp, &param1, &param2})
-        bytes += buffer.Append(*value);
-    return bytes;
+    return buffer.AppendEach({&header, &contextId, &timestamp, &param1, &param2});
 }
 
 unsigned long MetricsEvent::Read(const MetricsValueBuffer& buffer) {

@@ -40,7 +40,7 @@ std::size_t PayloadBytes(MetricsValueType kind) {
 
 // The number of bytes stored is the length modulo 65536: of a longer text, that much of its start.
 template <typename Char>
-std::uint32_t AppendText(std::vector<std::uint8_t>& bytes, std::basic_string_view<Char> text) {
+void AppendText(std::vector<std::uint8_t>& bytes, std::basic_string_view<Char> text) {
     const auto stored = static_cast<std::uint16_t>(text.size() + 1);
     const std::size_t at = bytes.size();
     bytes.resize(at + 3 + stored);
@@ -48,16 +48,59 @@ std::uint32_t AppendText(std::vector<std::uint8_t>& bytes, std::basic_string_vie
     StoreLittleEndian(&bytes[at + 1], stored, 2);
     const std::size_t copied = std::min<std::size_t>(stored, text.size());
     for (std::size_t i = 0; i < copied; ++i) bytes[at + 3 + i] = static_cast<std::uint8_t>(text[i]);
-    return 3U + stored;
 }
 
-std::uint32_t AppendFixed(std::vector<std::uint8_t>& bytes, const MetricsValue& value) {
-    std::uint8_t encoded[9] = {static_cast<std::uint8_t>(value.Kind())};
-    StoreLittleEndian(encoded + 1, value.AsUInt64(), 8);
-    const std::size_t size = 1 + PayloadBytes(value.Kind());
-    bytes.insert(bytes.end(), encoded, encoded + size);
-    return static_cast<std::uint32_t>(size);
-}
+// Values on their way into a vector, which is appended to in one step for several of them.
+class Encoder {
+  public:
+    explicit Encoder(std::vector<std::uint8_t>& bytes) : bytes_(bytes) {}
+
+    void Add(const MetricsValue& value) {
+        switch (value.Kind()) {
+            case MetricsValueType::String:
+            case MetricsValueType::StringRef: return AddText(value.Text());
+            case MetricsValueType::WideString:
+            case MetricsValueType::WideStringRef:
+                Flush();
+                return AppendText(bytes_, std::wstring_view(value.WideText()));
+            default: return AddFixed(value);
+        }
+    }
+    void Flush() {
+        bytes_.insert(bytes_.end(), block_, block_ + size_);
+        size_ = 0;
+    }
+
+  private:
+    void AddFixed(const MetricsValue& value) {
+        std::uint8_t* to = Reserve(9);
+        to[0] = static_cast<std::uint8_t>(value.Kind());
+        StoreLittleEndian(to + 1, value.AsUInt64(), 8);
+        size_ += 1 + PayloadBytes(value.Kind());
+    }
+    void AddText(std::string_view text) {
+        if (text.size() > kShort) {
+            Flush();
+            return AppendText(bytes_, text);
+        }
+        std::uint8_t* to = Reserve(3 + text.size() + 1);
+        to[0] = kTextTag;
+        StoreLittleEndian(to + 1, text.size() + 1, 2);
+        std::memcpy(to + 3, text.data(), text.size());
+        to[3 + text.size()] = 0;
+        size_ += 3 + text.size() + 1;
+    }
+    std::uint8_t* Reserve(std::size_t size) {
+        if (size > sizeof block_ - size_) Flush();
+        return block_ + size_;
+    }
+
+    static constexpr std::size_t kShort = 100;
+
+    std::vector<std::uint8_t>& bytes_;
+    std::uint8_t block_[256];
+    std::size_t size_ = 0;
+};
 
 MetricsValue MakeFixed(MetricsValueType kind, std::uint64_t payload) {
     switch (kind) {
@@ -86,13 +129,15 @@ MetricsBufferError::~MetricsBufferError() = default;
 MetricsValueBuffer::MetricsValueBuffer(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
 
 std::uint32_t MetricsValueBuffer::Append(const MetricsValue& value) {
-    switch (value.Kind()) {
-        case MetricsValueType::String:
-        case MetricsValueType::StringRef: return AppendText(bytes_, std::string_view(value.Text()));
-        case MetricsValueType::WideString:
-        case MetricsValueType::WideStringRef: return AppendText(bytes_, std::wstring_view(value.WideText()));
-        default: return AppendFixed(bytes_, value);
-    }
+    return AppendEach({&value});
+}
+
+std::uint32_t MetricsValueBuffer::AppendEach(std::initializer_list<const MetricsValue*> values) {
+    const std::size_t before = bytes_.size();
+    Encoder encoder(bytes_);
+    for (const MetricsValue* value : values) encoder.Add(*value);
+    encoder.Flush();
+    return static_cast<std::uint32_t>(bytes_.size() - before);
 }
 
 std::uint32_t MetricsValueBuffer::Extract(MetricsValue& value) const {

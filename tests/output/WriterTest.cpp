@@ -78,7 +78,7 @@ TEST(BufferWriterTest, WritesTheDocumentedBytes) {
                                                 3,    0xB4, 0x27, 0xAB, 0x81, 0x3D, 0x8A, 7, 0,  //
                                                 4,    5,    0,    'l',  'o',  'a',  'd',  0,     //
                                                 0,    0,    0,    0,    0,    0,    0,    0, 0};
-    EXPECT_EQ(writer.Buffer()->Bytes(), expected);
+    EXPECT_EQ(writer.TakeBuffer()->Bytes(), expected);
 }
 
 TEST(NullStreamTest, SwallowsEverythingAndStaysGood) {
