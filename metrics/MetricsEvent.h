@@ -49,11 +49,11 @@ class MetricsEvent {
 
     /// Most events own no text, and are copied as sixty bytes.
     MetricsEvent(const MetricsEvent& other) : MetricsEvent(other, MetricsValue::Bitwise{}) {
-        if (OwnsText()) [[unlikely]]
+        if (other.OwnsText()) [[unlikely]]
             DuplicateTexts();
     }
     MetricsEvent(MetricsEvent&& other) noexcept : MetricsEvent(other, MetricsValue::Bitwise{}) {
-        if (OwnsText()) [[unlikely]]
+        if (other.OwnsText()) [[unlikely]]
             other.ForgetTexts();
     }
     MetricsEvent& operator=(const MetricsEvent&) = default;

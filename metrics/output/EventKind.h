@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <span>
 
 #include "metrics/MetricsEvent.h"
 
@@ -23,26 +21,6 @@ inline bool CreatesRoot(const MetricsEvent& event) {
 
 inline bool CreatesChild(const MetricsEvent& event) {
     return event.Type() == MetricsEventType::ContextCreate && event.param1.AsUInt64() != 0;
-}
-
-// Events that stand together: several of one context, none of which changes whose turn it is, or any single
-// one.
-using EventRun = std::span<const MetricsEvent>;
-
-inline bool ChangesTurn(const MetricsEvent& event) {
-    return event.Type() <= MetricsEventType::DemuxSynthesized;
-}
-
-// The longest run at the front of `events`, which are not empty.
-inline EventRun LeadingRun(std::span<const MetricsEvent> events) {
-    const MetricsEvent& first = events.front();
-    std::size_t length = 1;
-    if (!ChangesTurn(first)) {
-        while (length < events.size() && ContextOf(events[length]) == ContextOf(first) &&
-               !ChangesTurn(events[length]))
-            ++length;
-    }
-    return events.first(length);
 }
 
 }  // namespace Metrics::detail

@@ -10,6 +10,36 @@ Audience* EventRouter::Foremost() {
     return audiences.empty() ? nullptr : &audiences.begin()->second;
 }
 
+// A batch counts as one moment: its lowest root goes first, wherever it stands in the batch.
+void EventRouter::AnnounceBatch() {
+    if (unannounced_ == batchEnd_ || sequencer_.Begun() != nullptr) return;
+    sequencer_.AnnounceRoots(unannounced_, batchEnd_);
+    unannounced_ = batchEnd_;
+}
+
+inline std::size_t EventRouter::Take(std::span<const MetricsEvent> events) {
+    const auto [record, newRoot] = sequencer_.Admit(events.front());
+    const std::uint64_t rootId = newRoot != nullptr ? newRoot->id : 0;
+    const std::size_t taken = record != nullptr ? Keep(*record, events) : 1;
+    if (rootId != 0) Welcome(rootId);
+    return taken;
+}
+
+inline std::size_t EventRouter::Keep(ContextRecord& record, std::span<const MetricsEvent> events) {
+    RootRecord* root = record.root;
+    Audience* audience = root != nullptr ? AudienceOf(*root) : nullptr;
+    if (audience != nullptr) {
+        AnnounceBatch();
+        if (sequencer_.MayPass(record)) return Pass(*audience, record, EventRun::LeadingOfBatch(events));
+        sequencer_.Hold(record, events.front());
+    } else if (root != nullptr) {
+        KeepUnwatched(*root, record, events.front());
+    } else {
+        KeepStranger(record, events.front());
+    }
+    return 1;
+}
+
 void EventRouter::Route(const std::vector<MetricsEvent>& batch) {
     batchEnd_ = batch.data() + batch.size();
     unannounced_ = ServesInTurn() ? batch.data() : batchEnd_;
@@ -18,44 +48,13 @@ void EventRouter::Route(const std::vector<MetricsEvent>& batch) {
     unannounced_ = batchEnd_ = nullptr;
 }
 
-// A batch counts as one moment: its lowest root goes first, wherever it stands in the batch.
-void EventRouter::AnnounceBatch() {
-    if (unannounced_ == batchEnd_ || sequencer_.Begun() != nullptr) return;
-    sequencer_.AnnounceRoots(unannounced_, batchEnd_);
-    unannounced_ = batchEnd_;
-}
-
-std::size_t EventRouter::Take(std::span<const MetricsEvent> events) {
-    const auto [record, newRoot] = sequencer_.Admit(events.front());
-    const std::uint64_t rootId = newRoot != nullptr ? newRoot->id : 0;
-    const std::size_t taken = record != nullptr ? Keep(*record, events) : 1;
-    if (rootId != 0) Welcome(rootId);
-    return taken;
-}
-
-std::size_t EventRouter::Keep(ContextRecord& record, std::span<const MetricsEvent> events) {
-    RootRecord* root = record.root;
-    Audience* audience = root != nullptr ? AudienceOf(*root) : nullptr;
-    if (audience != nullptr) return KeepWatched(*audience, record, LeadingRun(events));
-    if (root != nullptr)
-        KeepUnwatched(*root, record, events.front());
-    else
-        KeepStranger(record, events.front());
-    return 1;
-}
-
-std::size_t EventRouter::KeepWatched(Audience& audience, ContextRecord& record, EventRun run) {
-    AnnounceBatch();
-    if (!sequencer_.MayPass(record)) {
-        for (const MetricsEvent& event : run) sequencer_.Hold(record, event);
-        return run.size();
-    }
+std::size_t EventRouter::Pass(Audience& audience, ContextRecord& record, const EventRun& run) {
     RootRecord& root = *record.root;
-    Deliver(audience, run);
+    Deliver(audience, run.events);
     RootRecord* left = sequencer_.Passed(root, run);
     const bool goesOn = left != nullptr && left->current == &record;
     if (!goesOn && Serve(audience, left) == nullptr && ServesInTurn()) ServeInTurn();
-    return run.size();
+    return run.events.size();
 }
 
 void EventRouter::KeepStranger(ContextRecord& record, const MetricsEvent& event) {
@@ -109,8 +108,8 @@ void EventRouter::Drain(const EventSequencer::Forcing& forcing) {
 }
 
 RootRecord* EventRouter::Serve(Audience& audience, RootRecord* root) {
-    for (EventRun run; !(run = sequencer_.Next(root)).empty();) {
-        Deliver(audience, run);
+    for (EventRun run; !(run = sequencer_.Next(root)).events.empty();) {
+        Deliver(audience, run.events);
         root = sequencer_.Release(*root, run);
     }
     return root;
@@ -131,15 +130,15 @@ void EventRouter::ServeInTurn() {
     }
 }
 
-void EventRouter::Deliver(Audience& audience, EventRun run) {
-    if (!mute_) return Send(audience, run);
-    for (const MetricsEvent& event : run)
+void EventRouter::Deliver(Audience& audience, std::span<const MetricsEvent> events) {
+    if (!mute_) return Send(audience, events);
+    for (const MetricsEvent& event : events)
         if (!IsVolatile(event, audience.muted)) Send(audience, {&event, 1});
 }
 
-void EventRouter::Send(Audience& audience, EventRun run) {
-    targets_.Write(audience, run);
-    const MetricsEvent& last = run.back();
+void EventRouter::Send(Audience& audience, std::span<const MetricsEvent> events) {
+    targets_.Write(audience, events);
+    const MetricsEvent& last = events.back();
     if (last.Type() == MetricsEventType::ContextClose && ContextOf(last) == audience.contextId)
         targets_.Mark(audience);
 }

@@ -46,7 +46,7 @@ class EventRouter {
     // These take the first of the events, or more, and return how many.
     std::size_t Take(std::span<const MetricsEvent> events);
     std::size_t Keep(ContextRecord& record, std::span<const MetricsEvent> events);
-    std::size_t KeepWatched(Audience& audience, ContextRecord& record, EventRun run);
+    std::size_t Pass(Audience& audience, ContextRecord& record, const EventRun& run);
     void KeepStranger(ContextRecord& record, const MetricsEvent& event);
     void KeepUnwatched(RootRecord& root, ContextRecord& record, const MetricsEvent& event);
     void Welcome(std::uint64_t rootId);
@@ -58,8 +58,8 @@ class EventRouter {
     Audience* Foremost();
     void AnnounceBatch();
 
-    void Deliver(Audience& audience, EventRun run);
-    void Send(Audience& audience, EventRun run);
+    void Deliver(Audience& audience, std::span<const MetricsEvent> events);
+    void Send(Audience& audience, std::span<const MetricsEvent> events);
     // Lets out what can be released of a root. Returns the root, or null when it ended.
     RootRecord* Serve(Audience& audience, RootRecord* root);
     void ServeInTurn();

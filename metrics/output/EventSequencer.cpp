@@ -38,24 +38,9 @@ EventSequencer::Admission EventSequencer::AdmitCreation(const MetricsEvent& even
     return admission;
 }
 
-EventSequencer::Effect EventSequencer::EffectOf(EventRun run) {
-    const MetricsEvent& first = run.front();
-    if (ChangesTurn(first)) {
-        const bool ends = first.Type() == MetricsEventType::ContextClose ||
-                          first.Type() == MetricsEventType::DemuxSynthesized;
-        return {true, ends, CreatesChild(first) ? CreatedContext(first) : 0, 0};
-    }
-    std::uint32_t openScopes = 0;
-    for (const MetricsEvent& event : run) {
-        openScopes += event.Type() == MetricsEventType::ScopeOpen;
-        openScopes -= event.Type() == MetricsEventType::ScopeClose;
-    }
-    return {false, false, 0, openScopes};
-}
-
-RootRecord* EventSequencer::Release(RootRecord& root, EventRun run) {
+RootRecord* EventSequencer::Release(RootRecord& root, const EventRun& run) {
     const Effect effect = EffectOf(run);
-    forest_.PopFront(*root.current, run.size());
+    forest_.PopFront(*root.current, run.events.size());
     return Settle(root, effect);
 }
 
@@ -64,7 +49,7 @@ RootRecord* EventSequencer::Settle(RootRecord& root, const Effect& effect) {
     if (effect.ends) return Ascend(root);
     if (effect.child != 0)
         Descend(root, effect.child);
-    else if (!effect.changesTurn && root.current->open)
+    else if (root.current->open)
         root.current->openScopes += effect.openScopes;
     return &root;
 }
@@ -109,7 +94,8 @@ void EventSequencer::AnnounceRoots(const MetricsEvent* first, const MetricsEvent
 EventRun EventSequencer::Force(RootRecord*& root) {
     while (root != nullptr) {
         ContextRecord* current = root->current;
-        if (current != nullptr && !current->waiting.Empty()) return LeadingRun(current->waiting.Front());
+        if (current != nullptr && !current->waiting.Empty())
+            return EventRun::Leading(current->waiting.Front());
         if (!MayForce(*root)) return {};
         if (current != nullptr && current->open)
             CloseByForce(*current);
@@ -151,9 +137,9 @@ void EventSequencer::ReleaseRootless() {
 bool EventSequencer::Take(std::uint64_t rootId, MetricsEvent& event) {
     RootRecord* root = mode_ == Mode::RequestedRoot ? FindRoot(rootId) : Served();
     for (; root != nullptr; root = Served()) {
-        if (const EventRun run = Next(root); !run.empty()) {
-            event = run.front();
-            Release(*root, run.first(1));
+        if (const EventRun run = Next(root); !run.events.empty()) {
+            event = run.events.front();
+            Release(*root, EventRun::Leading(run.events.first(1)));
             return true;
         }
         if (root != nullptr || mode_ == Mode::RequestedRoot) return false;

@@ -5,7 +5,7 @@
 
 #include "metrics/MetricsDemultiplexer.h"
 #include "metrics/output/ContextForest.h"
-#include "metrics/output/EventKind.h"
+#include "metrics/output/EventRun.h"
 
 namespace Metrics::detail {
 
@@ -52,7 +52,7 @@ class EventSequencer {
     // Whether the events just admitted for `record` come next in the order.
     bool MayPass(const ContextRecord& record) { return IsNext(record) && IsServed(*record.root); }
     // A passed run was used. Returns the root, or null when that was its end.
-    RootRecord* Passed(RootRecord& root, EventRun run) { return Settle(root, EffectOf(run)); }
+    RootRecord* Passed(RootRecord& root, const EventRun& run) { return Settle(root, EffectOf(run)); }
 
     // In LowestRoot: the root whose turn it is; null when it is the turn of context 0.
     RootRecord* Served() { return begun_ != nullptr ? begun_ : ChooseServed(); }
@@ -66,12 +66,12 @@ class EventSequencer {
     EventRun Next(RootRecord*& root) {
         if (root == nullptr) return {};
         ContextRecord* current = root->current;
-        if (current != nullptr && !current->waiting.Empty()) return LeadingRun(current->waiting.Front());
+        if (current != nullptr && !current->waiting.Empty())
+            return EventRun::Leading(current->waiting.Front());
         return forcing_.on ? Force(root) : EventRun{};
     }
-    // Drops the run that Next returned, or the beginning of it. Returns the root, or null when that was its
-    // end.
-    RootRecord* Release(RootRecord& root, EventRun run);
+    // Drops the run that Next returned. Returns the root, or null when that was its end.
+    RootRecord* Release(RootRecord& root, const EventRun& run);
 
     // The same for context 0, while it is its turn, one event at a time.
     const MetricsEvent* NextRootless();
@@ -91,13 +91,17 @@ class EventSequencer {
   private:
     // What a run does to the order once it is released.
     struct Effect {
-        bool changesTurn;
-        bool ends;                 // the context
-        std::uint64_t child;       // that begins here, or 0
-        std::uint32_t openScopes;  // that it adds, modulo 2^32
+        bool ends = false;         // the context
+        std::uint64_t child = 0;   // that begins here, or 0
+        std::uint32_t openScopes;  // that it adds
     };
 
-    static Effect EffectOf(EventRun run);
+    static Effect EffectOf(const EventRun& run) {
+        const MetricsEvent& first = run.events.front();
+        const MetricsEventType type = first.Type();
+        return {type == MetricsEventType::ContextClose || type == MetricsEventType::DemuxSynthesized,
+                CreatesChild(first) ? CreatedContext(first) : 0, run.openScopes};
+    }
     Admission AdmitLifecycle(const MetricsEvent& event);
     Admission AdmitCreation(const MetricsEvent& event);
     ContextRecord* Find(std::uint64_t id) { return id != 0 ? forest_.Find(id) : &rootless_; }
