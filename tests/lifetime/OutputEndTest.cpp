@@ -1,5 +1,4 @@
-// Outputs that end at odd moments: under load, during Shutdown, after FreeInstance, in a callback, several
-// at once.
+// Outputs that end at odd moments: during Shutdown, after FreeInstance, in a callback, several at once.
 #include <sstream>
 
 #include "metrics/Context.h"
@@ -7,7 +6,6 @@
 #include "metrics/MetricsOutput.h"
 #include "tests/lifetime/Text.h"
 #include "tests/lifetime/Threads.h"
-#include "tests/support/Memory.h"
 #include "tests/support/RunningTest.h"
 
 namespace Metrics::Testing {
@@ -31,31 +29,6 @@ void Mark(const char* name) {
     METRICS_SCOPE_NAMED(name);
 }
 
-class UnderLoad : public ::testing::TestWithParam<Format> {};
-
-TEST_P(UnderLoad, FinishAndCloseReturnWithWhatWasPostedBefore) {
-    const Session session;
-    std::ostringstream text;
-    MetricsOutput output(Mode::Borrowed, GetParam());
-    Context mine = Context::Root("mine");
-    output.WriteToStream(text, mine.GetContextId());
-    const auto posters = Repeat(kThreadSanitized ? 2 : 4, [](unsigned) {
-        Context context = Context::Root("load");
-        METRICS_SCOPE("load");
-    });
-    constexpr std::size_t kMarks = kThreadSanitized ? 3 : 10;  // the worker is slow there
-    for (std::size_t i = 0; i < kMarks; ++i) {
-        { METRICS_SCOPE("mark"); }
-        output.Finish(0);
-    }
-    mine.Close();
-    output.Close();
-    EXPECT_EQ(Count(text.str(), ",6,\"mark\""), kMarks);
-    EXPECT_EQ(output.GetErrors(), std::vector<std::string>{});
-}
-
-INSTANTIATE_TEST_SUITE_P(Formats, UnderLoad, ::testing::Values(Format::RawUnordered, Format::Raw));
-
 TEST_F(OutputEnd, DuringShutdown) {
     for (int i = 0; i < 100; ++i) {
         Manager().Start();
@@ -77,8 +50,7 @@ TEST_F(OutputEnd, AfterShutdownAndAfterARestart) {
     stopped.output.reset();
     EXPECT_TRUE(stopped.Has("before"));
     Manager().Start();
-    const Written
-        fresh[3];  // their subscriptions have the ids that those of the recorder and the outputs had
+    const Written fresh[3];  // with the ids that the subscriptions of the recorder and the outputs had
     restarted.output.reset();
     Mark("after");
     EXPECT_TRUE(restarted.Has("before"));

@@ -1,7 +1,6 @@
 // Whole outputs behind the real manager. What they write of real work is compared with the examples' texts.
 #include <atomic>
 #include <iostream>
-#include <optional>
 #include <thread>
 
 #include "metrics/Context.h"
@@ -87,21 +86,6 @@ TEST_F(WholeOutput, ClosedInACallbackWhileAnotherThreadCloses) {
 }
 
 using OutputAlone = OutputTest;
-
-TEST_F(OutputAlone, DestroyedAfterShutdownAndAfterFreeInstanceItClosesWhatIsOpen) {
-    for (const bool freed : {false, true}) {
-        std::optional<Session> session(std::in_place);
-        std::optional<MetricsOutput> output(std::in_place, Mode::Single, Format::Xml);
-        output->OpenFile(Path("xml"), 0);
-        Context open(0, Context::Create(true));
-        open.OpenScope();
-        session.reset();
-        if (freed) MetricsManager::FreeInstance();
-        output.reset();
-        const std::string text = ReadFile(Path("xml"));
-        EXPECT_TRUE(Has(text, "<ForceCloseContextDepth>1</ForceCloseContextDepth>")) << text;
-    }
-}
 
 TEST_F(OutputAlone, BeforeTheManagerStartsItOpensFinishesAndCloses) {
     MetricsOutput output(Mode::Single, Format::Raw);

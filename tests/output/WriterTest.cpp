@@ -2,7 +2,6 @@
 #include <random>
 
 #include "metrics/output/BufferWriter.h"
-#include "metrics/output/NullStream.h"
 #include "metrics/output/RawWriter.h"
 #include "metrics/output/XmlWriter.h"
 #include "tests/output/OutputFixture.h"
@@ -79,12 +78,6 @@ TEST(BufferWriterTest, WritesTheDocumentedBytes) {
                                                 4,    5,    0,    'l',  'o',  'a',  'd',  0,     //
                                                 0,    0,    0,    0,    0,    0,    0,    0, 0};
     EXPECT_EQ(writer.TakeBuffer()->Bytes(), expected);
-}
-
-TEST(NullStreamTest, SwallowsEverythingAndStaysGood) {
-    basic_onullstream<char> stream;
-    stream << "text" << std::endl;
-    EXPECT_TRUE(stream.good());
 }
 
 // Names, attributes and values with any bytes.

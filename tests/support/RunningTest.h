@@ -16,6 +16,9 @@ class FreshTest : public ::testing::Test {
         MetricsManager::FreeInstance();
     }
     MetricsManager& Manager() { return MetricsManager::GetInstance(); }
+    bool WaitForState(std::uint32_t state) {
+        return Manager().WaitUntil([&] { return Manager().GetState() == state; }, 20000);
+    }
 };
 
 /// A manager that runs and collects, and a recorder.
