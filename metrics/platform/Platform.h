@@ -171,7 +171,6 @@ class RecursiveMutex {
     RecursiveMutex& operator=(const RecursiveMutex&) = delete;
 
     void lock();
-    bool try_lock();
     void unlock();
 
   private:

@@ -16,10 +16,6 @@ void RecursiveMutex::lock() {
     native_->mutex.lock();
 }
 
-bool RecursiveMutex::try_lock() {
-    return native_->mutex.try_lock();
-}
-
 void RecursiveMutex::unlock() {
     native_->mutex.unlock();
 }

@@ -20,10 +20,6 @@ void RecursiveMutex::lock() {
     EnterCriticalSection(&native_->section);
 }
 
-bool RecursiveMutex::try_lock() {
-    return TryEnterCriticalSection(&native_->section) != FALSE;
-}
-
 void RecursiveMutex::unlock() {
     LeaveCriticalSection(&native_->section);
 }
