@@ -125,7 +125,7 @@ class METRICS_API Scope {
 
     void OpenAt(detail::CallSite& site, int line) noexcept;
     void OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept;
-    bool OpensPlainly(const MetricsThreadContext* record, const MetricsValue& value) const noexcept;
+    bool OpensPlainly(const MetricsThreadContext& record, const MetricsValue& value) const noexcept;
     bool OpenOther(const MetricsValue& value, const char* file, int line) noexcept;
     bool OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                    int line) noexcept;

@@ -111,17 +111,16 @@ Scope::Scope(OnContext, MetricsThreadContext& record, detail::ContextState& cont
 }
 
 // What nearly every opening is: the first one, of a scope that measures nothing, in a context that is known.
-inline bool Scope::OpensPlainly(const MetricsThreadContext* record,
+inline bool Scope::OpensPlainly(const MetricsThreadContext& record,
                                 const MetricsValue& value) const noexcept {
-    if (record == nullptr || live_ || value.OwnsText() || SelectedSubscopes(bits_) != 0) return false;
-    const detail::ContextState* context = record->Current();
-    return IsUsable(context) && context->identified.load(std::memory_order_relaxed) &&
-           !record->announceComponent;
+    return !live_ && !value.OwnsText() && SelectedSubscopes(bits_) == 0 &&
+           record.Current()->identified.load(std::memory_order_relaxed) && !record.announceComponent;
 }
 
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
     MetricsThreadContext* record = ReadyThreadRecord();
-    if (!OpensPlainly(record, value)) [[unlikely]]
+    if (record != nullptr && !live_ && !IsUsable(record->Current())) return false;
+    if (record == nullptr || !OpensPlainly(*record, value)) [[unlikely]]
         return OpenOther(value, file, line);
     detail::ContextState& context = *record->Current();
     record->PinCurrent();
