@@ -72,7 +72,7 @@ class MetricsEvent {
     }
     /// Overwrites the type field and nothing else of the header.
     void SetType(MetricsEventType type) noexcept {
-        header.bits_.low = (header.bits_.low & ~0xFCU) | ToSixBits(type) << 2;
+        header = Opaque64((header.AsUInt64() & ~std::uint64_t{0xFC}) | std::uint64_t{ToSixBits(type)} << 2);
     }
     std::uint32_t ComponentId() const noexcept { return static_cast<std::uint32_t>(header.AsUInt64()) >> 20; }
     std::uint32_t SequenceNumber() const noexcept {
@@ -89,6 +89,10 @@ class MetricsEvent {
   private:
     friend class Scope;
 
+    // The same as SetType where the header is known to be a word.
+    void SetTypeInWord(MetricsEventType type) noexcept {
+        header.bits_.low = (header.bits_.low & ~0xFCU) | ToSixBits(type) << 2;
+    }
     // In one piece, which is four moves and not ten.
     MetricsEvent(const MetricsEvent& other, MetricsValue::Bitwise how) noexcept
         : header(how), contextId(how), timestamp(how), param1(how), param2(how) {

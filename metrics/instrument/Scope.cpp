@@ -77,7 +77,7 @@ inline void Scope::Post(const MetricsThreadContext& record) const noexcept {
 
 // The same as the opening but for the type.
 inline void Scope::PostClosing(const MetricsThreadContext& record) noexcept {
-    body_.data.event_.SetType(MetricsEventType::ScopeClose);
+    body_.data.event_.SetTypeInWord(MetricsEventType::ScopeClose);
     Post(record);
 }
 
