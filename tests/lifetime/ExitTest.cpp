@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "tests/lifetime/Text.h"
+#include "tests/support/FolderTest.h"
 
 namespace Metrics::Testing {
 namespace {
@@ -19,7 +20,7 @@ int ExitCode(const std::string& command) {
 
 // The numbers 0, 1, 2 ... of the events called `name`: how many there are in this order, and none besides.
 int CountInOrder(const std::string& file, const std::string& name) {
-    std::istringstream text(TextOf(file));
+    std::istringstream text(ReadFile(file));
     const std::string before = ",10,\"" + name + "\",\"";
     int count = 0;
     for (std::string line; std::getline(text, line);) {
@@ -48,10 +49,10 @@ TEST_P(Exit, KeepsWhatItPromises) {
     if (way == "throw") {
         EXPECT_NE(code, 0);
         EXPECT_NE(code, 7);
-        const std::string said = TextOf(errors);
+        const std::string said = ReadFile(errors);
         EXPECT_LT(said.find("std::runtime_error"), said.find('\n')) << "ended over something else: " << said;
     } else {
-        EXPECT_EQ(code, 7) << TextOf(errors);
+        EXPECT_EQ(code, 7) << ReadFile(errors);
     }
     EXPECT_EQ(CountInOrder(file, "kept"), 1000);
     // Where the output was closed, what was posted after its last Flush is there as well.

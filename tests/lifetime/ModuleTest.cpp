@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/lifetime/Text.h"
+#include "tests/support/FolderTest.h"
 #include "tests/support/Module.h"
 #include "tests/support/Wine.h"
 
@@ -23,7 +24,7 @@ struct LoadedModule : ::Module {
 };
 
 std::size_t CountIn(const char* file, const char* what) {
-    return Count(TextOf(file), what);
+    return Count(ReadFile(file), what);
 }
 
 #ifdef LIFETIME_HOST

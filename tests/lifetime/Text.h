@@ -1,15 +1,8 @@
 #pragma once
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace Metrics::Testing {
-
-inline std::string TextOf(const std::string& file) {
-    std::ifstream stream(file);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
 
 /// How often `what` stands in the text.
 inline std::size_t Count(const std::string& text, const std::string& what) {

@@ -4,15 +4,13 @@
 
 #include <algorithm>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <sstream>
 
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/OutputState.h"
-#include "metrics/platform/Platform.h"
 #include "tests/output/EventMaking.h"
+#include "tests/support/FolderTest.h"
 
 namespace Metrics::Testing {
 
@@ -73,26 +71,6 @@ inline Briefs Decode(const std::shared_ptr<MetricsValueBuffer>& buffer) {
     return briefs;
 }
 
-// A folder of its own for each test, gone afterwards.
-class OutputTest : public testing::Test {
-  protected:
-    OutputTest() { std::filesystem::create_directories(folder_); }
-    ~OutputTest() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
-    }
-
-    std::string Path(const std::string& name) const { return (folder_ / name).string(); }
-    static std::string ReadFile(const std::string& name) {
-        std::ifstream file(name);  // as text, as it was written: systems end lines each in their way
-        if (!file) return "no file";
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
-
-  private:
-    const std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
-                                          (testing::UnitTest::GetInstance()->current_test_info()->name() +
-                                           std::to_string(platform::CurrentProcessId()));
-};
+using OutputTest = FolderTest;
 
 }  // namespace Metrics::Testing

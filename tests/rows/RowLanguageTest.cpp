@@ -17,19 +17,14 @@
 // of 7.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <regex>
 #include <sstream>
 
 #include "tests/rows/RunRows.h"
+#include "tests/support/FolderTest.h"
 
 namespace {
-
-std::string Read(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::vector<std::string> Split(const std::string& text, const std::string& mark) {
     std::vector<std::string> pieces;
@@ -58,7 +53,8 @@ void Check(const std::string& definition, const std::string& input, const std::s
 class RowLanguage : public testing::TestWithParam<const char*> {};
 
 TEST_P(RowLanguage, EveryCaseHolds) {
-    const auto cases = Split(Read(std::string(ROW_DATA "/") + GetParam() + ".rows"), "\n== ");
+    const auto cases =
+        Split(Metrics::Testing::ReadFile(std::string(ROW_DATA "/") + GetParam() + ".rows"), "\n== ");
     ASSERT_GT(cases.size(), 1U);
     for (std::size_t i = 1; i < cases.size(); ++i) {
         SCOPED_TRACE(cases[i]);
@@ -98,7 +94,8 @@ INSTANTIATE_TEST_SUITE_P(Files, RowLanguage,
 // A fenced block "definition" followed by "csv" is an example; "xml" is its input, or, before the first
 // definition, that of all without one. So is a line of a table that has code in its first two columns.
 TEST(RowsPage, EveryExampleHolds) {
-    const std::string page = std::regex_replace(Read(ROW_PAGE), std::regex(R"(\\\|)"), "|");
+    const std::string page =
+        std::regex_replace(Metrics::Testing::ReadFile(ROW_PAGE), std::regex(R"(\\\|)"), "|");
     std::string common, definition, input;
     std::size_t definitions = 0, examples = 0, expressions = 0, errors = 0;
     const auto blocks = Split(page, "```");

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "metrics/platform/Platform.h"
+#include "tests/support/FolderTest.h"
 
 namespace {
 
@@ -14,16 +15,8 @@ using Metrics::ColumnType;
 using Metrics::detail::WriteSchema;
 namespace fs = std::filesystem;
 
-// A folder of its own for each test.
-class SchemaFileTest : public testing::Test {
+class SchemaFileTest : public Metrics::Testing::FolderTest {
   protected:
-    SchemaFileTest() {
-        fs::remove_all(folder_);
-        fs::create_directories(folder_);
-    }
-    ~SchemaFileTest() override { fs::remove_all(folder_); }
-
-    std::string Table(const std::string& name) const { return (folder_ / name).string(); }
     static std::string Message(const std::string& file) {
         try {
             WriteSchema(file, {}, ',');
@@ -33,9 +26,6 @@ class SchemaFileTest : public testing::Test {
         return "no error";
     }
 
-    const fs::path folder_ =
-        fs::temp_directory_path() /
-        (std::string("metrics_schema_") + testing::UnitTest::GetInstance()->current_test_info()->name());
     const fs::path schema_ = folder_ / "schema.ini";
 };
 
@@ -56,15 +46,15 @@ TEST_F(SchemaFileTest, ASectionNamesEveryTypeAndTheOthersKeepTheirBytes) {
     const std::string before = "; mine\n[a.csv]\ncol1=\"x\" Memo \t\n\n";
     const std::string after = "[ab.csv]\nx = y ; z\n\n\n[b.csv.old]\nno end of line";
     std::ofstream(schema_, std::ios::binary) << before + "[B.CSV]\nold=1\n\nolder=2\n" + after;
-    WriteSchema(Table("b.csv"), columns, '|');
-    WriteSchema(Table("c.csv"), {}, '|');
+    WriteSchema(Path("b.csv"), columns, '|');
+    WriteSchema(Path("c.csv"), {}, '|');
     std::ostringstream content;
     content << std::ifstream(schema_).rdbuf();
     EXPECT_EQ(content.str(), before + "[b.csv]\n" + entries + after + "\n[c.csv]\n" + head);
 }
 
 TEST_F(SchemaFileTest, AnUnchangedSectionIsNotWritten) {
-    const auto write = [&](ColumnType type) { WriteSchema(Table("a.csv"), {{"v", type}}, '|'); };
+    const auto write = [&](ColumnType type) { WriteSchema(Path("a.csv"), {{"v", type}}, '|'); };
     write(ColumnType::Real);
     fs::last_write_time(schema_, fs::file_time_type::clock::now() - std::chrono::hours(1));
     const auto longAgo = fs::last_write_time(schema_);  // as the file system keeps it
@@ -76,20 +66,20 @@ TEST_F(SchemaFileTest, AnUnchangedSectionIsNotWritten) {
 
 TEST_F(SchemaFileTest, PathsThatAreTooLong) {
     EXPECT_EQ(Message("/" + std::string(254, 'd') + "/x.csv"), "input path too long");
-    EXPECT_EQ(Message(Table(std::string(255, 'n') + ".csv")), "input path too long");
-    EXPECT_EQ(Message(Table(std::string(200, 'n') + ".csv")), "no error");
+    EXPECT_EQ(Message(Path(std::string(255, 'n') + ".csv")), "input path too long");
+    EXPECT_EQ(Message(Path(std::string(200, 'n') + ".csv")), "no error");
 }
 
 // The first table of a folder that cannot be written is tried for a while, each further one once.
 TEST_F(SchemaFileTest, AFolderThatIsNoneFailsOnceSlowlyThenAtOnce) {
     std::ofstream(folder_ / "file") << "x";
     const auto start = std::chrono::steady_clock::now();
-    const std::string message = Message(Table("file/x.csv"));
+    const std::string message = Message(Path("file/x.csv"));
     const auto first = std::chrono::steady_clock::now();
     EXPECT_TRUE(message.starts_with("WritePrivateProfileString failed with errorcode ")) << message;
     EXPECT_NE(message.back(), ' ');
     EXPECT_GE(first - start, std::chrono::milliseconds(1250));
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(Message(Table("file/" + std::to_string(i) + ".csv")), message);
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(Message(Path("file/" + std::to_string(i) + ".csv")), message);
     EXPECT_LT(std::chrono::steady_clock::now() - first, std::chrono::milliseconds(500));
 }
 

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <iostream>
-#include <streambuf>
 #include <thread>
 #include <vector>
 
@@ -20,24 +19,11 @@
 #include "metrics/Scope.h"
 #include "metrics/Session.h"
 #include "tests/stress/Arguments.h"
+#include "tests/stress/CountingBuffer.h"
 #include "tests/support/Memory.h"
 
 namespace Metrics::Testing {
 namespace {
-
-class Nowhere : public std::streambuf {
-  public:
-    std::uint64_t Lines() const { return lines_; }
-
-  private:
-    std::streamsize xsputn(const char* text, std::streamsize size) override {
-        lines_ += static_cast<std::uint64_t>(std::count(text, text + size, '\n'));
-        return size;
-    }
-    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
-
-    std::uint64_t lines_ = 0;
-};
 
 MetricsManager& Manager() {
     return MetricsManager::GetInstance();
@@ -59,7 +45,7 @@ int Measure(const Arguments& arguments) {
     const std::uint64_t ahead = arguments.Get("--ahead", 200'000);
     const std::uint64_t slow = arguments.Get("--slow", 0);
     const auto limit = static_cast<std::int64_t>(kSanitized ? 0 : arguments.Get("--limit", 0));
-    Nowhere nowhere;
+    CountingBuffer nowhere("\n");
     std::ostream stream(&nowhere);
     std::int64_t highest = 0;
     {
@@ -92,8 +78,8 @@ int Measure(const Arguments& arguments) {
         output.Close();
         look(true);
     }
-    std::cout << nowhere.Lines() << " lines, at most " << highest << " MiB resident\n";
-    return nowhere.Lines() > events && (limit == 0 || highest <= limit) ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::cout << nowhere.Count() << " lines, at most " << highest << " MiB resident\n";
+    return nowhere.Count() > events && (limit == 0 || highest <= limit) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace

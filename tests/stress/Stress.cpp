@@ -21,6 +21,7 @@
 #include "metrics/MetricsSubscription.h"
 #include "tests/lifetime/Threads.h"
 #include "tests/stress/Arguments.h"
+#include "tests/stress/CountingBuffer.h"
 #include "tests/stress/Ledger.h"
 #include "tests/support/Memory.h"
 
@@ -39,23 +40,6 @@ unsigned Pick(Random& random, unsigned below) {
 MetricsManager& Manager() {
     return MetricsManager::GetInstance();
 }
-
-/// Counts the marks in the text that is written to it. Lines arrive whole.
-class MarkCounter : public std::streambuf {
-  public:
-    std::uint64_t Marks() const { return marks_; }
-
-  private:
-    std::streamsize xsputn(const char* text, std::streamsize size) override {
-        static const std::string mark = ",10,\"mark\",";
-        const std::string_view block(text, static_cast<std::size_t>(size));
-        for (std::size_t at = block.find(mark); at != block.npos; at = block.find(mark, at + 1)) ++marks_;
-        return size;
-    }
-    int_type overflow(int_type c) override { return traits_type::not_eof(c); }
-
-    std::uint64_t marks_ = 0;
-};
 
 void MarkAtRandom(Random& random) {
     METRICS_SCOPE("without a context");
@@ -173,7 +157,7 @@ void GiveUp(Run& run) {
 
 // One run of the manager, under threads that post all the time.
 void RunOnce(Run& run) {
-    MarkCounter counter;
+    CountingBuffer counter(",10,\"mark\",");
     std::ostream stream(&counter);
     const std::uint64_t before = run.ledger.Received();
     MetricsOutput output(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::RawUnordered);
@@ -191,7 +175,7 @@ void RunOnce(Run& run) {
     const bool givenUp = Clock::now() - start >= std::chrono::seconds(1);
     output.Close();
     if (givenUp) return GiveUp(run);
-    run.Expect(counter.Marks() == run.ledger.Received() - before,
+    run.Expect(counter.Count() == run.ledger.Received() - before,
                "output and subscriber saw different marks");
     ++run.restarts;
 }

@@ -12,6 +12,7 @@
 #include "metrics/MetricsOutput.h"
 #include "tests/lifetime/Text.h"
 #include "tests/lifetime/Threads.h"
+#include "tests/support/FolderTest.h"
 #include "tests/support/Memory.h"
 #include "tests/support/RunningTest.h"
 
@@ -91,12 +92,12 @@ TEST_F(Fork, TheChildsMarksAreDroppedUntilItStartsAgain) {
             parents.Finish(0);
             parents.Close();
         }
-        EXPECT_EQ(Count(TextOf("fork-child.csv"), ",6,\"child\""), 1U);
-        EXPECT_EQ(Count(TextOf("fork-child.csv"), "early"), 0U);
+        EXPECT_EQ(Count(ReadFile("fork-child.csv"), ",6,\"child\""), 1U);
+        EXPECT_EQ(Count(ReadFile("fork-child.csv"), "early"), 0U);
     });
     scope.Close();
     parents.Close();
-    const std::string text = TextOf("fork-parent.csv");
+    const std::string text = ReadFile("fork-parent.csv");
     EXPECT_EQ(Count(text, ",6,\"parent\""), 1U) << "the child wrote what it had inherited";
     EXPECT_EQ(Count(text, ",7,\"open across the fork\""), 1U);
     EXPECT_EQ(Count(text, "child"), 0U);
@@ -115,7 +116,7 @@ TEST_F(Fork, TheChildUnwinds) {
     }();
     if (child == 0) _exit(3);
     EXPECT_EQ(Wait(child), 3);
-    EXPECT_NE(Count(TextOf("fork-unwind.csv"), ",7,\"unwinds\""), 0U);
+    EXPECT_NE(Count(ReadFile("fork-unwind.csv"), ",7,\"unwinds\""), 0U);
 }
 
 TEST_F(Fork, WhateverOtherThreadsAreDoing) {

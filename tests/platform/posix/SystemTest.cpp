@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "metrics/platform/Platform.h"
+#include "tests/support/FolderTest.h"
 
 namespace Metrics::platform {
 
@@ -100,18 +101,18 @@ TEST(ThreadHandleTest, ALivingThreadIsAliveWithoutAnyDescriptorLeft) {
     EXPECT_TRUE(isAlive);
 }
 
-TEST(PathTest, AWorkingDirectoryThatDoesNotFitIsEmpty) {
+using LongPathTest = Testing::FolderTest;
+
+TEST_F(LongPathTest, AWorkingDirectoryThatDoesNotFitIsEmpty) {
     namespace fs = std::filesystem;
     const fs::path before = fs::current_path();
-    const fs::path root = fs::temp_directory_path() / ("metrics-path-" + std::to_string(CurrentProcessId()));
     for (const std::size_t length : {kWorkingDirectoryBuffer - 1, kWorkingDirectoryBuffer}) {
-        const fs::path deep = root / std::string(length - root.string().size() - 1, 'd');
+        const fs::path deep = folder_ / std::string(length - folder_.string().size() - 1, 'd');
         fs::create_directories(deep);
         fs::current_path(deep);
         EXPECT_EQ(WorkingDirectory(), length < kWorkingDirectoryBuffer ? deep.string() : "");
     }
     fs::current_path(before);
-    fs::remove_all(root);
 }
 
 TEST(AddressSpaceTest, ARegionWithoutRightsIsReservedUntilItGetsSome) {

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "metrics/rows/SchemaFile.h"
+#include "tests/support/FolderTest.h"
 
 namespace {
 
@@ -27,12 +28,12 @@ void Describe(const fs::path& folder, int process) noexcept {
     }
 }
 
-TEST(SchemaProcesses, NoneLosesASectionOfAnother) {
-    const fs::path folder = fs::temp_directory_path() / ("metrics_schema_" + std::to_string(getpid()));
-    fs::create_directories(folder);
+using SchemaProcesses = Metrics::Testing::FolderTest;
+
+TEST_F(SchemaProcesses, NoneLosesASectionOfAnother) {
     for (int process = 0; process < kProcesses; ++process) {
         if (fork() != 0) continue;
-        Describe(folder, process);
+        Describe(folder_, process);
         _exit(0);
     }
     for (int process = 0; process < kProcesses; ++process) {
@@ -42,14 +43,13 @@ TEST(SchemaProcesses, NoneLosesASectionOfAnother) {
     }
 
     std::multiset<std::string> lines;
-    std::ifstream file(folder / "schema.ini");
+    std::ifstream file(Path("schema.ini"));
     for (std::string line; std::getline(file, line);) lines.insert(line);
     EXPECT_EQ(lines.size(), kProcesses * kTables * 5U);
     EXPECT_EQ(lines.count("Format=Delimited(|)"), kProcesses * kTables / 2U);
     for (int table = 0; table < kProcesses * kTables; ++table)
         EXPECT_EQ(lines.count("[" + std::to_string(table) + ".csv]"), 1U);
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
-    fs::remove_all(folder);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
 }
 
 }  // namespace
