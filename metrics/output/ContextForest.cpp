@@ -12,7 +12,10 @@ ContextRecord* ContextForest::LookUp(std::uint64_t id) {
 
 ContextRecord& ContextForest::FindOrAdd(std::uint64_t id) {
     if (ContextRecord* known = Find(id)) return *known;
-    if (records_.size() == found_.size()) found_ = std::vector<ContextRecord*>(2 * found_.size());
+    if (records_.size() == found_.size()) {
+        found_ = std::vector<ContextRecord*>(2 * found_.size());
+        lastPlace_ = found_.size() - 1;
+    }
     ContextRecord& record = records_.try_emplace(id, id, blocks_).first->second;
     strangers_.push_back(record);
     ++strange_;

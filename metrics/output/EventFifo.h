@@ -7,6 +7,7 @@
 #include <span>
 
 #include "metrics/MetricsEvent.h"
+#include "metrics/platform/Prefetch.h"
 
 namespace Metrics::detail {
 
@@ -50,16 +51,20 @@ class EventFifo {
 
     bool Empty() const { return size_ == 0; }
     std::size_t Size() const { return size_; }
-    // The first ones, as many as lie together; at least one unless it is empty.
+    // The first ones, as many as lie together; at least one unless it is empty. What lies behind them is
+    // asked for: it was held back long enough to have left the cache.
     std::span<MetricsEvent> Front() {
         if (Empty()) return {};
+        if (first_ == 0 && head_->next != nullptr) platform::Prefetch(head_->next, sizeof *head_->next);
         return {head_->At(first_), std::min(size_, EventBlocks::kEvents - first_)};
     }
 
     void Push(const MetricsEvent& event) {
         const std::size_t index = (first_ + size_) % EventBlocks::kEvents;
         if (index == 0) return PushInNewBlock(event);
-        std::construct_at(tail_->At(index), event);
+        MetricsEvent* const place = tail_->At(index);
+        platform::Prefetch(place + 2);  // by the next push other contexts may have emptied the cache
+        std::construct_at(place, event);
         ++size_;
     }
     // Removes the first `count` of what Front returns.
