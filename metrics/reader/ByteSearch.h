@@ -19,7 +19,7 @@ std::uint64_t Load(const char* at) {
     return word;
 }
 
-// Not 0 when one of the word's bytes is 0.
+// Not 0 when one of the word's bytes is 0; then its lowest bit is in the first of those.
 constexpr std::uint64_t ZeroBytes(std::uint64_t word) {
     return (word - 0x0101010101010101) & ~word & 0x8080808080808080;
 }
@@ -29,6 +29,31 @@ constexpr std::uint64_t Fill(char c) {
 }
 
 }  // namespace ByteSearch
+
+// Where the first such byte is, or `end`. Made for one that is near.
+inline const char* FindNear(char c, const char* at, const char* end) {
+    using namespace ByteSearch;
+    constexpr std::ptrdiff_t kNear = 32;
+    for (const char* const far = end - at > kNear ? at + kNear : end; far - at >= 8; at += 8) {
+        const std::uint64_t found = ZeroBytes(Load<std::uint64_t>(at) ^ Fill(c));
+        if (found != 0) return at + std::countr_zero(found) / 8;
+    }
+    const void* const found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
+    return found != nullptr ? static_cast<const char*>(found) : end;
+}
+
+// Equal only for equal texts, among those of one length up to eight; a good hash of others.
+inline std::uint64_t Digest(std::string_view text) {
+    using namespace ByteSearch;
+    const char* const begin = text.data();
+    const std::size_t size = text.size();
+    if (size >= 8)
+        return Load<std::uint64_t>(begin) + 31 * Load<std::uint64_t>(begin + size - 8) * (size > 8);
+    if (size >= 4) return Load<std::uint32_t>(begin) << 32 | Load<std::uint32_t>(begin + size - 4);
+    if (size == 0) return 0;
+    const auto byte = [&](std::size_t at) { return std::uint64_t{static_cast<unsigned char>(begin[at])}; };
+    return byte(0) << 16 | byte(size / 2) << 8 | byte(size - 1);
+}
 
 // How many of the first bytes are beyond '?', as letters are; gives up where fewer than eight bytes are left.
 inline std::size_t LettersAt(std::string_view text) {
@@ -40,12 +65,11 @@ inline std::size_t LettersAt(std::string_view text) {
     return text.size() / 8 * 8;
 }
 
-// Whether one of three characters is in the text.
-inline bool HoldsAny(std::string_view text, char a, char b, char c) {
+// Whether one of the characters is in the text.
+template <class... Char>
+bool HoldsAny(std::string_view text, Char... wanted) {
     using namespace ByteSearch;
-    const auto holds = [fillA = Fill(a), fillB = Fill(b), fillC = Fill(c)](std::uint64_t word) {
-        return (ZeroBytes(word ^ fillA) | ZeroBytes(word ^ fillB) | ZeroBytes(word ^ fillC)) != 0;
-    };
+    const auto holds = [=](std::uint64_t word) { return (ZeroBytes(word ^ Fill(wanted)) | ...) != 0; };
     const char* const begin = text.data();
     const std::size_t size = text.size();
     if (size >= 8) {
@@ -56,7 +80,7 @@ inline bool HoldsAny(std::string_view text, char a, char b, char c) {
     // Both halves overlap where there are fewer than eight bytes.
     if (size >= 4) return holds(Load<std::uint32_t>(begin) << 32 | Load<std::uint32_t>(begin + size - 4));
     for (const char byte : text)
-        if (byte == a || byte == b || byte == c) return true;
+        if (((byte == wanted) || ...)) return true;
     return false;
 }
 

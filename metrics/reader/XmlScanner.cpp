@@ -27,6 +27,12 @@ std::string_view Piece(const char* at, const char* end) {
     return {at, static_cast<std::size_t>(end - at)};
 }
 
+const char* SkipPlain(const char* at, const char* end) {
+    at += LettersAt(Piece(at, end));
+    while (at != end && kIsPlain[static_cast<unsigned char>(*at)]) ++at;
+    return at;
+}
+
 }  // namespace
 
 void XmlScanner::Feed(std::string_view bytes) {
@@ -58,9 +64,52 @@ const char* XmlScanner::Scan(const char* at, const char* end) {
     return end;
 }
 
+inline void XmlScanner::CheckInterrupt() {
+    if (interrupt_ != nullptr && interrupt_->load(std::memory_order_relaxed)) stopped_ = true;
+}
+
+// Nearly all tags are as an XML writer makes them, and are whole: no need for the long way. Null when this is
+// not one of them.
+inline const char* XmlScanner::ScanPlainTag(const char* at, const char* end) {
+    if (at == end || copy_ != nullptr) return nullptr;
+    const char* const close = SkipPlain(*at == '/' ? at + 1 : at, end);
+    if (close == end || close - at > kLongestPlainTag) return nullptr;
+    if (*close != '>') return ScanPlainAttributes(at, close, end);
+    if (*at != '/') {
+        handler_.OpenElement(Piece(at, close), {}, giveLines_ ? tagPosition_.line : 0);
+    } else if (!handler_.CloseElement()) {
+        FailTag(Piece(at, close));
+    }
+    CheckInterrupt();
+    return close + 1;
+}
+
+// The rest of a start tag whose name is followed by attributes, each behind one blank and in double quotes,
+// by the slash of an empty element, or by both.
+const char* XmlScanner::ScanPlainAttributes(const char* at, const char* close, const char* end) {
+    if (*at == '/' || close == at) return nullptr;
+    tag_.name = Piece(at, close);
+    tag_.attributes.clear();
+    while (*close == ' ') {
+        const char* const equals = SkipPlain(close + 1, end);
+        if (end - equals < 3 || equals[0] != '=' || equals[1] != '"') return nullptr;
+        const char* const quote = FindNear('"', equals + 2, end);
+        if (end - quote < 3) return nullptr;
+        tag_.attributes.push_back({Piece(close + 1, equals), Piece(equals + 2, quote)});
+        close = quote + 1;
+    }
+    const bool isEmpty = *close == '/';
+    if (isEmpty) ++close;
+    if (close == end || *close != '>' || close - at > kLongestPlainTag) return nullptr;
+    handler_.OpenElement(tag_.name, tag_.attributes, giveLines_ ? tagPosition_.line : 0);
+    if (isEmpty) handler_.CloseElement();
+    CheckInterrupt();
+    return close + 1;
+}
+
 const char* XmlScanner::ScanText(const char* at, const char* end) {
     for (;;) {
-        const char* const open = Find('<', at, end);
+        const char* const open = FindNear('<', at, end);
         if (open != at) GiveText(Piece(at, open));
         if (open == end) return end;
         tagStart_ = open;
@@ -75,27 +124,6 @@ const char* XmlScanner::ScanText(const char* at, const char* end) {
         at = behind;
         if (stopped_) return at;
     }
-}
-
-// Nearly all tags are a name, or a slash and a name, and are whole: no need for the long way. Null when this
-// is not one of them.
-const char* XmlScanner::ScanPlainTag(const char* at, const char* end) {
-    const char* close = at;
-    if (close != end && *close == '/') ++close;
-    close += LettersAt(Piece(close, end));
-    while (close != end && kIsPlain[static_cast<unsigned char>(*close)]) ++close;
-    if (close == end || *close != '>' || close - at > kLongestPlainTag || copy_ != nullptr) return nullptr;
-    if (*at != '/') {
-        handler_.OpenElement(Piece(at, close), {}, giveLines_ ? tagPosition_.line : 0);
-    } else if (!handler_.CloseElement()) {
-        FailTag(Piece(at, close));
-    }
-    CheckInterrupt();
-    return close + 1;
-}
-
-void XmlScanner::CheckInterrupt() {
-    if (interrupt_ != nullptr && interrupt_->load(std::memory_order_relaxed)) stopped_ = true;
 }
 
 const char* XmlScanner::ScanTagStart(const char* at) {

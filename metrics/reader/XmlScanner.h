@@ -52,6 +52,7 @@ class XmlScanner {
     const char* Scan(const char* at, const char* end);
     const char* ScanText(const char* at, const char* end);
     const char* ScanPlainTag(const char* at, const char* end);
+    const char* ScanPlainAttributes(const char* at, const char* close, const char* end);
     const char* ScanTagStart(const char* at);
     const char* ScanTag(const char* at, const char* end);
     const char* ScanDeclaration(const char* at);

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdint>
+#include <utility>
 
 #include "metrics/reader/ByteSearch.h"
 
@@ -64,7 +65,7 @@ bool AppendEntity(std::string& out, std::string_view name) {
 }  // namespace
 
 void AppendUnescaped(std::string& out, std::string_view text) {
-    if (!HoldsAny(text, '&', '\\', '\\')) {
+    if (!HoldsAny(text, '&', '\\')) {
         out += text;
         return;
     }
@@ -85,6 +86,13 @@ void AppendUnescaped(std::string& out, std::string_view text) {
         }
         text.remove_prefix(used);
     }
+}
+
+void Unescape(std::string& text) {
+    if (!HoldsAny(text, '&', '\\')) return;
+    std::string undone;
+    AppendUnescaped(undone, text);
+    text = std::move(undone);
 }
 
 void AppendEscaped(std::string& out, std::string_view text) {

@@ -28,6 +28,7 @@ inline const char* Find(char c, const char* at, const char* end) {
 // Appends `text` with its escapes undone: the five named entities, numeric ones (as UTF-8) and the doubled
 // backslash. What only looks like an escape stays as it is.
 void AppendUnescaped(std::string& out, std::string_view text);
+void Unescape(std::string& text);
 
 // Appends text that is meant literally (CDATA) so that AppendUnescaped() gives it back.
 void AppendEscaped(std::string& out, std::string_view text);

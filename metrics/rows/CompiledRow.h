@@ -31,9 +31,9 @@ struct PatternNode {
     int depth = 0;
     int joint = kNone;  // the joint that this node is, or the nearest above
     bool isJoint = false;
-    bool needsEnd = false;     // an operand is known only when the element closes
-    bool knowsAtOpen = false;  // an operand is known when it opens
-    bool wantsText = false;
+    bool needsEnd = false;      // an operand is known only when the element closes
+    bool knowsAtOpen = false;   // an operand is known when it opens
+    int textField = kNone;      // its elements' own text, among their fields
     bool soughtAround = false;  // rows of other paths look for its text in the elements around
     std::vector<int> children;
     std::vector<std::uint32_t> operands;

@@ -2,6 +2,14 @@
 
 namespace Metrics::detail {
 
+void Row::Reset(int joint, std::uint32_t newLevel, std::size_t operands) {
+    for (Cell& cell : cells) cell = {};
+    cells.resize(operands);
+    origin = joint;
+    level = newLevel;
+    cameFrom = kNone;
+}
+
 void Gather::Reset(std::uint32_t newLevel, std::size_t operands, std::size_t branches) {
     level = newLevel;
     nextAge = 0;

@@ -23,6 +23,9 @@ struct Row {
     int origin = kNone;       // the joint where it was first made
     std::uint32_t level = 0;  // of the element where it is now
     int cameFrom = kNone;     // the branch of that element's joint that handed it up
+
+    // Makes it an empty one.
+    void Reset(int joint, std::uint32_t newLevel, std::size_t operands);
 };
 
 // What the element that a joint is bound to has found so far, by branch.

@@ -59,7 +59,7 @@ void RowCompiler::FindJoints() {
     for (const Joint& joint : row_.joints) {
         for (std::size_t i = 0; i < row_.operands.size(); ++i) {
             PatternNode& node = At(nodes, row_.operands[i].node);
-            node.soughtAround |= node.wantsText && node.parent != kNone && !joint.sharesName[i];
+            node.soughtAround |= node.textField != kNone && node.parent != kNone && !joint.sharesName[i];
         }
     }
 }

@@ -137,7 +137,7 @@ std::uint32_t RowCompiler::Bind(const Operand& what) {
     node.operands.push_back(static_cast<std::uint32_t>(row_.operands.size()));
     node.needsEnd |= !operand.KnownAtOpen();
     node.knowsAtOpen |= operand.KnownAtOpen();
-    node.wantsText |= what.kind == Operand::Kind::Text;
+    if (what.kind == Operand::Kind::Text) node.textField = static_cast<int>(operand.field);
     if (what.kind == Operand::Kind::Fact) {
         row_.usesNames |= NeedsNames(what.fact);
         row_.usesLines |= what.fact == Function::LineNumber;

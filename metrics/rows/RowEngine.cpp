@@ -27,18 +27,14 @@ void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml:
         throw RowDefinitionError("Error: more than " + std::to_string(kMaxDepth) + " nested elements");
     const MatchState* const state = states_.Next(Innermost().state, name);
     if (++depth_ == frames_.size()) frames_.emplace_back();
-    Innermost() = {state, ++lastNumber_, line, names_.size(), false, false};
+    Innermost() = {state, ++lastNumber_, line, names_.size(), nullptr, false, false};
     if (row_.usesNames) names_ += name;
-    if (state->wantsText) {
-        if (openTexts_ == texts_.size()) texts_.emplace_back();
-        texts_[openTexts_++].clear();
-    }
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
 }
 
 void RowEngine::Text(std::string_view piece) {
-    std::string& text = texts_[openTexts_ - 1];
+    std::string& text = *Innermost().text;
     if (text.empty()) {
         while (!piece.empty() && StreamingXml::IsBlank(piece.front())) piece.remove_prefix(1);
     }
@@ -50,6 +46,8 @@ void RowEngine::Text(std::string_view piece) {
 void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes) {
     const PatternNode& pattern = Node(node);
     BringRef bring = pool_.Take(Level(), pattern.operands.size());
+    if (pattern.textField != kNone && Innermost().text == nullptr)
+        Innermost().text = &bring->fields[static_cast<std::size_t>(pattern.textField)].text;
     const bool brings = pattern.knowsAtOpen && FillAtOpen(node, *bring.get(), attributes);
     Entries& entries = EntriesOf(open_, node);
     entries.push_back({Level(), std::move(bring)});
@@ -90,11 +88,21 @@ void RowEngine::FillAtEnd(int node, const BringRef& bring) {
         if (operand.what.kind == Operand::Kind::Fact) {
             FillNodeEnd(operand, bring);
         } else {
-            Bring::Field& field = bring->fields[operand.field];
-            field.state = Bring::FieldState::Known;
-            StreamingXml::AppendUnescaped(field.text, StreamingXml::TrimBlanks(texts_[openTexts_ - 1]));
+            SettleText(bring->fields[operand.field]);
         }
     }
+}
+
+// The field in which the text has gathered comes first; the others copy it.
+void RowEngine::SettleText(Bring::Field& field) {
+    std::string& text = *Innermost().text;
+    if (&field.text == &text) {
+        while (!text.empty() && StreamingXml::IsBlank(text.back())) text.pop_back();
+        StreamingXml::Unescape(text);
+    } else {
+        field.text = text;
+    }
+    field.state = Bring::FieldState::Known;
 }
 
 bool RowEngine::CloseElement() {
@@ -110,10 +118,6 @@ bool RowEngine::CloseElement() {
     }
     if (Innermost().endAwaited) ConcludeParked();
     if (Innermost().foundBelow) ForgetFound();
-    if (state.wantsText) {
-        std::string& text = texts_[--openTexts_];
-        if (text.capacity() > 65536) text = std::string();
-    }
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
     wantsText_ = Innermost().state->wantsText;

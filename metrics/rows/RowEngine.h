@@ -47,8 +47,9 @@ class RowEngine final : public StreamingXml::XmlHandler {
         std::uint64_t number = 0;
         std::uint64_t line = 0;
         std::size_t nameStart = 0;
-        bool foundBelow = false;  // found_ has entries of this level
-        bool endAwaited = false;  // endAwaiters_ and parked_ may have entries of this level
+        std::string* text = nullptr;  // where its own text gathers: in the first bring that asks for it
+        bool foundBelow = false;      // found_ has entries of this level
+        bool endAwaited = false;      // endAwaiters_ and parked_ may have entries of this level
     };
     // An open element that matches a node, or one whose child brought a text.
     struct Entry {
@@ -74,6 +75,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes);
     bool FillAtOpen(int node, Bring& bring, std::span<const StreamingXml::XmlAttribute> attributes);
     void FillAtEnd(int node, const BringRef& bring);
+    void SettleText(Bring::Field& field);
     void CloseSources(const MatchState& state);
     void RememberText(int node, const BringRef& bring);
     void ForgetFound();
@@ -106,7 +108,6 @@ class RowEngine final : public StreamingXml::XmlHandler {
     }
     Gather& OpenGather(int joint, std::uint32_t level);
     Gather* FindGather(int joint, std::uint32_t level) const;
-    Row NewRow(int joint, std::uint32_t level);
     void TakePending(Gather& gather, Row& row) const;
     void MakeRow(int joint, Gather& gather, Moment moment);
     void OfferToWaiting(int joint, Gather& gather, int branch);
@@ -141,8 +142,6 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::size_t depth_ = 0;
     std::string names_;  // of the open elements, when a fact needs them
     std::uint64_t lastNumber_ = 0;
-    std::vector<std::string> texts_;  // of the open elements that want theirs; reused
-    std::size_t openTexts_ = 0;
 
     std::vector<Entries> open_;   // by node: the open elements that match it
     std::vector<Entries> found_;  // by node: open elements with the last text that a child brought for it
@@ -152,7 +151,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     bool awaitsEnds_ = false;                          // a nodeend of an enclosing element is asked for
     std::vector<std::deque<EndAwaiter>> endAwaiters_;  // by level
     std::vector<std::deque<Row>> parked_;              // by level: rows that lack nothing else
-    std::vector<Row> spareRows_;
+    Row making_;                                       // done with once it is written or handed on
 };
 
 }  // namespace Metrics::detail

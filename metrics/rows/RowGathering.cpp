@@ -43,21 +43,6 @@ Gather& RowEngine::OpenGather(int joint, std::uint32_t level) {
     return **stack.insert(place, std::move(gather));
 }
 
-// An empty row, with the memory of one that is done with.
-Row RowEngine::NewRow(int joint, std::uint32_t level) {
-    Row row;
-    if (!spareRows_.empty()) {
-        row = std::move(spareRows_.back());
-        spareRows_.pop_back();
-    }
-    row.cells.clear();
-    row.cells.resize(row_.operands.size());
-    row.origin = joint;
-    row.level = level;
-    row.cameFrom = kNone;
-    return row;
-}
-
 // Moves into the row what no row has been made of yet.
 void RowEngine::TakePending(Gather& gather, Row& row) const {
     for (std::size_t branch = 0; branch < gather.pending.size(); ++branch) {
@@ -74,7 +59,8 @@ void RowEngine::TakePending(Gather& gather, Row& row) const {
 }
 
 void RowEngine::MakeRow(int joint, Gather& gather, Moment moment) {
-    Row row = NewRow(joint, gather.level);
+    Row& row = making_;
+    row.Reset(joint, gather.level, row_.operands.size());
     TakePending(gather, row);
     if (HoldsUnused(row, true)) {
         if (Complete(joint, gather, row)) {
@@ -87,7 +73,6 @@ void RowEngine::MakeRow(int joint, Gather& gather, Moment moment) {
             Wait(joint, gather, row);
         }
     }
-    spareRows_.push_back(std::move(row));
 }
 
 void RowEngine::Wait(int joint, Gather& gather, Row& row) {

@@ -14,7 +14,7 @@ namespace Metrics::detail {
 
 // A compiled definition at work: the engine's rows go through the filters, then on to whoever takes them or,
 // in a summary, into groups. Used from one thread.
-class RowReader final : private RowReceiver, private ValueSource {
+class RowReader final : private ValueSource, private RowReceiver {
   public:
     // `onRow` is called with each row to be written as the current one. The row must live as long.
     RowReader(const CompiledRow& row, std::function<void()> onRow);

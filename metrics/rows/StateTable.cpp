@@ -22,11 +22,12 @@ NameTable::NameTable(const CompiledRow& row) : names_(1) {
     std::size_t size = 16;
     while (size < names_.size() * 4) size *= 2;
     mask_ = size - 1;
-    slots_.assign(size, 0);
+    slots_.resize(size);
     for (std::uint32_t number = 1; number < names_.size(); ++number) {
-        std::size_t slot = Hash(names_[number]) & mask_;
-        while (slots_[slot] != 0) slot = (slot + 1) & mask_;
-        slots_[slot] = number;
+        const std::uint64_t digest = StreamingXml::Digest(names_[number]);
+        std::size_t at = PlaceOf(digest);
+        while (slots_[at].number != 0) at = (at + 1) & mask_;
+        slots_[at] = {digest, names_[number].size(), number};
     }
 }
 
@@ -68,7 +69,7 @@ MatchState* StateTable::Intern(std::vector<int> nodes) {
                row_.joints[static_cast<std::size_t>(b)].depth;
     });
     for (const int source : state.sources)
-        state.wantsText |= row_.nodes[static_cast<std::size_t>(source)].wantsText;
+        state.wantsText |= row_.nodes[static_cast<std::size_t>(source)].textField != kNone;
     state.nodes = std::move(nodes);
     state.next.assign(names_.Count(), nullptr);
     return &state;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "metrics/reader/ByteSearch.h"
 #include "metrics/rows/CompiledRow.h"
 
 namespace Metrics::detail {
@@ -18,22 +19,28 @@ class NameTable {
 
     std::size_t Count() const { return names_.size(); }
     std::uint32_t Find(std::string_view name) const {
-        for (std::size_t slot = Hash(name) & mask_;; slot = (slot + 1) & mask_) {
-            const std::uint32_t number = slots_[slot];
-            if (number == 0 || names_[number] == name) return number;
+        const std::uint64_t digest = StreamingXml::Digest(name);
+        for (std::size_t at = PlaceOf(digest);; at = (at + 1) & mask_) {
+            const Slot& slot = slots_[at];
+            const bool same = slot.digest == digest && slot.size == name.size() &&
+                              (name.size() <= 8 || names_[slot.number] == name);
+            if (same || slot.number == 0) return slot.number;
         }
     }
 
   private:
-    static std::size_t Hash(std::string_view name) {
-        if (name.empty()) return 0;
-        const auto first = static_cast<unsigned char>(name.front());
-        const auto last = static_cast<unsigned char>(name.back());
-        return name.size() * 31 + first * std::size_t{7} + last;
+    struct Slot {
+        std::uint64_t digest = 0;
+        std::size_t size = 0;
+        std::uint32_t number = 0;  // 0 in an empty one
+    };
+
+    std::size_t PlaceOf(std::uint64_t digest) const {
+        return static_cast<std::size_t>(digest * 0x9E3779B97F4A7C15 >> 32) & mask_;
     }
 
-    std::vector<std::string> names_;    // [0] stands for all others
-    std::vector<std::uint32_t> slots_;  // open addressing, at most a quarter full
+    std::vector<std::string> names_;  // [0] stands for all others
+    std::vector<Slot> slots_;         // open addressing, at most a quarter full
     std::size_t mask_ = 0;
 };
 

@@ -9,7 +9,7 @@ namespace StreamingXml {
 
 // Against the plain loops, for every length up to a few words, every place and every byte.
 TEST(ByteSearch, AByteIsSeenWhereverItStands) {
-    for (std::size_t size = 0; size <= 20; ++size) {
+    for (std::size_t size = 0; size <= 44; ++size) {
         const std::string letters(size, 'x');
         EXPECT_FALSE(HoldsAny(letters, '"', ',', '\n')) << size;
         EXPECT_EQ(LettersAt(letters), size / 8 * 8);
@@ -22,6 +22,9 @@ TEST(ByteSearch, AByteIsSeenWhereverItStands) {
                 const std::size_t first = byte < 0x40 ? place : size;
                 ASSERT_EQ(LettersAt(text), std::min(first, size / 8 * 8))
                     << size << ' ' << place << ' ' << byte;
+                const char* const end = text.data() + size;
+                ASSERT_EQ(FindNear('<', text.data(), end), byte == '<' ? text.data() + place : end);
+                ASSERT_TRUE(size > 8 || byte == 'x' || Digest(text) != Digest(letters)) << text;
             }
         }
     }

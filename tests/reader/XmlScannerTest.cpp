@@ -109,12 +109,16 @@ TEST(XmlScanner, PiecesMakeNoDifference) {
     for (int round = 0; round < 4000; ++round) {
         std::string input;
         for (std::size_t i = random() % 60; i > 0; --i) {
-            switch (random() % 12) {
+            switch (random() % 16) {
                 case 0: input += "<a x='1'>"; break;
                 case 1: input += "</a>"; break;
                 case 2: input += "<!-- -->"; break;
                 case 3: input += "<![CDATA[]]>"; break;
                 case 4: input += "<!DOCTYPE a ["; break;
+                case 5: input += "<abc d=\""; break;
+                case 6: input += "\" e=\""; break;
+                case 7: input += "\">"; break;
+                case 8: input += "\"/>"; break;
                 default: input += alphabet[random() % alphabet.size()];
             }
         }
