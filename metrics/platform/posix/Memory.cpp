@@ -20,7 +20,15 @@ constexpr std::uint64_t kUserSpaceEnd = 0x7FFF'FFFF'F000;
 class RegionList {
   public:
     void Feed(std::string_view piece) {
-        for (const char c : piece) Feed(c);
+        for (std::size_t at = 0; at < piece.size(); ++at) {
+            if (field_ == Field::Rest) {
+                at = piece.find('\n', at);
+                if (at == piece.npos) return;
+                BeginLine();
+            } else {
+                Feed(piece[at]);
+            }
+        }
     }
 
     AddressSpaceTotals Totals() const {
@@ -39,8 +47,7 @@ class RegionList {
             case Field::Start: return FeedAddress(start_, c, '-', Field::End);
             case Field::End: return FeedAddress(end_, c, ' ', Field::Rights);
             case Field::Rights: return FeedRights(c);
-            case Field::Rest:
-                if (c == '\n') BeginLine();
+            case Field::Rest: return;
         }
     }
 
