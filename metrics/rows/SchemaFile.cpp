@@ -16,6 +16,8 @@ constexpr std::size_t kLongestPart = 255;
 // milliseconds only, so that it is tried more often.
 constexpr auto kPatience = std::chrono::milliseconds(5 * 250);
 constexpr auto kMoment = std::chrono::milliseconds(5);
+// Also when the whole machine stood still until patience was over.
+constexpr int kFewestAttempts = 50;
 
 std::string_view TypeName(ColumnType type) {
     switch (type) {
@@ -99,7 +101,8 @@ void WriteSchema(const std::string& fileName, const std::vector<StreamingXml::Xm
     const auto attempt = [&] { return platform::SetProfileSection(place.path, place.section, entries); };
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     std::uint32_t error = attempt();
-    while (error != 0 && !failedBefore && std::chrono::steady_clock::now() < deadline) {
+    for (int attempts = 1; error != 0 && !failedBefore; ++attempts) {
+        if (attempts >= kFewestAttempts && std::chrono::steady_clock::now() >= deadline) break;
         std::this_thread::sleep_for(kMoment);
         error = attempt();
     }
