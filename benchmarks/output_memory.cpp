@@ -60,10 +60,11 @@ void ContextsComeAndGo(benchmark::State& state, Mode mode, Format format) {
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK_CAPTURE(ContextsComeAndGo, Borrowed, Mode::Borrowed, Format::Xml)->Arg(10000000)->Iterations(1);
-BENCHMARK_CAPTURE(ContextsComeAndGo, Single, Mode::Single, Format::Xml)->Arg(10000000)->Iterations(1);
-BENCHMARK_CAPTURE(ContextsComeAndGo, PerContext, Mode::PerContext, Format::Xml)->Arg(10000000)->Iterations(1);
-BENCHMARK_CAPTURE(ContextsComeAndGo, Buffers, Mode::PerContext, Format::Buffer)->Arg(10000000)->Iterations(1);
+constexpr auto Numbers = [](auto* benchmark) { benchmark->Arg(200000)->Arg(10000000)->Iterations(1); };
+BENCHMARK_CAPTURE(ContextsComeAndGo, Borrowed, Mode::Borrowed, Format::Xml)->Apply(Numbers);
+BENCHMARK_CAPTURE(ContextsComeAndGo, Single, Mode::Single, Format::Xml)->Apply(Numbers);
+BENCHMARK_CAPTURE(ContextsComeAndGo, PerContext, Mode::PerContext, Format::Xml)->Apply(Numbers);
+BENCHMARK_CAPTURE(ContextsComeAndGo, Buffers, Mode::PerContext, Format::Buffer)->Apply(Numbers);
 
 }  // namespace
 }  // namespace Metrics
