@@ -12,10 +12,7 @@ ContextRecord* ContextForest::LookUp(std::uint64_t id) {
 
 ContextRecord& ContextForest::FindOrAdd(std::uint64_t id) {
     if (ContextRecord* known = Find(id)) return *known;
-    if (records_.size() == found_.size()) {
-        found_ = std::vector<ContextRecord*>(2 * found_.size());
-        lastPlace_ = found_.size() - 1;
-    }
+    if (records_.size() == found_.size()) found_ = std::vector<ContextRecord*>(2 * found_.size());
     ContextRecord& record = records_.try_emplace(id, id, blocks_).first->second;
     strangers_.push_back(record);
     ++strange_;

@@ -69,10 +69,9 @@ class ContextForest {
     void Announce(ContextRecord& parent, std::uint64_t child);
 
     void Hold(ContextRecord& record, const MetricsEvent& event) {
-        RootRecord* const root = record.root;
         record.waiting.Push(event);
-        if (root != nullptr) {
-            ++root->waiting;
+        if (record.root != nullptr) {
+            ++record.root->waiting;
         } else {
             CountStrange();
         }
@@ -90,7 +89,7 @@ class ContextForest {
     EventBlocks& Blocks() { return blocks_; }
 
   private:
-    ContextRecord*& Remembered(std::uint64_t id) { return found_[id & lastPlace_]; }
+    ContextRecord*& Remembered(std::uint64_t id) { return found_[id & (found_.size() - 1)]; }
     ContextRecord* LookUp(std::uint64_t id);
     void Adopt(ContextRecord& record, RootRecord& root);
     void Bury(ContextRecord& record) noexcept;
@@ -104,7 +103,6 @@ class ContextForest {
     // Where records were found before; there are as many places, a power of two, as there were records at any
     // time. Ids are given out in sequence, so those in use seldom share a place.
     std::vector<ContextRecord*> found_{1024};
-    std::uint64_t lastPlace_ = 1023;
 };
 
 }  // namespace Metrics::detail

@@ -62,9 +62,10 @@ class EventFifo {
     void Push(const MetricsEvent& event) {
         const std::size_t index = (first_ + size_) % EventBlocks::kEvents;
         if (index == 0) return PushInNewBlock(event);
-        MetricsEvent* const place = tail_->At(index);
-        platform::Prefetch(place + 2);  // by the next push other contexts may have emptied the cache
-        std::construct_at(place, event);
+        // Where the next but one goes: by then events of other contexts may have driven it out of the cache.
+        platform::Prefetch(tail_->room +
+                           std::min(index + 2, EventBlocks::kEvents - 1) * sizeof(MetricsEvent));
+        std::construct_at(tail_->At(index), event);
         ++size_;
     }
     // Removes the first `count` of what Front returns.

@@ -17,11 +17,6 @@ void EventRouter::AnnounceBatch() {
     unannounced_ = batchEnd_;
 }
 
-inline bool EventRouter::IsServed(const RootRecord& root) {
-    AnnounceBatch();
-    return sequencer_.IsServed(root);
-}
-
 inline std::size_t EventRouter::Take(std::span<const MetricsEvent> events) {
     const auto [record, newRoot] = sequencer_.Admit(events.front());
     const std::uint64_t rootId = newRoot != nullptr ? newRoot->id : 0;
@@ -34,8 +29,8 @@ inline std::size_t EventRouter::Keep(ContextRecord& record, std::span<const Metr
     RootRecord* root = record.root;
     Audience* audience = root != nullptr ? AudienceOf(*root) : nullptr;
     if (audience != nullptr) {
-        if (EventSequencer::IsNext(record) && IsServed(*root))
-            return Pass(*audience, record, EventRun::LeadingOfBatch(events));
+        AnnounceBatch();
+        if (sequencer_.MayPass(record)) return Pass(*audience, record, EventRun::LeadingOfBatch(events));
         sequencer_.Hold(record, events.front());
     } else if (root != nullptr) {
         KeepUnwatched(*root, record, events.front());

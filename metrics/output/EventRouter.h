@@ -57,7 +57,6 @@ class EventRouter {
     // In LowestRoot: the audience of the smallest context id, which gets everything.
     Audience* Foremost();
     void AnnounceBatch();
-    bool IsServed(const RootRecord& root);
 
     void Deliver(Audience& audience, std::span<const MetricsEvent> events);
     void Send(Audience& audience, std::span<const MetricsEvent> events);

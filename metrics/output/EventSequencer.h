@@ -10,8 +10,8 @@
 namespace Metrics::detail {
 
 // The ordering of events. Whoever drives it admits them run by run, and then either holds them back, to take
-// them later with Next and Release, or, when IsNext and IsServed say so, uses them on the spot and tells that
-// with Passed. Both ways give the same order; the second neither copies events nor looks anything up.
+// them later with Next and Release, or, when MayPass says so, uses them on the spot and tells that with
+// Passed. Both ways give the same order; the second neither copies events nor looks anything up.
 //
 // The pointers and references it hands out are good until the next call that changes something.
 class EventSequencer {
@@ -44,17 +44,13 @@ class EventSequencer {
         return {record, nullptr};
     }
     void Hold(ContextRecord& record, const MetricsEvent& event) {
-        if (record.root == nullptr && &record == &rootless_)
+        if (&record == &rootless_)
             rootless_.waiting.Push(event);
         else
             forest_.Hold(record, event);
     }
-    // Whether the events just admitted for `record` come next in its root's order, and may so be used on the
-    // spot if it is the root's turn.
-    static bool IsNext(const ContextRecord& record) {
-        return record.root != nullptr && record.root->current == &record && record.waiting.Empty();
-    }
-    bool IsServed(const RootRecord& root) { return mode_ != Mode::LowestRoot || Served() == &root; }
+    // Whether the events just admitted for `record` come next in the order.
+    bool MayPass(const ContextRecord& record) { return IsNext(record) && IsServed(*record.root); }
     // A passed run was used. Returns the root, or null when that was its end.
     RootRecord* Passed(RootRecord& root, const EventRun& run) { return Settle(root, EffectOf(run)); }
 
@@ -111,6 +107,11 @@ class EventSequencer {
     ContextRecord* Find(std::uint64_t id) { return id != 0 ? forest_.Find(id) : &rootless_; }
     ContextRecord* FindOrAdd(std::uint64_t id);
     RootRecord* ChooseServed();
+
+    static bool IsNext(const ContextRecord& record) {
+        return record.root != nullptr && record.root->current == &record && record.waiting.Empty();
+    }
+    bool IsServed(const RootRecord& root) { return mode_ != Mode::LowestRoot || Served() == &root; }
 
     RootRecord* Settle(RootRecord& root, const Effect& effect);
     void Descend(RootRecord& root, std::uint64_t child);

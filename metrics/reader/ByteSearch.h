@@ -30,7 +30,13 @@ constexpr std::uint64_t Fill(char c) {
 
 }  // namespace ByteSearch
 
-// Where the first such byte is, or `end`. Made for one that is near.
+// Where the first such byte is, or `end`.
+inline const char* Find(char c, const char* at, const char* end) {
+    const void* found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
+    return found != nullptr ? static_cast<const char*>(found) : end;
+}
+
+// The same, made for one that is near.
 inline const char* FindNear(char c, const char* at, const char* end) {
     using namespace ByteSearch;
     constexpr std::ptrdiff_t kNear = 32;
@@ -38,8 +44,7 @@ inline const char* FindNear(char c, const char* at, const char* end) {
         const std::uint64_t found = ZeroBytes(Load<std::uint64_t>(at) ^ Fill(c));
         if (found != 0) return at + std::countr_zero(found) / 8;
     }
-    const void* const found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
-    return found != nullptr ? static_cast<const char*>(found) : end;
+    return Find(c, at, end);
 }
 
 // Equal only for equal texts, among those of one length up to eight; a good hash of others.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "metrics/reader/ByteSearch.h"
 #include "metrics/reader/XmlCopy.h"
 #include "metrics/reader/XmlScanner.h"
 #include "metrics/reader/XmlText.h"

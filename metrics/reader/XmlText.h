@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -19,15 +18,10 @@ inline std::string_view TrimBlanks(std::string_view text) {
     return text;
 }
 
-// Where the first such byte is, or `end`.
-inline const char* Find(char c, const char* at, const char* end) {
-    const void* found = at == end ? nullptr : std::memchr(at, c, static_cast<std::size_t>(end - at));
-    return found != nullptr ? static_cast<const char*>(found) : end;
-}
-
 // Appends `text` with its escapes undone: the five named entities, numeric ones (as UTF-8) and the doubled
 // backslash. What only looks like an escape stays as it is.
 void AppendUnescaped(std::string& out, std::string_view text);
+// The same in place.
 void Unescape(std::string& text);
 
 // Appends text that is meant literally (CDATA) so that AppendUnescaped() gives it back.

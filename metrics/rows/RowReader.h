@@ -13,7 +13,8 @@
 namespace Metrics::detail {
 
 // A compiled definition at work: the engine's rows go through the filters, then on to whoever takes them or,
-// in a summary, into groups. Used from one thread.
+// in a summary, into groups. Used from one thread. The values' base stands first: so each operand of a row is
+// found without a call.
 class RowReader final : private ValueSource, private RowReceiver {
   public:
     // `onRow` is called with each row to be written as the current one. The row must live as long.

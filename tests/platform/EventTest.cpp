@@ -41,7 +41,7 @@ TEST(EventTest, ASetReleasesOneWaiterOrAllOfThemEvenIfClearedAtOnce) {
         }
         while (started < kWaiters) std::this_thread::yield();
         // There is no way to see that a thread waits; this makes it nearly certain.
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
         for (int i = 0; i < (autoReset ? kWaiters : 1); ++i) event.Set();
         if (!autoReset) event.Reset();
         for (std::thread& waiter : waiters) waiter.join();
