@@ -57,7 +57,7 @@ class FloorQueue {
         while (!stop_) {
             wake_.wait(1000);
             batch.clear();
-            queue_.Drain(batch);
+            queue_.Drain(batch, queue_.Size());
             benchmark::DoNotOptimize(batch.data());
         }
     }

@@ -25,7 +25,7 @@ class Own {
   public:
     void Push(const Record& record) { benchmark::DoNotOptimize(queue_.TryPush(Record(record))); }
     std::size_t Drain(std::vector<Record>& batch) {
-        queue_.Drain(batch);
+        queue_.Drain(batch, queue_.Size());
         return batch.size();
     }
 

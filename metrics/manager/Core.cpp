@@ -74,8 +74,8 @@ std::uint64_t Core::NextContextId() {
 MetricsStatistics Core::Statistics() const {
     MetricsStatistics statistics;
     statistics.queued = queue_.Size();
-    statistics.posted = taken_ + statistics.queued;
     statistics.delivered = delivered_;
+    statistics.posted = statistics.delivered + statistics.queued;
     statistics.dropped = dropped_;
     statistics.batches = batches_;
     statistics.largestBatch = largestBatch_;

@@ -100,6 +100,10 @@ class Core : public std::enable_shared_from_this<Core> {
     void WaitDelivered();
     bool WaitUntil(const std::function<bool()>& predicate, int timeoutMs);
 
+    /// For a callback: whether another batch follows at once, so that what need not be done for each of them
+    /// can wait for the last one. That may never come, when the worker is given up.
+    bool MoreFollows() const;
+
     /// Runs a task on the worker, or here if there is none, under the dispatch lock; returns when it has run.
     /// False if it was dropped because the manager is stopping. What the task throws reaches the caller.
     bool ExecuteOnWorker(std::function<void()> task);
@@ -184,7 +188,6 @@ class Core : public std::enable_shared_from_this<Core> {
     std::atomic<std::uint32_t> hintsGiven_{0};
 
     // Counters of the worker.
-    std::atomic<std::uint64_t> taken_{0};
     std::atomic<std::uint64_t> delivered_{0};
     std::atomic<std::uint64_t> batches_{0};
     std::atomic<std::uint64_t> largestBatch_{0};

@@ -121,6 +121,10 @@ void Core::WaitDelivered() {
     progress_.Wait([&] { return worker->Delivered() >= cycle || worker->HasLeft() || worker->IsGivenUp(); });
 }
 
+bool Core::MoreFollows() const {
+    return OnWorkerThread() && Worker::OfThisThread()->MoreFollows();
+}
+
 bool Core::WaitUntil(const std::function<bool()>& predicate, int timeoutMs) {
     using Clock = Progress::Clock;
     wake_.set();

@@ -165,11 +165,11 @@ class MpscQueue {
     /// How many elements are there, those that are being built included.
     std::size_t Size() const noexcept { return static_cast<std::size_t>(slots_.Size()); }
 
-    /// Moves what is in the queue now, and nothing that comes later, to the end of `batch`, which keeps room
-    /// for `spare` more. Loses nothing when memory is short: what doesn't fit stays in the queue. For one
-    /// thread at a time; waits for producers that are in the midst of an append.
-    void Drain(std::vector<T>& batch, std::size_t spare = 0) {
-        slots_.TakeEach(Reserve(batch, Size(), spare), [&](MpscSlots::Slot& slot) {
+    /// Moves the first `count` elements, of those that `Size` has counted, to the end of `batch`. Throws when
+    /// that finds no memory; what it has not got then stays in the queue. For one thread at a time; waits for
+    /// producers that are in the midst of an append.
+    void Drain(std::vector<T>& batch, std::size_t count) {
+        slots_.TakeEach(count, [&](MpscSlots::Slot& slot) {
             T* element = Element(slot);
             batch.push_back(std::move(*element));
             element->~T();
@@ -202,17 +202,6 @@ class MpscQueue {
         MpscSlots::Slot& slot = slots_.At(ticket);
         build(static_cast<void*>(slot.element));
         slot.full.store(1, std::memory_order_release);
-    }
-
-    // The number of elements for which `batch` has, or gets, room.
-    static std::size_t Reserve(std::vector<T>& batch, std::size_t count, std::size_t spare) noexcept {
-        try {
-            batch.reserve(batch.size() + count + spare);
-            return count;
-        } catch (const std::bad_alloc&) {
-            const std::size_t room = batch.capacity() - batch.size();
-            return room > spare ? room - spare : 0;
-        }
     }
 
     MpscSlots slots_;

@@ -13,13 +13,15 @@ namespace Metrics::detail {
 
 namespace {
 
-constexpr std::size_t kInitialBatch = 1024;
-// Events that the worker may add to a batch.
+// A batch is so small that it is still in the cache of this core when its subscribers read it.
+constexpr std::size_t kBatch = 2048;
+// Events that the worker may add to a cycle's last batch.
 constexpr std::size_t kSynthetic = 2;
-// A batch of this size is wanted under load: large enough to pay for the cycle, small enough to stay in the
-// cache levels that the machine's cores share. The wait between two cycles adapts to it.
-constexpr std::size_t kWantedBatch = 65536;
-constexpr std::size_t kHugeBatch = 4 * kWantedBatch;
+// A cycle of this many events is wanted under load, which pays for waking up and for flushing what it
+// touched. The wait between two cycles adapts to it.
+constexpr std::size_t kWantedCycle = 65536;
+// A cycle of fewer events tells nothing of what the worker can do.
+constexpr std::size_t kTellingCycle = 1024;
 // What waits may take the worker about a tenth of a second; beyond that those who post are slowed.
 constexpr double kCrowdSeconds = 0.1;
 constexpr double kSmallestCrowd = 16384;
@@ -48,7 +50,7 @@ void Worker::Run() {
     try {
         thread_ = platform::ThreadHandle::Current();
         started_ = true;
-        batch_.reserve(kInitialBatch);
+        batch_.reserve(kBatch + kSynthetic);
         if (const auto init = core_->ThreadInitFunction(); init && *init) (*init)();
     } catch (...) {
         initFailure_ = std::current_exception();
@@ -106,11 +108,11 @@ void Worker::Loop() {
     }
 }
 
-// As long as it takes to fill a batch of the wanted size at the pace of the last cycles.
+// As long as it takes for a cycle of the wanted size to come together at the pace of the last ones.
 int Worker::NextWait() const {
     if (taken_ == 0) return kLongestWaitMs;
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(interval_).count();
-    const auto wanted = ms * static_cast<std::int64_t>(kWantedBatch) / static_cast<std::int64_t>(taken_);
+    const auto wanted = ms * static_cast<std::int64_t>(kWantedCycle) / static_cast<std::int64_t>(taken_);
     return static_cast<int>(std::clamp<std::int64_t>(wanted, kShortestWaitMs, kLongestWaitMs));
 }
 
@@ -120,38 +122,43 @@ bool Worker::Cycle() {
     interval_ = std::chrono::steady_clock::now() - std::exchange(start_, std::chrono::steady_clock::now());
     std::unique_lock lock(core_->dispatch_);
     if (core_->current_.get() != this) return false;
-    TakeEvents();
-    if (core_->Is(MetricsManager::Collecting)) core_->ApplyRemoteChanges();
+    const bool collecting = core_->Is(MetricsManager::Collecting);
+    taken_ = ahead_ = collecting ? core_->queue_.Size() : 0;
+    if (collecting) core_->ApplyRemoteChanges();
     std::exception_ptr failure = core_->RunQueuedJobs();
-    AppendSynthetic();
-    const bool goesOn = batch_.empty() || Deliver(lock, failure);
+    const bool goesOn = DeliverCycle(lock, failure);
     if (core_->Inherited()) return false;
     NotePace();
-    // A task or a callback that throws ends the worker, but not before the batch in its hands has been
+    // A task or a callback that throws ends the worker, but not before the events of its cycle have been
     // delivered.
     if (failure) std::rethrow_exception(failure);
     return goesOn;
 }
 
-// A small batch tells nothing of what the worker can do.
 void Worker::NotePace() {
-    if (taken_ < kInitialBatch) return;
+    if (taken_ < kTellingCycle) return;
     const std::chrono::duration<double> busy = std::chrono::steady_clock::now() - start_;
     const double crowd = static_cast<double>(taken_) / std::max(busy.count(), 1e-6) * kCrowdSeconds;
     core_->queue_.SetCrowd(static_cast<std::size_t>(std::clamp(crowd, kSmallestCrowd, kLargestCrowd)));
 }
 
-void Worker::TakeEvents() {
-    if (batch_.capacity() > kHugeBatch && batch_.size() < kWantedBatch) {
-        batch_ = {};
-        batch_.reserve(kInitialBatch);
-    }
+// Delivers what was in the queue when the cycle began, in batches. False when the worker must touch nothing
+// more; what it had not taken by then is still in the queue.
+bool Worker::DeliverCycle(std::unique_lock<platform::RecursiveMutex>& lock, std::exception_ptr& failure) {
+    do {
+        TakeBatch();
+        if (ahead_ == 0) AppendSynthetic();
+        if (!batch_.empty() && !Deliver(lock, failure)) return false;
+    } while (ahead_ > 0);
+    return true;
+}
+
+void Worker::TakeBatch() {
+    const std::size_t count = std::min(ahead_, kBatch);
     batch_.clear();
-    taken_ = 0;
-    if (!core_->Is(MetricsManager::Collecting)) return;
-    core_->queue_.Drain(batch_, kSynthetic);
-    taken_ = batch_.size();
-    core_->taken_.fetch_add(taken_, std::memory_order_relaxed);
+    core_->queue_.Drain(batch_, count);
+    core_->delivered_.fetch_add(count, std::memory_order_relaxed);
+    ahead_ -= count;
 }
 
 void Worker::AppendSynthetic() {
@@ -169,7 +176,8 @@ void Worker::AppendSynthetic() {
 
 // Hands the batch to every subscriber, also after one that throws.
 bool Worker::Deliver(std::unique_lock<platform::RecursiveMutex>& lock, std::exception_ptr& failure) {
-    CountBatch();
+    core_->batches_.fetch_add(1, std::memory_order_relaxed);
+    if (batch_.size() > core_->largestBatch_) core_->largestBatch_ = batch_.size();
     auto [id, entry] = core_->subscribers_.After(0);
     while (entry) {
         callbackToken_ = entry->token;
@@ -191,12 +199,6 @@ bool Worker::Deliver(std::unique_lock<platform::RecursiveMutex>& lock, std::exce
         std::tie(id, entry) = core_->subscribers_.After(id);
     }
     return true;
-}
-
-void Worker::CountBatch() {
-    core_->delivered_.fetch_add(taken_, std::memory_order_relaxed);
-    core_->batches_.fetch_add(1, std::memory_order_relaxed);
-    if (batch_.size() > core_->largestBatch_) core_->largestBatch_ = batch_.size();
 }
 
 }  // namespace Metrics::detail

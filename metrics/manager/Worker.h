@@ -60,6 +60,9 @@ class Worker {
     /// The token of the callback that this worker is in, or 0. For the worker's own thread.
     std::uint64_t CallbackToken() const { return callbackToken_; }
 
+    /// Whether another batch of the cycle follows the one being delivered. For the worker's own thread.
+    bool MoreFollows() const { return ahead_ > 0; }
+
   private:
     void Run();
     void Enter();
@@ -67,10 +70,10 @@ class Worker {
     void Loop();
     bool Cycle();
     void NotePace();
-    void TakeEvents();
+    bool DeliverCycle(std::unique_lock<platform::RecursiveMutex>& lock, std::exception_ptr& failure);
+    void TakeBatch();
     void AppendSynthetic();
     bool Deliver(std::unique_lock<platform::RecursiveMutex>& lock, std::exception_ptr& failure);
-    void CountBatch();
     int NextWait() const;
 
     const std::shared_ptr<Core> core_;
@@ -86,7 +89,8 @@ class Worker {
 
     // Used by the worker's thread only.
     std::vector<MetricsEvent> batch_;
-    std::size_t taken_ = 0;  // events of the batch that came from the queue
+    std::size_t taken_ = 0;  // events of the cycle that came from the queue
+    std::size_t ahead_ = 0;  // those that are still there
     std::optional<std::uint64_t> lastMask_;
     std::optional<std::uint32_t> lastState_;
     std::uint64_t callbackToken_ = 0;

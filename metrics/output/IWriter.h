@@ -18,7 +18,7 @@ class IWriter {
     // For each event of the target, in its final order. Must neither allocate nor write to the stream for
     // each event, but collect.
     virtual void Write(const MetricsEvent& event) = 0;
-    // At the end of each batch in which something was written: hands on what was collected.
+    // After the last batch of each cycle in which something was written: hands on what was collected.
     virtual void Flush() = 0;
     // Once, before the target goes; no Flush follows.
     virtual void End() = 0;

@@ -116,7 +116,7 @@ void MetricsOutput::Flush() {
     Validate();
     if (Inherited(state_) || state_->IsClosed()) return;
     state_->Core().WaitDelivered();
-    state_->Synchronize();  // each batch is flushed at its end
+    state_->Flush();
 }
 
 void MetricsOutput::Close() {

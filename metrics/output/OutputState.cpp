@@ -50,7 +50,7 @@ OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format f
 }
 
 template <class Action>
-void OutputState::Guarded(Action action) noexcept {
+void OutputState::Guarded(Action action, bool flush) noexcept {
     const Locked locked(*this);
     try {
         try {
@@ -60,20 +60,23 @@ void OutputState::Guarded(Action action) noexcept {
         } catch (...) {
             problems_.push_back("unknown exception");
         }
-        FinishBatch();
+        FinishBatch(flush);
     } catch (...) {
         // There is no memory even for the message.
     }
 }
 
+// What was collected for targets that stay open goes out once in a cycle: with thousands of them there is
+// hardly an event for each one in a batch.
 void OutputState::ProcessBatch(const std::vector<MetricsEvent>& batch) noexcept {
-    Guarded([&] {
+    const auto process = [&] {
         if (!Writes()) return;
         if (router_)
             router_->Route(batch);
         else
             targets_.WriteToEach(batch);
-    });
+    };
+    Guarded(process, !core_->MoreFollows());
 }
 
 void OutputState::OpenFile(const std::string& name, std::uint64_t contextId) {
@@ -148,6 +151,10 @@ void OutputState::MuteVolatileData() {
     if (router_) router_->MuteVolatileData();
 }
 
+void OutputState::Flush() noexcept {
+    Guarded([] {});
+}
+
 void OutputState::Drain(std::uint64_t contextId) noexcept {
     Guarded([&] {
         if (router_) router_->Drain({.on = true, .rootId = contextId});
@@ -187,8 +194,8 @@ void OutputState::CloseMarked() {
     }
 }
 
-void OutputState::FinishBatch() {
-    targets_.Flush();
+void OutputState::FinishBatch(bool flush) {
+    if (flush) targets_.Flush();
     CloseMarked();
     for (std::string& problem : targets_.TakeProblems()) problems_.push_back(std::move(problem));
     for (std::string& problem : std::exchange(problems_, {})) AddError(std::move(problem));

@@ -38,6 +38,8 @@ class OutputState {
     void SetRowDefinition(const std::string& definition);
     void MuteVolatileData();
 
+    // Hands on all that is ready; waits for a batch in progress.
+    void Flush() noexcept;
     // Writes what forced closure releases.
     void Drain(std::uint64_t contextId) noexcept;
     // Writes everything, closes everything; nothing is written afterwards.
@@ -51,8 +53,6 @@ class OutputState {
 
     // Frees the files that Borrowed made.
     void ReleaseStreams() noexcept;
-    // Waits for a batch in progress.
-    void Synchronize() const { const std::lock_guard lock(lock_); }
 
   private:
     // Holds the lock; what is to be logged goes out after it.
@@ -61,7 +61,7 @@ class OutputState {
     bool Writes() const { return !closed_ && errors_.empty(); }
     // Runs an action under the lock and finishes the batch. What it throws becomes an error.
     template <class Action>
-    void Guarded(Action action) noexcept;
+    void Guarded(Action action, bool flush = true) noexcept;
 
     OutputTarget MakeFileTarget(const std::string& name);
     OutputTarget& Open(OutputTarget target, std::uint64_t contextId);
@@ -69,7 +69,7 @@ class OutputState {
     void Begin(OutputTarget& target);
     void OpenForRoot(std::uint64_t rootId);
 
-    void FinishBatch();
+    void FinishBatch(bool flush = true);
     void CloseMarked();
     void StopRouting();
     void CloseAll();

@@ -100,6 +100,7 @@ void TargetList::MarkAll() {
 
 std::vector<ClosedTarget> TargetList::CloseMarked() {
     std::vector<ClosedTarget> closed;
+    if (!marked_.empty()) std::erase_if(touched_, [](const OutputTarget* target) { return target->marked; });
     std::sort(marked_.begin(), marked_.end(), OpenedBefore);
     for (OutputTarget* target : marked_) closed.push_back(Close(*target));
     marked_.clear();
@@ -116,7 +117,6 @@ ClosedTarget TargetList::Close(OutputTarget& target) {
     audience.targets.erase(std::find(audience.targets.begin(), audience.targets.end(), &target));
     ClosedTarget closed{audience.contextId, audience.targets.empty(), target.writer->TakeBuffer()};
     if (closed.wasLast) audiences_.erase(closed.contextId);
-    std::erase(touched_, &target);
     targets_.erase(target.number);
     return closed;
 }

@@ -1,4 +1,8 @@
 // A callback that takes longer than Shutdown waits.
+#include <algorithm>
+#include <array>
+#include <vector>
+
 #include "metrics/Context.h"
 #include "tests/lifetime/Threads.h"
 #include "tests/support/RunningTest.h"
@@ -43,6 +47,32 @@ TEST_F(SlowCallback, IsGivenUpAndHarmsNothing) {
     EXPECT_EQ(neighbourCalls, 0) << "the old worker went on after it was given up";
     Manager().Shutdown();
     EXPECT_EQ(Manager().GetState(), MetricsManager::Collecting);
+}
+
+TEST_F(SlowCallback, LeavesWhatItHadNotTakenToTheNextWorker) {
+    Manager().SetState(MetricsManager::Collecting, true);
+    std::array<Gate, 2> gates;
+    std::vector<MetricsEvent> got;
+    Manager().Subscribe(kEvents, [&, calls = 0U](const auto& batch) mutable {
+        got.insert(got.end(), batch.begin(), batch.end());
+        gates[std::min(calls++, 1U)].Pass();
+    });
+    Manager().Start();
+    gates[0].WaitForSomebody();
+    for (int i = 0; i < 5000; ++i) Context::Create(true);
+    gates[0].Open();
+    gates[1].WaitForSomebody();  // in the first of several batches
+    Manager().Shutdown();
+    gates[1].Open();
+    EXPECT_TRUE(WaitForState(MetricsManager::Collecting));
+    Recorder recorder;
+    Manager().Start();
+    const std::vector<MetricsEvent> rest = recorder.Take();
+    EXPECT_LT(rest.size(), 5000U);
+    got.insert(got.end(), rest.begin(), rest.end());
+    std::erase_if(got, [](const auto& event) { return event.Type() != MetricsEventType::ContextCreate; });
+    ASSERT_EQ(got.size(), 5000U);
+    for (std::uint64_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i].param2.AsUInt64(), i + 1);
 }
 
 TEST_F(SlowCallback, MayShutTheManagerDownAfterItWasGivenUp) {

@@ -28,7 +28,7 @@ TEST(MpscQueue, EveryElementArrivesOnceAndInItsProducersOrder) {
     std::vector<Element> batch;
     for (bool last = false; !last; batch.clear()) {
         last = running == 0;
-        queue.Drain(batch);
+        queue.Drain(batch, queue.Size());
         for (const auto& [producer, number] : batch) ASSERT_EQ(*number, next[producer]++);
     }
     EXPECT_EQ(next, std::vector<int>(kProducers, kEach));
@@ -41,7 +41,7 @@ TEST(MpscQueue, ReleasesWhatNobodyTook) {
         MpscQueue<std::shared_ptr<int>> queue;
         std::vector<std::shared_ptr<int>> batch;
         for (int i = 0; i < 3000; ++i) ASSERT_TRUE(queue.TryPush(std::shared_ptr(shared)));
-        queue.Drain(batch);
+        queue.Drain(batch, queue.Size());
         for (int i = 0; i < 3000; ++i) ASSERT_TRUE(queue.TryPush(std::shared_ptr(shared)));
         EXPECT_EQ(shared.use_count(), 6001);
     }
@@ -55,7 +55,7 @@ TEST(MpscQueue, GoesRoundItsDirectoryInTheMemoryOfAFewBlocks) {
     const std::int64_t before = Testing::ResidentKiB();
     for (std::uint64_t i = 0; i < MpscQueue<std::uint64_t>::kCapacity + 100'000;) {
         for (int n = 0; n < 1500; ++n) ASSERT_TRUE(queue.TryPush(i++));
-        queue.Drain(batch);
+        queue.Drain(batch, queue.Size());
         ASSERT_EQ(batch.size(), 1500U);
         ASSERT_EQ(batch.front(), i - 1500);
         ASSERT_EQ(batch.back(), i - 1);

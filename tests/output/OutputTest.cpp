@@ -72,6 +72,39 @@ TEST_F(WholeOutput, TargetsComeAndGoWhileThreadsWork) {
     EXPECT_EQ(jobs, std::size(threads) * kJobs) << text.substr(0, 2000);
 }
 
+// Counts how often it is flushed.
+class FlushedBuffer : public std::stringbuf {
+  public:
+    int flushes = 0;
+
+  private:
+    int sync() override {
+        ++flushes;
+        return 0;
+    }
+};
+
+TEST_F(WholeOutput, FlushesWhatStaysOpenOnceInACycle) {
+    FlushedBuffer buffer;
+    std::ostream stream(&buffer);
+    MetricsOutput output(Mode::Borrowed, Format::Raw);
+    Context context = Context::Root("job");
+    output.WriteToStream(stream, context.GetContextId());
+    Scope scope("many");
+    output.Flush();
+    const int before = buffer.flushes;
+    auto& manager = MetricsManager::GetInstance();
+    manager.SetState(MetricsManager::Collecting, false);
+    for (int i = 1; i <= 10000; ++i) scope.Emit("i", i);
+    manager.SetState(MetricsManager::Collecting, true);
+    output.Flush();
+    EXPECT_TRUE(Has(buffer.str(), ",10,\"i\",\"10000\"\n"));
+    EXPECT_EQ(buffer.flushes, before + 1);
+    scope.Close();
+    context.Close();
+    output.Close();
+}
+
 TEST_F(WholeOutput, ClosedInACallbackWhileAnotherThreadCloses) {
     // Under ThreadSanitizer the worker is some fifty times slower than without.
     for (int left = kThreadSanitized ? 4 : 20; left != 0; --left) {

@@ -30,7 +30,7 @@ TEST(MpscQueue, APushThatGetsNoMemoryLeavesItAsItWas) {
     EXPECT_EQ(queue.Size(), pushed);
     EXPECT_TRUE(queue.TryPush(std::uint64_t{pushed}));
     std::vector<std::uint64_t> batch;
-    queue.Drain(batch);
+    queue.Drain(batch, queue.Size());
     ASSERT_EQ(batch.size(), pushed + 1);
     for (std::size_t i = 0; i <= pushed; ++i) ASSERT_EQ(batch[i], i);
 }

@@ -9,7 +9,9 @@
 #include <atomic>
 
 #include "metrics/Context.h"
+#include "metrics/MetricsSubscription.h"
 #include "metrics/Session.h"
+#include "tests/lifetime/Threads.h"
 #include "tests/output/OutputFixture.h"
 #include "tests/support/Memory.h"
 
@@ -36,6 +38,25 @@ TEST_F(OutputDescriptors, TheLimitOfOpenFilesIsNamed) {
     ASSERT_EQ(output.Errors().size(), 1U);
     EXPECT_TRUE(output.Errors()[0].starts_with("failed to open file: " + Path("f-"))) << output.Errors()[0];
     EXPECT_TRUE(output.Errors()[0].ends_with(" (the limit of open files is reached)")) << output.Errors()[0];
+}
+
+TEST_F(OutputDescriptors, FilesThatWereWrittenAreClosedBeforeTheWholeBacklogIs) {
+    Session session;
+    MetricsOutput output(Mode::PerContext, Format::Raw);
+    output.SetWildcardedOutputFile(Path("f-*"));
+    Gate gate;
+    const MetricsSubscription holding(MetricsEventCategory::Events, [&](const auto&) { gate.Pass(); });
+    gate.WaitForSomebody();
+    for (int i = 0; i < 1500; ++i) const Context context(0, Context::Create(true));
+    rlimit old;
+    getrlimit(RLIMIT_NOFILE, &old);
+    const rlimit low{1000, old.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &low);
+    gate.Open();
+    output.Close();
+    setrlimit(RLIMIT_NOFILE, &old);
+    EXPECT_EQ(output.GetErrors(), Briefs());
+    EXPECT_TRUE(Has(ReadFile(Path("f-1500")), ",1500,1,3,"));
 }
 
 TEST_F(OutputDescriptors, AClosedPipeIsAnErrorAndTheProcessLives) {
