@@ -176,7 +176,7 @@ constexpr auto Whole = [](auto* benchmark) { benchmark->Arg(1)->Arg(100)->Arg(10
 BENCHMARK_CAPTURE(QueueToFile, RawUnordered, Mode::Single, Format::RawUnordered)->Apply(Whole);
 BENCHMARK_CAPTURE(QueueToFile, Raw, Mode::Single, Format::Raw)->Apply(Whole);
 BENCHMARK_CAPTURE(QueueToFile, Xml, Mode::Single, Format::Xml)->Apply(Whole);
-BENCHMARK_CAPTURE(QueueToFile, Buffer, Mode::PerContext, Format::Buffer)->Arg(1)->Arg(100)->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Buffer, Mode::PerContext, Format::Buffer)->Apply(Whole);
 BENCHMARK_CAPTURE(QueueToFile, Csv, Mode::Single, Format::CsvComma)->Apply(Whole);
 
 // Asking for what is written when nothing is: what a host waits that finishes its outputs now and then.

@@ -59,6 +59,9 @@ class ContextForest {
         return record != nullptr && record->id == id ? record : LookUp(id);
     }
     ContextRecord& FindOrAdd(std::uint64_t id);
+    // What probably is the record of a context, or null; looks nothing up.
+    const ContextRecord* Guess(std::uint64_t id) const { return found_[id & (found_.size() - 1)]; }
+    std::size_t Size() const { return records_.size(); }
     RootRecord* FindRoot(std::uint64_t id);
     // The root with the lowest id, or null.
     RootRecord* LowestRoot() { return roots_.empty() ? nullptr : &roots_.begin()->second; }

@@ -2,8 +2,16 @@
 
 #include "metrics/output/EventKind.h"
 #include "metrics/output/VolatileData.h"
+#include "metrics/platform/Prefetch.h"
 
 namespace Metrics::detail {
+
+namespace {
+
+// More contexts than this don't stay in the cache.
+constexpr std::size_t kSpread = 1024;
+
+}  // namespace
 
 Audience* EventRouter::Foremost() {
     auto& audiences = targets_.Audiences();
@@ -40,10 +48,31 @@ inline std::size_t EventRouter::Keep(ContextRecord& record, std::span<const Metr
     return 1;
 }
 
+// What is known of a context leads from one place in memory to the next, and with thousands of contexts all
+// of them have left the cache by its next event. So each place is fetched some events before it is needed,
+// and the one that it leads to some events later.
+void EventRouter::FetchAhead(std::span<const MetricsEvent> events) const {
+    if (events.size() <= 12) return;
+    const auto record = [&](int ahead) { return sequencer_.Forest().Guess(ContextOf(events[ahead])); };
+    const auto root = [&](int ahead) { return record(ahead) != nullptr ? record(ahead)->root : nullptr; };
+    const auto audience = [&](int ahead) { return root(ahead) != nullptr ? root(ahead)->audience : nullptr; };
+    const auto target = [&](int ahead) {
+        return audience(ahead) != nullptr ? audience(ahead)->targets.front() : nullptr;
+    };
+    constexpr std::size_t kWriter = 128;  // what writers have of their own, more or less
+    platform::Prefetch(record(12), sizeof(ContextRecord));
+    platform::Prefetch(root(9), sizeof(RootRecord));
+    platform::Prefetch(audience(7), sizeof(Audience));
+    platform::Prefetch(target(5), sizeof(OutputTarget));
+    if (target(3) != nullptr) platform::Prefetch(target(3)->writer.get(), kWriter);
+}
+
 void EventRouter::Route(const std::vector<MetricsEvent>& batch) {
     batchEnd_ = batch.data() + batch.size();
     unannounced_ = ServesInTurn() ? batch.data() : batchEnd_;
-    for (std::span<const MetricsEvent> left = batch; !left.empty();) left = left.subspan(Take(left));
+    const bool spread = !ServesInTurn() && sequencer_.Forest().Size() > kSpread;
+    for (std::span<const MetricsEvent> left = batch; !left.empty(); left = left.subspan(Take(left)))
+        if (spread) FetchAhead(left);
     if (ServesInTurn()) ServeInTurn();
     unannounced_ = batchEnd_ = nullptr;
 }

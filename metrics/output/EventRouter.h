@@ -43,6 +43,7 @@ class EventRouter {
     bool IsChild(std::uint64_t contextId) { return sequencer_.IsChild(contextId); }
 
   private:
+    void FetchAhead(std::span<const MetricsEvent> events) const;
     // These take the first of the events, or more, and return how many.
     std::size_t Take(std::span<const MetricsEvent> events);
     std::size_t Keep(ContextRecord& record, std::span<const MetricsEvent> events);

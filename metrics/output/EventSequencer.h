@@ -82,6 +82,7 @@ class EventSequencer {
     // All of the above in one: takes the next event of a root, or of whose turn it is in LowestRoot.
     bool Take(std::uint64_t rootId, MetricsEvent& event);
 
+    const ContextForest& Forest() const { return forest_; }
     RootRecord* FindRoot(std::uint64_t id) { return forest_.FindRoot(id); }
     // True when `id` is a known context and not a root.
     bool IsChild(std::uint64_t id);

@@ -67,7 +67,7 @@ Audience& TargetList::AudienceFor(std::uint64_t contextId) {
 void TargetList::Write(OutputTarget& target, std::span<const MetricsEvent> events) {
     if (target.failed) return;
     Try(target, [&] {
-        if (!target.touched) {
+        if (!target.touched && target.stream != nullptr) {
             touched_.push_back(&target);
             target.touched = true;
         }

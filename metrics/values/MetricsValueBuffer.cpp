@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "metrics/MetricsValue.h"
+#include "metrics/platform/Prefetch.h"
 
 namespace Metrics {
 
@@ -137,6 +138,9 @@ std::uint32_t MetricsValueBuffer::AppendEach(std::initializer_list<const Metrics
     Encoder encoder(bytes_);
     for (const MetricsValue* value : values) encoder.Add(*value);
     encoder.Flush();
+    // The room for the next event, which comes when the events of many other buffers have passed the cache.
+    platform::Prefetch(bytes_.data() + bytes_.size(),
+                       std::min(bytes_.capacity() - bytes_.size(), std::size_t{192}));
     return static_cast<std::uint32_t>(bytes_.size() - before);
 }
 
