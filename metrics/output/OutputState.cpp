@@ -92,7 +92,7 @@ OutputTarget OutputState::MakeFileTarget(const std::string& name) {
     CheckDefinition(settings_);  // before a file of that name is replaced
     OutputTarget target;
     target.name = name;
-    target.owned = OpenOutputFile(name);
+    target.owned = std::make_unique<OutputFileStream>(name);
     target.stream = target.owned.get();
     return target;
 }

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <exception>
-#include <fstream>
+
+#include "metrics/output/OutputFile.h"
 
 namespace Metrics::detail {
 
@@ -121,11 +122,10 @@ ClosedTarget TargetList::Close(OutputTarget& target) {
     return closed;
 }
 
-// The last chance to hear of what the system could not write.
 void TargetList::CloseFile(OutputTarget& target) {
-    auto* file = dynamic_cast<std::ofstream*>(target.owned.get());
+    auto* file = dynamic_cast<OutputFileStream*>(target.owned.get());
     if (file == nullptr) return;
-    Try(target, [&] { file->close(); });
+    Try(target, [&] { file->Close(); });
     CheckStream(target);
 }
 

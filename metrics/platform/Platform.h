@@ -1,8 +1,7 @@
 // The contract with the operating system. Everything the library asks of it is declared here, and nothing
 // else in the library includes a system header or tests a system macro. The folders posix/ and windows/ each
 // hold a whole implementation; the build picks one. What the standard library already offers (threads,
-// mutexes without recursion, condition variables, file streams, sleeping) is used directly and is not
-// wrapped.
+// mutexes without recursion, condition variables, sleeping) is used directly and is not wrapped.
 //
 // Unless said otherwise every function may be called from any thread, does not throw and does not allocate.
 #pragma once
@@ -206,6 +205,33 @@ struct PathParts {
     std::string_view extension;
 };
 PathParts SplitPath(std::string_view path);
+
+// --- Output files ---
+
+// A new file that is written from its start to its end, as text: on Windows a line end becomes two
+// characters. Programs that this one starts don't inherit it. For one thread at a time.
+//
+// Not a std::ofstream, because the C library keeps its open files in a list, which each one that is closed is
+// searched for from the newest on: with ten thousand that costs more than all their bytes. And on Windows it
+// has no more than 512.
+class OutputFile {
+  public:
+    OutputFile() = default;
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    // Once. An existing file is emptied; others may read and write it meanwhile. Returns 0 or why it can't be
+    // opened, one of the numbers of <cerrno>.
+    int Open(const std::string& path);
+    // False when not all of it could be written.
+    bool Write(std::string_view text);
+    // False when the system could not write what it had taken over, or when nothing was open.
+    bool Close();
+
+  private:
+    int handle_ = -1;
+};
 
 // --- Profile files ---
 
