@@ -148,8 +148,8 @@ BENCHMARK_CAPTURE(Run, Xml_Single, Mode::Single, Format::Xml)->Apply(InTurn);
 BENCHMARK_CAPTURE(Run, Xml_PerContext, Mode::PerContext, Format::Xml)->Apply(SideBySide);
 BENCHMARK_CAPTURE(Run, Buffer_PerContext, Mode::PerContext, Format::Buffer)->Apply(SideBySide);
 
-// The whole way from the manager's queue, in which a life waits, until all of it is in the file or in
-// buffers.
+// The whole way from the manager's queue, in which a life of as many batches waits as the second argument
+// says, until all of it is in the file or in buffers.
 void QueueToFile(benchmark::State& state, Mode mode, Format format) {
     const Lives lives(static_cast<std::uint64_t>(state.range(0)));
     const Folder folder;
@@ -161,23 +161,35 @@ void QueueToFile(benchmark::State& state, Mode mode, Format format) {
     if (mode == Mode::Single) output.OpenFile(folder / "all", 0);
     for (auto _ : state) {
         manager.SetState(MetricsManager::Collecting, false);
-        for (const Batch* batch : {&lives.open, &lives.work, &lives.close})
-            for (const MetricsEvent& event : *batch) core->Post(MetricsEvent(event));
+        const auto post = [&](const Batch& batch) {
+            for (const MetricsEvent& event : batch) core->Post(MetricsEvent(event));
+        };
+        post(lives.open);
+        for (std::int64_t left = state.range(1); left != 0; --left) post(lives.work);
+        post(lives.close);
         const auto start = std::chrono::steady_clock::now();
         manager.SetState(MetricsManager::Collecting, true);
         output.Flush();
         const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
         state.SetIterationTime(passed.count());
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(lives.work.size()) * state.iterations());
+    const auto work = static_cast<std::int64_t>(lives.work.size()) * state.range(1);
+    const auto events = work + static_cast<std::int64_t>(lives.open.size() + lives.close.size());
+    state.SetItemsProcessed(events * state.iterations());
     if (output.HasError()) state.SkipWithError(output.GetErrors().front().c_str());
 }
-constexpr auto Whole = [](auto* benchmark) { benchmark->Arg(1)->Arg(100)->Arg(10000)->UseManualTime(); };
-BENCHMARK_CAPTURE(QueueToFile, RawUnordered, Mode::Single, Format::RawUnordered)->Apply(Whole);
-BENCHMARK_CAPTURE(QueueToFile, Raw, Mode::Single, Format::Raw)->Apply(Whole);
-BENCHMARK_CAPTURE(QueueToFile, Xml, Mode::Single, Format::Xml)->Apply(Whole);
-BENCHMARK_CAPTURE(QueueToFile, Buffer, Mode::PerContext, Format::Buffer)->Apply(Whole);
-BENCHMARK_CAPTURE(QueueToFile, Csv, Mode::Single, Format::CsvComma)->Apply(Whole);
+BENCHMARK_CAPTURE(QueueToFile, RawUnordered, Mode::Single, Format::RawUnordered)
+    ->Apply(InTurn)
+    ->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Raw, Mode::Single, Format::Raw)->Apply(InTurn)->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Xml, Mode::Single, Format::Xml)->Apply(InTurn)->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Buffer, Mode::PerContext, Format::Buffer)
+    ->ArgNames({"contexts", "batches"})
+    ->Args({1, 1})
+    ->Args({100, 1})
+    ->Args({10000, 10})
+    ->UseManualTime();
+BENCHMARK_CAPTURE(QueueToFile, Csv, Mode::Single, Format::CsvComma)->Apply(InTurn)->UseManualTime();
 
 // Asking for what is written when nothing is: what a host waits that finishes its outputs now and then.
 void Finish(benchmark::State& state) {

@@ -2,8 +2,8 @@
 #include <windows.h>
 
 #include <string>
+#include <string_view>
 
-#include "metrics/output/OutputFile.h"
 #include "metrics/platform/Platform.h"
 #include "tests/support/Wine.h"
 
@@ -47,14 +47,20 @@ TEST(InterruptHandlerTest, CtrlCSetsTheFlag) {
     if (Testing::UnderWine()) Sleep(300);
 }
 
-TEST(OutputFileTest, IsSharedWithOtherReadersAndWriters) {
+TEST(OutputFileTest, IsTextThatOthersMayReadAndWriteMeanwhile) {
     const std::string path = "shared-" + std::to_string(CurrentProcessId()) + ".txt";
-    auto out = detail::OpenOutputFile(path);
+    OutputFile file;
+    ASSERT_EQ(file.Open(path), 0);
     const HANDLE other = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(other, INVALID_HANDLE_VALUE);
+    ASSERT_NE(other, INVALID_HANDLE_VALUE);
+    EXPECT_TRUE(file.Write("line\n"));
+    char text[10];
+    DWORD length = 0;
+    EXPECT_TRUE(ReadFile(other, text, sizeof text, &length, nullptr));
+    EXPECT_EQ(std::string_view(text, length), "line\r\n");
+    EXPECT_TRUE(file.Close());
     CloseHandle(other);
-    out.reset();
     DeleteFileA(path.c_str());
 }
 
