@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <ostream>
 
+#include "metrics/platform/Prefetch.h"
 #include "metrics/values/TextBuffer.h"
 
 namespace Metrics::detail {
@@ -17,6 +18,8 @@ class TextBlock {
     void EndLine() {
         text_.Append('\n');
         if (text_.Size() >= kEnough) HandOver();
+        // Room for the next line, which comes when those of many other files have passed the cache.
+        platform::Prefetch(text_.Room(kLine), kLine);
     }
 
     void Flush() {
@@ -25,6 +28,7 @@ class TextBlock {
     }
 
   private:
+    static constexpr std::size_t kLine = 128;
     // More makes the system calls no cheaper, and there may be ten thousand of these.
     static constexpr std::size_t kEnough = 16384;
 
