@@ -68,23 +68,34 @@ Audience& TargetList::AudienceFor(std::uint64_t contextId) {
 void TargetList::Write(OutputTarget& target, std::span<const MetricsEvent> events) {
     if (target.failed) return;
     Try(target, [&] {
-        if (!target.touched && target.stream != nullptr) {
-            touched_.push_back(&target);
-            target.touched = true;
-        }
+        if (target.flushPlace == 0 && target.stream != nullptr) WantFlush(target);
         for (const MetricsEvent& event : events) target.writer->Write(event);
     });
 }
 
+void TargetList::WantFlush(OutputTarget& target) {
+    toFlush_.push_back(&target);
+    target.flushPlace = toFlush_.size();
+}
+
+void TargetList::ForgoFlush(OutputTarget& target) {
+    if (target.flushPlace == 0) return;
+    OutputTarget* const last = toFlush_.back();
+    toFlush_[target.flushPlace - 1] = last;
+    last->flushPlace = target.flushPlace;
+    toFlush_.pop_back();
+    target.flushPlace = 0;
+}
+
 void TargetList::Flush() {
-    std::sort(touched_.begin(), touched_.end(), HandsOverBefore);
-    for (OutputTarget* target : touched_) {
-        target->touched = false;
+    std::sort(toFlush_.begin(), toFlush_.end(), HandsOverBefore);
+    for (OutputTarget* target : toFlush_) {
+        target->flushPlace = 0;
         if (target->failed) continue;
         Try(*target, [&] { target->writer->Flush(); });
         CheckStream(*target);
     }
-    touched_.clear();
+    toFlush_.clear();
 }
 
 void TargetList::Mark(Audience& audience) {
@@ -101,7 +112,6 @@ void TargetList::MarkAll() {
 
 std::vector<ClosedTarget> TargetList::CloseMarked() {
     std::vector<ClosedTarget> closed;
-    if (!marked_.empty()) std::erase_if(touched_, [](const OutputTarget* target) { return target->marked; });
     std::sort(marked_.begin(), marked_.end(), OpenedBefore);
     for (OutputTarget* target : marked_) closed.push_back(Close(*target));
     marked_.clear();
@@ -109,6 +119,7 @@ std::vector<ClosedTarget> TargetList::CloseMarked() {
 }
 
 ClosedTarget TargetList::Close(OutputTarget& target) {
+    ForgoFlush(target);  // End does the same
     if (!target.failed) {
         Try(target, [&] { target.writer->End(); });
         CheckStream(target);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/container/small_vector.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -25,8 +26,8 @@ struct OutputTarget {
     std::unique_ptr<IWriter> writer;      // after the stream that it uses
     std::uint64_t number = 0;             // in order of opening
     Audience* audience = nullptr;
-    bool touched = false;  // written to since the last flush
-    bool marked = false;   // to be closed
+    std::size_t flushPlace = 0;  // 1 + its place among those to be flushed, or 0
+    bool marked = false;         // to be closed
     bool failed = false;
 };
 
@@ -73,6 +74,8 @@ class TargetList {
   private:
     Audience& AudienceFor(std::uint64_t contextId);
     void Write(OutputTarget& target, std::span<const MetricsEvent> events);
+    void WantFlush(OutputTarget& target);
+    void ForgoFlush(OutputTarget& target);
     ClosedTarget Close(OutputTarget& target);
     void CheckStream(OutputTarget& target);
     void CloseFile(OutputTarget& target);
@@ -82,7 +85,7 @@ class TargetList {
 
     std::map<std::uint64_t, OutputTarget> targets_;  // by number
     std::map<std::uint64_t, Audience> audiences_;
-    std::vector<OutputTarget*> touched_;
+    std::vector<OutputTarget*> toFlush_;  // written to since the last flush
     std::vector<OutputTarget*> marked_;
     std::vector<std::string> problems_;
     std::uint64_t lastNumber_ = 0;
