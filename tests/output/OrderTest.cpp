@@ -1,5 +1,4 @@
 // Random trees of contexts come out walked in order, whatever the order in which threads post them.
-#include <functional>
 #include <map>
 #include <set>
 
@@ -20,8 +19,8 @@ void Append(Briefs& briefs, const Briefs& more) {
 }
 
 // Trees of contexts grown at random, and their events in two orders: as threads may post them, and as they
-// are to come out. Each context does its steps in order; a child may run at any time once it has been
-// created, also after its parent has closed.
+// are to come out. Each context does its steps in order; one that is created may run at any time from then
+// on: before its creation is posted, for its id is handed out first, or after its parent has closed.
 class RandomForest {
   public:
     RandomForest(std::uint32_t seed, int contexts) : random_(seed), budget_(contexts) {
@@ -35,18 +34,23 @@ class RandomForest {
     std::vector<MetricsEvent> Arrival() {
         std::vector<MetricsEvent> events;
         std::vector<std::uint64_t> running = {0};
+        std::set<std::uint64_t> begun;
         for (auto left = steps_; !running.empty();) {
-            const auto one = running.begin() + static_cast<long>(Pick(running.size()));
-            std::deque<MetricsEvent>& steps = left.at(*one);
-            events.push_back(steps.front());
+            const std::size_t one = Pick(running.size());
+            std::deque<MetricsEvent>& steps = left.at(running[one]);
+            const MetricsEvent step = steps.front();
+            if (IsCreation(step) && begun.insert(step.param2.AsUInt64()).second) {
+                running.push_back(step.param2.AsUInt64());
+                if (Pick(4) == 0) continue;
+            }
+            events.push_back(step);
             steps.pop_front();
-            if (steps.empty()) running.erase(one);
-            if (IsCreation(events.back())) running.push_back(events.back().param2.AsUInt64());
+            if (steps.empty()) running.erase(running.begin() + static_cast<long>(one));
         }
         return events;
     }
 
-    // The tree of one root, walked in order.
+    // The tree of one root, walked in order; or of 0, the creations of roots.
     Briefs Walk(std::uint64_t root) const {
         Briefs briefs;
         for (const MetricsEvent& event : steps_.at(root)) {
@@ -60,6 +64,7 @@ class RandomForest {
     Briefs WalkAll() const {
         Briefs briefs;
         for (const std::uint64_t root : roots_) Append(briefs, Walk(root));
+        Append(briefs, Walk(0));
         return briefs;
     }
 
@@ -103,37 +108,45 @@ TEST(Order, EachRootGetsItsTree) {
         const std::vector<MetricsEvent> arrival = forest.Arrival();
         Output each(Mode::PerContext, Format::Buffer);
         each.PutInPieces(arrival, seed);
-        MetricsDemultiplexer demux(MetricsDemultiplexer::Mode::RequestedRoot);
-        for (const MetricsEvent& event : arrival) demux.EnqueEvent(event);
         // Targets for half of the roots at once, for the others when their creation has been seen.
         Output borrowed(Mode::Borrowed, Format::Buffer);
         for (const std::uint64_t root : forest.Roots())
             if (root % 2 == 0) borrowed.OpenStream(nullptr, root);
+        MetricsDemultiplexer demux(MetricsDemultiplexer::Mode::RequestedRoot);
+        std::map<std::uint64_t, Briefs> dequeued;
         for (const MetricsEvent& event : arrival) {
             borrowed.Put({event});
             const std::uint64_t created = event.param2.AsUInt64();
             if (IsCreation(event) && event.param1 == 0 && created % 2 != 0)
                 borrowed.OpenStream(nullptr, created);
+            demux.EnqueEvent(event);
+            for (const std::uint64_t root : forest.Roots())
+                for (MetricsEvent next; demux.DequeEvent(root, next);) dequeued[root].push_back(Brief(next));
         }
         for (const std::uint64_t root : forest.Roots()) {
             SCOPED_TRACE(testing::Message() << "seed " << seed << " root " << root);
             EXPECT_EQ(Decode(each.FindBuffer(root)), forest.Walk(root));
             EXPECT_EQ(Decode(borrowed.FindBuffer(root)), forest.Walk(root));
-            Briefs dequeued;
-            for (MetricsEvent event; demux.DequeEvent(root, event);) dequeued.push_back(Brief(event));
-            EXPECT_EQ(dequeued, forest.Walk(root));
+            EXPECT_EQ(dequeued[root], forest.Walk(root));
         }
     }
 }
 
-Briefs TreesOfSingle(const std::function<void(Output&)>& put) {
-    Output output(Mode::Single, Format::Buffer);
-    output.OpenStream(nullptr, 0);
-    put(output);
-    output.CloseDown();
-    Briefs briefs = Decode(output.FindBuffer(0));
-    std::erase_if(briefs, [](const std::string& brief) { return brief.starts_with("0:1:0:"); });
-    return briefs;
+// Whichever root comes first; what belongs to none stands between them.
+void ExpectTreeAfterTree(Briefs out, const RandomForest& forest) {
+    const auto trees = std::stable_partition(
+        out.begin(), out.end(), [](const std::string& brief) { return brief.starts_with("0:"); });
+    EXPECT_EQ(Briefs(out.begin(), trees), forest.Walk(0));
+    out.erase(out.begin(), trees);
+    Briefs expected;
+    std::set<std::uint64_t> begun;
+    while (expected.size() < out.size()) {
+        const std::uint64_t root = std::stoull(out[expected.size()]);
+        ASSERT_TRUE(begun.insert(root).second) << root;
+        Append(expected, forest.Walk(root));
+    }
+    EXPECT_EQ(out, expected);
+    EXPECT_EQ(begun.size(), forest.Roots().size());
 }
 
 TEST(Order, SinglePutsTreeAfterTree) {
@@ -141,18 +154,25 @@ TEST(Order, SinglePutsTreeAfterTree) {
         SCOPED_TRACE(seed);
         RandomForest forest(seed, 150);
         const std::vector<MetricsEvent> arrival = forest.Arrival();
-        EXPECT_EQ(TreesOfSingle([&](Output& output) { output.Put(arrival); }), forest.WalkAll());
+        Output whole(Mode::Single, Format::Buffer);
+        whole.OpenStream(nullptr, 0);
+        whole.Put(arrival);
+        whole.CloseDown();
+        EXPECT_EQ(Decode(whole.FindBuffer(0)), forest.WalkAll());
 
-        const Briefs pieces = TreesOfSingle([&](Output& output) { output.PutInPieces(arrival, seed); });
-        Briefs expected;
-        std::set<std::uint64_t> begun;
-        while (expected.size() < pieces.size()) {
-            const std::uint64_t root = std::stoull(pieces[expected.size()]);
-            ASSERT_TRUE(begun.insert(root).second) << root;
-            Append(expected, forest.Walk(root));
+        Output pieces(Mode::Single, Format::Buffer);
+        pieces.OpenStream(nullptr, 0);
+        pieces.PutInPieces(arrival, seed);
+        pieces.CloseDown();
+        ExpectTreeAfterTree(Decode(pieces.FindBuffer(0)), forest);
+
+        MetricsDemultiplexer demux(MetricsDemultiplexer::Mode::LowestRoot);
+        Briefs dequeued;
+        for (const MetricsEvent& event : arrival) {
+            demux.EnqueEvent(event);
+            for (MetricsEvent next; demux.DequeEvent(2, next);) dequeued.push_back(Brief(next));
         }
-        EXPECT_EQ(pieces, expected);
-        EXPECT_EQ(begun.size(), forest.Roots().size());
+        ExpectTreeAfterTree(dequeued, forest);
     }
 }
 

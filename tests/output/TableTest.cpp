@@ -1,80 +1,26 @@
 // Rows of a row definition, as an output writes them.
-#include "metrics/Csv.h"
 #include "metrics/RowDefinitionError.h"
-#include "metrics/XmlParser.h"
-#include "metrics/output/XmlWriter.h"
 #include "tests/output/OutputFixture.h"
 
 namespace Metrics::Testing {
-
 namespace {
 
-constexpr std::uint64_t kRoot = 1;
-
-// Two stages, the second of them in a child context, with texts that need care in XML and in CSV.
-const std::vector<MetricsEvent> kRun = {
-    Create(0, kRoot), Construct(0, kRoot), Attribute(kRoot, "path", "a,\"b\" & <c>\n|d"),
-    OpenScope(kRoot, "file"), OpenScope(kRoot, "read stage"), Value(kRoot, "bytes", 17),
-    OpenScope(kRoot, "time"), Value(kRoot, "elapsed", 0.25), Value(kRoot, "enter", MetricsDateTime(kNoon)),
-    CloseScope(kRoot, "time"), CloseScope(kRoot, "read stage"), Create(kRoot, 2), Construct(kRoot, 2),
-    Attribute(2, "path", "child"), OpenScope(2, "merge"), OpenScope(2, "time"), Value(2, "elapsed", 1.5),
-    CloseScope(2, "time"),
-    // The child and one scope of the root are never closed.
-    Value(kRoot, "note", "tab\tand \\ backslash"), OpenScope(kRoot, "left open"), Value(kRoot, "bytes", 3),
-    Close(kRoot)};
-
-std::string RowsOf(const std::string& xml, const std::string& definition, char separator) {
-    std::ostringstream rows;
-    StreamingXml::XmlParser parser(
-        [&](StreamingXml::XmlParser& row) { Metrics::WriteCsvRow(row, rows, separator, row.IsSummary()); });
-    parser.Compile(definition);
-    // A summary's header comes with its groups, and so does that of a live one.
-    WriteCsvHeader(parser, rows, separator, parser.IsSummary());
-    parser.Feed(xml);
-    parser.End();
-    return rows.str();
-}
-
-std::string Live(Format format, const std::string& definition) {
-    Output output(Mode::Borrowed, format);
-    output.SetRowDefinition(definition);
-    const std::ostringstream& rows = output.Listen(kRoot);
-    output.PutInPieces(kRun, 7);
-    output.CloseDown();
-    EXPECT_EQ(output.Errors(), Briefs());
-    return rows.str();
-}
-
-std::string Replayed() {
-    Output output(Mode::Borrowed, Format::Buffer);
-    output.OpenStream(nullptr, kRoot);
-    output.Put(kRun);
-    output.CloseDown();
-    return Written<XmlWriter>(ReadEvents(*output.FindBuffer(kRoot)));
-}
-
-}  // namespace
-
-TEST(TableOutput, OneDefinitionGivesTheSameBytesLiveFromXmlAndFromABuffer) {
-    const std::string xml = Live(Format::Xml, "");
-    EXPECT_EQ(xml, Replayed());
-    for (const char* definition : {
-             "[path]:attr(file,\"path\");[stage]:path(time);[seconds]:time.elapsed:r:3",
-             "attr(*,\"path\");*.note;linenum(*.note):i",
-             "[s]:pivotpath(time);[n]:count(time.elapsed);[sum]:sum(time.elapsed);[max]:max(time.elapsed)",
-             "bytes:i;nodename(bytes,1);id(bytes);depth(bytes);nodeend(bytes);rownum()",
-             "scopes(elapsed,3);elapsed;enter?:d",
-             "ForceCloseContextDepth:i;path(ForceCloseContextDepth)",
-         }) {
-        SCOPED_TRACE(definition);
-        for (const auto& [format, separator] :
-             {std::pair{Format::CsvComma, ','}, std::pair{Format::CsvPipe, '|'}}) {
-            const std::string live = Live(format, definition);
-            EXPECT_GT(std::count(live.begin(), live.end(), '\n'), 1);
-            EXPECT_EQ(live, RowsOf(xml, definition, separator));
-        }
-    }
-}
+// Two stages, the second of them in a child context that is never closed.
+const std::vector<MetricsEvent> kRun = {Create(0, 1),
+                                        Construct(0, 1),
+                                        OpenScope(1, "file"),
+                                        OpenScope(1, "read"),
+                                        OpenScope(1, "time"),
+                                        Value(1, "elapsed", 0.25),
+                                        CloseScope(1, "time"),
+                                        CloseScope(1, "read"),
+                                        Create(1, 2),
+                                        Construct(1, 2),
+                                        OpenScope(2, "merge"),
+                                        OpenScope(2, "time"),
+                                        Value(2, "elapsed", 1.5),
+                                        CloseScope(2, "time"),
+                                        Close(1)};
 
 using TableFiles = OutputTest;
 
@@ -101,7 +47,7 @@ TEST_F(TableFiles, ASchemaStandsBesideFilesThatTheirTargetOwns) {
     {
         Output borrowed(Mode::Borrowed, Format::CsvPipe);
         borrowed.SetRowDefinition(definition);
-        borrowed.OpenFile(Path("borrowed.csv"), kRoot);
+        borrowed.OpenFile(Path("borrowed.csv"), 1);
     }
     // Windows knows two separators, and the folder has a drive letter there.
     for (const char separator : {'/', platform::PathSeparator()}) {
@@ -128,13 +74,14 @@ TEST_F(TableFiles, ASchemaStandsBesideFilesThatTheirTargetOwns) {
 TEST_F(TableFiles, WhatGoesWrongWhileTheWorkerConvertsIsRecordedAndStopsTheOutput) {
     Output output(Mode::Borrowed, Format::CsvComma);
     output.SetRowDefinition("elapsed");
-    const std::ostringstream& rows = output.Listen(kRoot);
-    output.Put({Create(0, kRoot), Construct(0, kRoot), OpenScope(kRoot, "file"), Value(kRoot, "elapsed", 1),
-                OpenScope(kRoot, std::string(70000, 'x').c_str())});
+    const std::ostringstream& rows = output.Listen(1);
+    output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "file"), Value(1, "elapsed", 1),
+                OpenScope(1, std::string(70000, 'x').c_str())});
     const Briefs errors = output.Errors();
     ASSERT_EQ(errors.size(), 1U);
     EXPECT_TRUE(Has(errors[0], "an XML tag exceeds 65536 characters.")) << errors[0];
     EXPECT_EQ(rows.str(), "elapsed\n1\n");
 }
 
+}  // namespace
 }  // namespace Metrics::Testing

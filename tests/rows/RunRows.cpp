@@ -7,15 +7,16 @@
 #include "metrics/Csv.h"
 #include "metrics/XmlParser.h"
 
-std::string RunRows(std::string_view definition, std::string_view input, std::size_t chunk, bool withHeader) {
+std::string RunRows(std::string_view definition, std::string_view input, std::size_t chunk, bool withHeader,
+                    char separator) {
     std::string rows;
     StreamingXml::XmlParser parser(
-        [&](StreamingXml::XmlParser& row) { row.AppendRow(rows, ',', row.IsSummary()); });
+        [&](StreamingXml::XmlParser& row) { row.AppendRow(rows, separator, row.IsSummary()); });
     try {
         parser.Compile(definition);
         if (withHeader) {
             std::ostringstream header;
-            Metrics::WriteCsvHeader(parser, header, ',', parser.IsSummary());
+            Metrics::WriteCsvHeader(parser, header, separator, parser.IsSummary());
             rows = header.str();
         }
         for (; !input.empty(); input.remove_prefix(std::min(chunk, input.size()))) {

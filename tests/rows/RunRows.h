@@ -7,4 +7,5 @@
 // them:
 // "! " and its message.
 std::string RunRows(std::string_view definition, std::string_view input,
-                    std::size_t chunk = std::string_view::npos, bool withHeader = false);
+                    std::size_t chunk = std::string_view::npos, bool withHeader = false,
+                    char separator = ',');
