@@ -30,36 +30,31 @@ TEST(RawWriterTest, WritesLinesAndMutesTimesAndContexts) {
 }
 
 TEST(XmlWriterTest, NestsScopesAndPlacesAttributesOnTheNextOne) {
-    EXPECT_EQ(
-        Written<XmlWriter>({Attribute(1, "pid", 12), Attribute(1, "who", "a<b>&\"'\\\t\n\r\1"),
-                            OpenScope(1, "job"), OpenScope(1, "step"), Attribute(1, "k", "v"),
-                            Value(1, "n", "x<y"), OpenScope(1, "inner"), CloseScope(1, "inner"),
-                            CloseScope(1, "step"), Close(1), CloseScope(1, "job"), CloseScope(1, "job")}),
-        "<job pid=\"12\" who=\"a&lt;b&gt;&amp;&quot;&apos;\\\\&#x9;&#xA;\">\n"
-        "  <step>\n"
-        "    <n>x&lt;y</n>\n"
-        "    <inner k=\"v\">\n"
-        "    </inner>\n"
-        "  </step>\n"
-        "</job>\n");
-}
-
-TEST(XmlWriterTest, ClosingDiscardsAttributesAndUsesTheNameOfTheClosingEvent) {
-    EXPECT_EQ(Written<XmlWriter>({OpenScope(1, "a"), Attribute(1, "lost", 1), CloseScope(1, "b"),
-                                  OpenScope(1, "c"), Attribute(1, "lost", 1),
-                                  Make(MetricsEventType::DemuxSynthesized, 1, 0), OpenScope(1, "d")}),
-              "<a>\n</b>\n<c>\n  <d>\n");
-}
-
-TEST(XmlWriterTest, ForcedClosureClosesAsManyAsItSaysAndNoMoreThanAreOpen) {
     const auto forced = [](std::int64_t depth) { return Make(MetricsEventType::DemuxSynthesized, 1, depth); };
-    EXPECT_EQ(Written<XmlWriter>(
-                  {OpenScope(1, "a"), OpenScope(1, "b"), OpenScope(1, "c"), forced(2), CloseScope(1, "a")}),
-              "<a>\n  <b>\n    <c>\n      <ForceCloseContextDepth>2</ForceCloseContextDepth>\n"
-              "    </c>\n  </b>\n</a>\n");
-    EXPECT_EQ(Written<XmlWriter>({OpenScope(1, "a"), forced(9)}),
-              "<a>\n  <ForceCloseContextDepth>9</ForceCloseContextDepth>\n</a>\n");
-    EXPECT_EQ(Written<XmlWriter>({forced(0), forced(-1), forced(std::int64_t{1} << 31)}), "");
+    const std::pair<std::vector<MetricsEvent>, const char*> cases[] = {
+        {{Attribute(1, "pid", 12), Attribute(1, "who", "a<b>&\"'\\\t\n\r\1"), OpenScope(1, "job"),
+          OpenScope(1, "step"), Attribute(1, "k", "v"), Value(1, "n", "x<y"), OpenScope(1, "inner"),
+          CloseScope(1, "inner"), CloseScope(1, "step"), Close(1), CloseScope(1, "job"),
+          CloseScope(1, "job")},
+         "<job pid=\"12\" who=\"a&lt;b&gt;&amp;&quot;&apos;\\\\&#x9;&#xA;\">\n"
+         "  <step>\n"
+         "    <n>x&lt;y</n>\n"
+         "    <inner k=\"v\">\n"
+         "    </inner>\n"
+         "  </step>\n"
+         "</job>\n"},
+        // Closing discards attributes and has the name of its own event; forced or not.
+        {{OpenScope(1, "a"), Attribute(1, "lost", 1), CloseScope(1, "b"), OpenScope(1, "c"),
+          Attribute(1, "lost", 1), forced(0), OpenScope(1, "d")},
+         "<a>\n</b>\n<c>\n  <d>\n"},
+        // Forced closure closes as many as it says, and no more than are open.
+        {{OpenScope(1, "a"), OpenScope(1, "b"), OpenScope(1, "c"), forced(2), CloseScope(1, "a")},
+         "<a>\n  <b>\n    <c>\n      <ForceCloseContextDepth>2</ForceCloseContextDepth>\n"
+         "    </c>\n  </b>\n</a>\n"},
+        {{OpenScope(1, "a"), forced(9)}, "<a>\n  <ForceCloseContextDepth>9</ForceCloseContextDepth>\n</a>\n"},
+        {{forced(0), forced(-1), forced(std::int64_t{1} << 31)}, ""},
+    };
+    for (const auto& [events, text] : cases) EXPECT_EQ(Written<XmlWriter>(events), text);
 }
 
 // The worked example of docs/formats/event-buffer.md.

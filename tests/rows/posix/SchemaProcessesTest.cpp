@@ -15,19 +15,10 @@
 namespace {
 
 namespace fs = std::filesystem;
+using Metrics::detail::WriteSchema;
 
 constexpr int kProcesses = 8;
 constexpr int kTables = 50;  // of each process
-
-// Describes the tables of a process and every second one again, in another way. What is thrown ends it.
-void Describe(const fs::path& folder, int process) noexcept {
-    using Metrics::detail::WriteSchema;
-    for (int table = process * kTables; table < (process + 1) * kTables; ++table) {
-        const std::string file = (folder / (std::to_string(table) + ".csv")).string();
-        WriteSchema(file, {}, ',');
-        if (table % 2 != 0) WriteSchema(file, {}, '|');
-    }
-}
 
 // While a disk stalls, who has the file may keep it for longer than the others are patient.
 struct InMemory {
@@ -35,12 +26,21 @@ struct InMemory {
         if (fs::is_directory("/dev/shm")) setenv("TMPDIR", "/dev/shm", 1);
     }
 };
-struct SchemaProcesses : InMemory, Metrics::Testing::FolderTest {};
+struct SchemaProcesses : InMemory, Metrics::Testing::FolderTest {
+    // The tables of a process, every second one again in another way. What is thrown ends it.
+    void Describe(int process) const noexcept {
+        for (int table = process * kTables; table < (process + 1) * kTables; ++table) {
+            const std::string file = Path(std::to_string(table) + ".csv");
+            WriteSchema(file, {}, ',');
+            if (table % 2 != 0) WriteSchema(file, {}, '|');
+        }
+    }
+};
 
 TEST_F(SchemaProcesses, NoneLosesASectionOfAnother) {
     for (int process = 0; process < kProcesses; ++process) {
         if (fork() != 0) continue;
-        Describe(folder_, process);
+        Describe(process);
         _exit(0);
     }
     for (int process = 0; process < kProcesses; ++process) {
