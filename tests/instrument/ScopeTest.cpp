@@ -102,9 +102,11 @@ TEST_F(ScopeTest, AttributesAreCopiedAndEmptyOnesLeftOut) {
 // ------------------------------------------------------------------------------------------------
 
 TEST_F(ScopeTest, MeasuresTimeThenMemory) {
+    std::vector<char> memory;
     Scope outer(MetricsValue("outer"), Scope::kElapsedTime);
     {
         Scope inner(MetricsValue("inner"), Scope::kElapsedTime | Scope::kMemory);
+        memory.resize(std::size_t{64} << 20);
         const std::clock_t end = std::clock() + CLOCKS_PER_SEC / 10;  // some systems count in steps of 16 ms
         while (std::clock() < end) {
         }
@@ -133,6 +135,7 @@ TEST_F(ScopeTest, MeasuresTimeThenMemory) {
     EXPECT_DOUBLE_EQ(figures["proc"][0], figures["procexcl"][0]);
     EXPECT_NEAR(figures["procexcl"][1], figures["proc"][1] - figures["proc"][0], 1e-9);
     EXPECT_LE(figures["user"][0], figures["proc"][0] + 0.01);
+    EXPECT_GT(figures["delta"][0], 1 << 20);
     EXPECT_EQ(figures["delta"][0], figures["end"][0] - figures["start"][0]);
 }
 

@@ -1,15 +1,12 @@
-#include <gtest/gtest.h>
-
-#include <random>
-
 #include "metrics/MetricsDemultiplexer.h"
-#include "tests/output/EventMaking.h"
+
+#include "tests/output/OutputFixture.h"
 
 namespace Metrics {
 namespace {
 
 using namespace Testing;
-using Mode = MetricsDemultiplexer::Mode;
+using Order = MetricsDemultiplexer::Mode;
 using Ids = std::vector<unsigned long long>;
 
 // A demultiplexer, and what comes out of it as texts.
@@ -39,7 +36,7 @@ class Demux : public MetricsDemultiplexer {
 
 // In which order events come out is the business of the random trees.
 TEST(Demultiplexer, ReportsRootsAndDropsEventsOfContextsThatAreNotOpenButForCreations) {
-    Demux demux(Mode::RequestedRoot);
+    Demux demux(Order::RequestedRoot);
     EXPECT_EQ(
         demux.Put({Create(0, 1), Value(1, "early", 1), Close(1), Create(1, 2), Construct(0, 1),
                    CreateRootIn(1, 7), Close(1), Value(1, "late", 1), Close(1), Construct(1, 2), Close(2)}),
@@ -51,7 +48,7 @@ TEST(Demultiplexer, ReportsRootsAndDropsEventsOfContextsThatAreNotOpenButForCrea
 }
 
 TEST(Demultiplexer, LowestRootForcesOpenRootsTooButOnlyWithoutALimit) {
-    Demux demux(Mode::LowestRoot);
+    Demux demux(Order::LowestRoot);
     demux.Put(
         {Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(1, 2), Construct(1, 2), Create(0, 3)});
     EXPECT_EQ(demux.Take(0).size(), 4U);
@@ -63,7 +60,7 @@ TEST(Demultiplexer, LowestRootForcesOpenRootsTooButOnlyWithoutALimit) {
 
 TEST(Demultiplexer, LowestRootLetsCreationsOutBetweenRootsBeforeTooManyWait) {
     constexpr std::uint64_t kRoots = 65537;
-    Demux demux(Mode::LowestRoot);
+    Demux demux(Order::LowestRoot);
     demux.Put({Create(0, 1), Construct(0, 1)});
     EXPECT_EQ(demux.Take(0).size(), 1U);
     for (std::uint64_t id = 2; id <= kRoots; ++id) demux.Put({Create(0, id)});
@@ -87,7 +84,7 @@ TEST(Demultiplexer, SurvivesAnyStream) {
     for (std::uint32_t seed = 1; seed <= 200; ++seed) {
         std::mt19937 random(seed);
         const auto id = [&] { return std::uint64_t{random() % 6}; };
-        Demux demux(seed % 2 == 0 ? Mode::LowestRoot : Mode::RequestedRoot);
+        Demux demux(seed % 2 == 0 ? Order::LowestRoot : Order::RequestedRoot);
         for (int step = 0; step < 1000; ++step) {
             demux.Put({Make(kTypes[random() % std::size(kTypes)], id(), id(), id())});
             if (random() % 8 == 0) demux.Take(id());
