@@ -87,8 +87,7 @@ TEST_F(OutputErrors, ATargetOfAContextThatIsNoRootIsMentionedOnce) {
     LogKeeper log;
     Output output(Mode::Borrowed, Format::Xml);
     output.Put({Create(0, 1), Construct(0, 1), Create(1, 2)});
-    output.Listen(2);
-    output.Listen(2);
+    for (const std::uint64_t id : {1, 2, 2}) output.Listen(id);
     const Lines lines = log.Take();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_TRUE(Has(lines[0], "context 2 is not a root")) << lines[0];
