@@ -166,8 +166,7 @@ TEST_F(ScopeTest, ScopesMayCloseInAnyOrderAndAfterTheirContext) {
     EXPECT_EQ(Scope::Innermost(), &inner);
     inner.Close();
     EXPECT_EQ(Scope::Innermost(), nullptr);
-    const Lines lines = Recorded().TakeLinesWithContext();
-    EXPECT_EQ(lines.back(), "@2 7 inner");
+    EXPECT_EQ(Recorded().TakeLinesWithContext().back(), "@2 7 inner");
 }
 
 TEST_F(ScopeTest, AScopeThatClosesElsewhereLeavesNothingBehind) {

@@ -1,6 +1,7 @@
 // Rows of a row definition, as an output writes them.
 #include "metrics/RowDefinitionError.h"
 #include "tests/output/OutputFixture.h"
+#include "tests/support/Thrown.h"
 
 namespace Metrics::Testing {
 namespace {
@@ -28,12 +29,8 @@ TEST_F(TableFiles, ABadDefinitionReachesWhoOpensTheTargetAndReplacesNoFile) {
     std::ofstream(Path("rows.csv")) << "precious";
     Output output(Mode::Single, Format::CsvComma);
     output.SetRowDefinition("a;foo(x)");
-    try {
-        output.OpenFile(Path("rows.csv"), 0);
-        FAIL();
-    } catch (const RowDefinitionError& error) {
-        EXPECT_STREQ(error.what(), "Error: unrecognized function: 'foo'");
-    }
+    EXPECT_EQ(Thrown<RowDefinitionError>([&] { output.OpenFile(Path("rows.csv"), 0); }),
+              "Error: unrecognized function: 'foo'");
     EXPECT_EQ(ReadFile(Path("rows.csv")), "precious");
     output.SetRowDefinition("elapsed");
     output.OpenFile(Path("rows.csv"), 0);
@@ -77,9 +74,8 @@ TEST_F(TableFiles, WhatGoesWrongWhileTheWorkerConvertsIsRecordedAndStopsTheOutpu
     const std::ostringstream& rows = output.Listen(1);
     output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "file"), Value(1, "elapsed", 1),
                 OpenScope(1, std::string(70000, 'x').c_str())});
-    const Briefs errors = output.Errors();
-    ASSERT_EQ(errors.size(), 1U);
-    EXPECT_TRUE(Has(errors[0], "an XML tag exceeds 65536 characters.")) << errors[0];
+    EXPECT_EQ(output.Errors(), Briefs{"failed to write to context 1: Error: either input is not an XML file "
+                                      "or an XML tag exceeds 65536 characters."});
     EXPECT_EQ(rows.str(), "elapsed\n1\n");
 }
 

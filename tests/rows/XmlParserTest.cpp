@@ -9,9 +9,11 @@
 
 #include "metrics/Csv.h"
 #include "tests/rows/RunRows.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 
+using Metrics::Testing::Thrown;
 using StreamingXml::XmlParser;
 
 const std::string kInput = "<r><t><e>1</e></t>\n<t><e>2</e></t></r>";
@@ -74,12 +76,8 @@ TEST(XmlParser, OptionBitsTellWhatTheDefinitionUses) {
 TEST(XmlParser, InvertingAndAggregatesExcludeEachOther) {
     XmlParser parser([](XmlParser&) {}, XmlParser::Invert);
     parser.Compile("sum(a)");  // what was compiled before is looked at
-    try {
-        parser.Compile("a");
-        FAIL();
-    } catch (const Metrics::RowDefinitionError& error) {
-        EXPECT_STREQ(error.what(), "Error: Can't invert output while computing aggregates.");
-    }
+    EXPECT_EQ(Thrown<Metrics::RowDefinitionError>([&] { parser.Compile("a"); }),
+              "Error: Can't invert output while computing aggregates.");
     EXPECT_THROW(parser.Reset(), Metrics::RowDefinitionError);
     EXPECT_THROW(XmlParser([](XmlParser&) {}, XmlParser::Invert | XmlParser::ComputesAggregates),
                  Metrics::RowDefinitionError);
