@@ -1,3 +1,4 @@
+// The system's event, by way of the public signal that is made of it.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -5,64 +6,63 @@
 #include <thread>
 #include <vector>
 
-#include "metrics/platform/Platform.h"
+#include "metrics/MetricsSignal.h"
 
-namespace Metrics::platform {
+namespace Metrics {
 
 TEST(EventTest, AutoResetIsClearAfterOneWaitAndManualResetStaysSet) {
     for (const bool autoReset : {true, false}) {
-        Event event(autoReset);
+        MetricsSignal event = autoReset ? MetricsSignal() : MetricsSignal(false);
         const auto before = std::chrono::steady_clock::now();
-        EXPECT_FALSE(event.Wait(50));
+        EXPECT_FALSE(event.wait(50));
         const auto waited = std::chrono::steady_clock::now() - before;
         EXPECT_GE(waited, std::chrono::milliseconds(45));
         EXPECT_LT(waited, std::chrono::seconds(10));
-        event.Set();
-        event.Set();
-        EXPECT_TRUE(event.Wait(0));
-        EXPECT_EQ(event.Wait(0), !autoReset);
-        event.Set();
-        event.Reset();
-        EXPECT_FALSE(event.Wait(0));
+        event.set();
+        event.set();
+        EXPECT_TRUE(event.wait(0));
+        EXPECT_EQ(event.wait(0), !autoReset);
+        event.set();
+        event.reset();
+        EXPECT_FALSE(event.wait(0));
     }
 }
 
 TEST(EventTest, ASetReleasesOneWaiterOrAllOfThemEvenIfClearedAtOnce) {
     constexpr int kWaiters = 3;
     for (const bool autoReset : {true, false}) {
-        Event event(autoReset);
+        MetricsSignal event(autoReset);
         std::atomic<int> started = 0;
-        std::vector<std::thread> waiters;
+        std::vector<std::jthread> waiters;
         for (int i = 0; i < kWaiters; ++i) {
             waiters.emplace_back([&event, &started, limit = i == 0 ? -1 : 20'000] {
                 ++started;
-                EXPECT_TRUE(event.Wait(limit));
+                EXPECT_TRUE(event.wait(limit));
             });
         }
         while (started < kWaiters) std::this_thread::yield();
         // There is no way to see that a thread waits; this makes it nearly certain.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        for (int i = 0; i < (autoReset ? kWaiters : 1); ++i) event.Set();
-        if (!autoReset) event.Reset();
-        for (std::thread& waiter : waiters) waiter.join();
-        EXPECT_FALSE(event.Wait(0));
+        for (int i = 0; i < (autoReset ? kWaiters + 1 : 1); ++i) event.set();
+        if (!autoReset) event.reset();
+        waiters.clear();
+        EXPECT_EQ(event.wait(0), autoReset) << "one set is left, or none";
     }
 }
 
 // Two threads wake each other in turns: a lost wake-up ends in the time-out.
 TEST(EventTest, NoSetIsLost) {
-    Event ping(true);
-    Event pong(true);
-    const auto play = [](Event& own, Event& others) {
+    MetricsSignal ping;
+    MetricsSignal pong;
+    const auto play = [](MetricsSignal& own, MetricsSignal& others) {
         for (int turn = 0; turn < 2'000; ++turn) {
-            ASSERT_TRUE(own.Wait(20'000));
-            others.Set();
+            ASSERT_TRUE(own.wait(20'000));
+            others.set();
         }
     };
-    ping.Set();
-    std::thread other([&] { play(ping, pong); });
+    ping.set();
+    const std::jthread other([&] { play(ping, pong); });
     play(pong, ping);
-    other.join();
 }
 
-}  // namespace Metrics::platform
+}  // namespace Metrics

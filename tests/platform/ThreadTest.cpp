@@ -6,16 +6,25 @@
 
 namespace Metrics::platform {
 
-TEST(ThreadTest, EachThreadHasItsIdAndAllHaveOneProcess) {
+TEST(ThreadTest, ThreadsOfAProcessAreToldApartAlsoWhenTheyHaveEnded) {
+    EXPECT_FALSE(ThreadHandle().IsAlive());
     const std::uint32_t threadId = CurrentThreadId();
     const std::uint32_t processId = CurrentProcessId();
     EXPECT_NE(threadId, 0u);
     EXPECT_EQ(CurrentThreadId(), threadId);
-    std::thread([=] {
+    const ThreadHandle living = ThreadHandle::Current();
+    ThreadHandle ended;
+    std::thread([&] {
         EXPECT_NE(CurrentThreadId(), threadId);
         EXPECT_EQ(CurrentProcessId(), processId);
         SetCurrentThreadName("a name that no system of ours can hold in full");
+        EXPECT_TRUE(living.IsAlive());
+        ended = ThreadHandle::Current();
+        EXPECT_TRUE(ended.IsAlive());
     }).join();
+    // Its last steps in the system come after the join.
+    const ThreadHandle copy = ended;
+    while (copy.IsAlive()) std::this_thread::yield();
 }
 
 TEST(ThreadTest, AValueEndsWithItsThreadOnceAndForAll) {
@@ -36,16 +45,15 @@ TEST(ThreadTest, AValueEndsWithItsThreadOnceAndForAll) {
     EXPECT_EQ(ended, 1);
 }
 
-TEST(ThreadTest, AHandleToldFromItsThreadsEnd) {
-    EXPECT_FALSE(ThreadHandle().IsAlive());
-    const ThreadHandle living = ThreadHandle::Current();
-    ThreadHandle ended;
-    std::thread([&] {
-        EXPECT_TRUE(living.IsAlive());
-        ended = ThreadHandle::Current();
-        EXPECT_TRUE(ended.IsAlive());
+TEST(ThreadTest, ProcessorTimeCountsWorkOfThisThreadOnly) {
+    const double before = ThreadProcessorTime().total;
+    std::thread([] {
+        // Without end when its own work doesn't count.
+        for (ProcessorTime used; used.total < 0.1; used = ThreadProcessorTime()) {
+            EXPECT_LE(used.user, used.total);
+        }
     }).join();
-    EXPECT_FALSE(ThreadHandle(ended).IsAlive());
+    EXPECT_LT(ThreadProcessorTime().total - before, 0.09);
 }
 
 }  // namespace Metrics::platform

@@ -1,15 +1,31 @@
-#include "tests/platform/ProfileFile.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
+
+#include "metrics/platform/Platform.h"
+#include "tests/support/FolderTest.h"
 
 namespace Metrics::platform {
 
-using ProfileFileTest = ProfileFile;
+namespace fs = std::filesystem;
+using namespace std::string_view_literals;
+
+// A profile file in a folder of its own, gone at the end.
+class ProfileFileTest : public Testing::FolderTest {
+  protected:
+    std::uint32_t Write(const std::string& section = "s", std::string_view entries = "a=1\0"sv) {
+        return SetProfileSection(path_.string(), section, entries);
+    }
+    // In place, as some editors do.
+    void Fill(std::string_view text) { std::ofstream(path_) << text; }
+    std::string Text() const { return Testing::ReadFile(path_); }
+
+    fs::path path_ = folder_ / "schema.ini";
+};
 
 // Each case finds the file as the case before left it known, and changed behind the writer's back.
 TEST_F(ProfileFileTest, OnlyTheSectionsOwnBytesChange) {

@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,23 +26,18 @@ bool IsBlocked(int signal) {
 
 }  // namespace
 
-TEST(ForkTest, TheChildHasItsOwnIdsAndNoOtherThread) {
+TEST(ForkDeathTest, TheChildHasItsOwnIdsAndNoOtherThread) {
     const std::uint32_t threadId = CurrentThreadId();
-    const std::uint32_t processId = CurrentProcessId();
+    EXPECT_EQ(CurrentProcessId(), static_cast<std::uint32_t>(getpid()));
     const ThreadHandle parent = ThreadHandle::Current();
-    const pid_t child = fork();
-    if (child == 0) {
+    const auto child = [&] {
         EXPECT_NE(CurrentThreadId(), threadId);
         EXPECT_EQ(CurrentProcessId(), static_cast<std::uint32_t>(getpid()));
         EXPECT_FALSE(parent.IsAlive());
         EXPECT_TRUE(ThreadHandle::Current().IsAlive());
         _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0) << "or what is said above";
-    EXPECT_EQ(CurrentProcessId(), processId);
-    EXPECT_TRUE(parent.IsAlive());
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
 }
 
 TEST(InvalidObjectDeathTest, EndsWithItsMessage) {
