@@ -5,6 +5,7 @@
 
 #include "metrics/Context.h"
 #include "metrics/Instrument.h"
+#include "metrics/manager/MpscQueue.h"
 #include "tests/support/Allocator.h"
 #include "tests/support/RunningTest.h"
 
@@ -33,6 +34,25 @@ TEST_F(OutOfMemory, MarksAreDroppedAndTheRestGoesOn) {
     const Lines lines = TakeLines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "6 after"), 1);
     EXPECT_EQ(lines.back(), "3");
+}
+
+TEST(OutOfMemoryQueue, APushThatIsRefusedLeavesItAsItWas) {
+    detail::MpscQueue<std::uint64_t> queue;
+    queue.SetCrowd(SIZE_MAX);
+    std::size_t pushed = 0;
+    std::size_t refused = 0;
+    while (refused < 100 && pushed < 100'000) {
+        Allocator::exhausted = pushed >= 10'000;
+        ++(queue.TryPush(std::uint64_t{pushed}) ? pushed : refused);
+    }
+    Allocator::exhausted = false;
+    ASSERT_EQ(refused, 100U);
+    EXPECT_EQ(queue.Size(), pushed);
+    EXPECT_TRUE(queue.TryPush(std::uint64_t{pushed}));
+    std::vector<std::uint64_t> batch;
+    queue.Drain(batch, queue.Size());
+    ASSERT_EQ(batch.size(), pushed + 1);
+    for (std::size_t i = 0; i <= pushed; ++i) ASSERT_EQ(batch[i], i);
 }
 
 }  // namespace

@@ -21,6 +21,11 @@ void* operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 
+// Only refused, not counted.
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return Allocator::exhausted ? nullptr : operator new(size, alignment);
+}
+
 void operator delete(void* memory) noexcept {
     if (memory != nullptr) --Allocator::live;
     std::free(memory);

@@ -2,8 +2,8 @@
 
 namespace Metrics::Testing {
 
-/// The program's C++ allocator, replaced. The queue's pages don't come from there. Counts are of the calling
-/// thread.
+/// The program's C++ allocator, replaced. The queue's blocks, which are aligned, are not counted. Counts are
+/// of the calling thread.
 struct Allocator {
     static thread_local int allocations;
     static thread_local int live;        // those that it has not freed
