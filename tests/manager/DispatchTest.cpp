@@ -48,7 +48,6 @@ TEST_F(RunningDispatchTest, ShutdownDeliversWhatWasPostedBeforeAndTheStatisticsA
     ASSERT_EQ(seen.size(), 10000U);
     EXPECT_EQ(seen.back(), "1 0>10000");
     const MetricsStatistics before = Manager().GetStatistics();
-    EXPECT_EQ(before.posted, before.delivered + before.queued);
     EXPECT_GE(before.delivered, 10000U);
     EXPECT_EQ(before.queued, 0U);
     EXPECT_EQ(before.dropped, 0U);
