@@ -87,13 +87,6 @@ TEST_F(RemoteEventsTest, MaskAndIdBaseOfTheOtherProcessReachThisOne) {
     EXPECT_EQ(Manager().GetState() & MetricsManager::IdBaseSet, 0U);
 }
 
-TEST_F(RemoteEventsTest, IdsAreZeroWhileNotCollecting) {
-    Manager().SetState(MetricsManager::Collecting, false);
-    Send(Buffer({Event(Type::ContextCreate, 0, 0, 40)}));
-    Manager().SetState(MetricsManager::Collecting, true);
-    EXPECT_EQ(TakeLines(), Lines{"1 0>0"});
-}
-
 TEST_F(RemoteEventsTest, OfADamagedBufferWhatWasDecodedBeforeStands) {
     Manager().MergeRemoteEvents(nullptr);
     EXPECT_EQ(Merge(Bytes(15, 1)), Lines{});
