@@ -1,12 +1,7 @@
-// Threads, and the system's event by which they wait, by way of the public signal that is made of it.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <thread>
-#include <vector>
 
-#include "metrics/MetricsSignal.h"
 #include "metrics/platform/Platform.h"
 
 namespace Metrics::platform {
@@ -59,62 +54,6 @@ TEST(ThreadTest, ProcessorTimeCountsWorkOfThisThreadOnly) {
         }
     }).join();
     EXPECT_LT(ThreadProcessorTime().total - before, 0.09);
-}
-
-TEST(EventTest, AutoResetIsClearAfterOneWaitAndManualResetStaysSet) {
-    for (const bool autoReset : {true, false}) {
-        MetricsSignal event = autoReset ? MetricsSignal() : MetricsSignal(false);
-        const auto before = std::chrono::steady_clock::now();
-        EXPECT_FALSE(event.wait(50));
-        const auto waited = std::chrono::steady_clock::now() - before;
-        EXPECT_GE(waited, std::chrono::milliseconds(45));
-        EXPECT_LT(waited, std::chrono::seconds(10));
-        event.set();
-        event.set();
-        EXPECT_TRUE(event.wait(0));
-        EXPECT_EQ(event.wait(0), !autoReset);
-        event.set();
-        event.reset();
-        EXPECT_FALSE(event.wait(0));
-    }
-}
-
-TEST(EventTest, ASetReleasesOneWaiterOrAllOfThemEvenIfClearedAtOnce) {
-    constexpr int kWaiters = 3;
-    // Some rounds: now and then all of them are quicker than the reset.
-    for (const bool autoReset : {true, false, false, false, false}) {
-        MetricsSignal event(autoReset);
-        std::atomic<int> started = 0;
-        std::vector<std::jthread> waiters;
-        for (int i = 0; i < kWaiters; ++i) {
-            waiters.emplace_back([&event, &started, limit = i == 0 ? -1 : 20'000] {
-                ++started;
-                EXPECT_TRUE(event.wait(limit));
-            });
-        }
-        while (started < kWaiters) std::this_thread::yield();
-        // There is no way to see that a thread waits; this makes it nearly certain.
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        for (int i = 0; i < (autoReset ? kWaiters + 1 : 1); ++i) event.set();
-        if (!autoReset) event.reset();
-        waiters.clear();
-        EXPECT_EQ(event.wait(0), autoReset) << "one set is left, or none";
-    }
-}
-
-// Two threads wake each other in turns: a lost wake-up ends in the time-out.
-TEST(EventTest, NoSetIsLost) {
-    MetricsSignal ping;
-    MetricsSignal pong;
-    const auto play = [](MetricsSignal& own, MetricsSignal& others) {
-        for (int turn = 0; turn < 2'000; ++turn) {
-            ASSERT_TRUE(own.wait(20'000));
-            others.set();
-        }
-    };
-    ping.set();
-    const std::jthread other([&] { play(ping, pong); });
-    play(pong, ping);
 }
 
 }  // namespace Metrics::platform
