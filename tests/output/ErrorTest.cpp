@@ -66,6 +66,24 @@ TEST_F(OutputErrors, AStreamThatFailsEndsItsOutputButTheOtherTargetsAreWritten) 
     }
 }
 
+TEST_F(OutputErrors, AStreamThatHasFailedAlreadyIsAnErrorWhenItOpens) {
+    std::ostream nowhere(nullptr);
+    Output output(Mode::Borrowed, Format::Raw);
+    output.OpenStream(&nowhere, 1);
+    EXPECT_EQ(output.Errors(), Briefs({"failed to write to context 1: the stream failed"}));
+}
+
+TEST_F(OutputErrors, WhatOpensAfterAnErrorOrCloseIsClosedAtOnce) {
+    for (const bool closed : {false, true}) {
+        Output output(Mode::PerContext, Format::Buffer);
+        closed ? output.CloseDown() : output.SetError("x");
+        output.OpenStream(nullptr, 1);
+        EXPECT_EQ(Decode(output.TakeBuffer(1)), Briefs());
+        output.Put(kLife);
+        EXPECT_EQ(output.TakeBuffer(1), nullptr);
+    }
+}
+
 TEST_F(OutputErrors, AFullDiskIsAnErrorThatNamesTheFile) {
     if (!std::ofstream("/dev/full")) GTEST_SKIP() << "this system has no full device";
     for (const Format format : {Format::Raw, Format::Xml, Format::RawUnordered}) {
