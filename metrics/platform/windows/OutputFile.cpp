@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 #include "metrics/platform/Platform.h"
@@ -17,8 +16,7 @@ OutputFile::~OutputFile() {
 
 int OutputFile::Open(const std::string& path) {
     constexpr int kNewText = _O_WRONLY | _O_CREAT | _O_TRUNC | _O_TEXT | _O_NOINHERIT;
-    handle_ = _sopen(path.c_str(), kNewText, _SH_DENYNO, _S_IREAD | _S_IWRITE);
-    return handle_ >= 0 ? 0 : errno;
+    return _sopen_s(&handle_, path.c_str(), kNewText, _SH_DENYNO, _S_IREAD | _S_IWRITE);
 }
 
 bool OutputFile::Write(std::string_view text) {
