@@ -53,10 +53,16 @@ inline std::size_t EventRouter::Keep(ContextRecord& record, std::span<const Metr
 // and the one that it leads to some events later.
 void EventRouter::FetchAhead(std::span<const MetricsEvent> events) const {
     if (events.size() <= 12) return;
-    const auto record = [&](int ahead) { return sequencer_.Forest().Guess(ContextOf(events[ahead])); };
-    const auto root = [&](int ahead) { return record(ahead) != nullptr ? record(ahead)->root : nullptr; };
-    const auto audience = [&](int ahead) { return root(ahead) != nullptr ? root(ahead)->audience : nullptr; };
-    const auto target = [&](int ahead) {
+    const auto record = [&](std::size_t ahead) {
+        return sequencer_.Forest().Guess(ContextOf(events[ahead]));
+    };
+    const auto root = [&](std::size_t ahead) {
+        return record(ahead) != nullptr ? record(ahead)->root : nullptr;
+    };
+    const auto audience = [&](std::size_t ahead) {
+        return root(ahead) != nullptr ? root(ahead)->audience : nullptr;
+    };
+    const auto target = [&](std::size_t ahead) {
         return audience(ahead) != nullptr ? audience(ahead)->targets.front() : nullptr;
     };
     constexpr std::size_t kWriter = 128;  // what writers have of their own, more or less
