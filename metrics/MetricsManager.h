@@ -85,8 +85,9 @@ class METRICS_API MetricsManager {
     void Start();
 
     /// Delivers what was posted before the call, stops the worker and removes all subscriptions. Waits for
-    /// the worker for at most one second; a callback that takes longer finishes on its own. On a worker
-    /// thread it waits for nobody. `Start` may follow.
+    /// the worker for at most one second; a callback that takes longer finishes on its own, and what was not
+    /// delivered by then stays queued for the next `Start`. (Closing an output, or a `Session`, waits for as
+    /// long as delivery takes.) On a worker thread it waits for nobody. `Start` may follow.
     void Shutdown();
 
     /// Switches `Collecting`. Other bits belong to the library; they are ignored and that is logged.
