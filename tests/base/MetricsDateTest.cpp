@@ -68,6 +68,7 @@ TEST(MetricsDate, NoArgumentIsTooFarOut) {
 
 TEST(MetricsDateTime, SignedIntegersAndFractionsAreDaysUnsignedIntegersTicks) {
     EXPECT_EQ(MetricsDateTime(static_cast<short>(3)).Ticks(), 3 * MetricsDateTime::scaling);
+    EXPECT_EQ(MetricsDateTime(3L), MetricsDateTime(3));
     EXPECT_EQ(MetricsDateTime(3U).Ticks(), 3U);
     EXPECT_EQ(MetricsDateTime(-1).Ticks(), 0 - MetricsDateTime::scaling);
     EXPECT_EQ(MetricsDateTime(-1.0), MetricsDateTime(-1));
@@ -83,6 +84,7 @@ TEST(MetricsDateTime, HasADateSecondsAndTheirFraction) {
     EXPECT_EQ(time.GetDate(), 2456390);
     EXPECT_EQ(time.GetSeconds(), 3600U);
     EXPECT_EQ(time.GetSubseconds(), 42U);
+    EXPECT_LT(time, MetricsDateTime(2456391));
     EXPECT_EQ(MetricsDateTime().GetDate(), INT_MIN) << "no time";
 }
 

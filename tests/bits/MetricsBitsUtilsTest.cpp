@@ -12,9 +12,11 @@ constexpr unsigned long long kAllFilters = 0xFFFFFFFFF0000FFF;
 TEST(MetricsBitsUtils, MapHoldsBothTextsOfEveryBit) {
     using enum MetricsBitFlags;
     const Utils::BitsMap& map = Utils::GetMetricsBitsMap();
+    EXPECT_EQ(map.size(), 24U);
     EXPECT_EQ(map.at({"browser", Mnemonic | Component}), 0x80U);
     EXPECT_EQ(map.at({"ElapsedTime", Name | Subscope}), 0x100000U);
     EXPECT_EQ(map.at({"all", Mnemonic | Filter}), kAllFilters);
+    EXPECT_EQ(Utils::GetMetricsBitMapWithFlag(Mnemonic).size(), 12U);
     const auto components = Utils::GetMetricsBitMapWithFlag(Component);
     EXPECT_EQ(components.size(), 16U);
     EXPECT_EQ(components.at("cde"), components.at("Data Engine"));
@@ -36,6 +38,7 @@ TEST(MetricsBitsUtils, BitsHaveNames) {
     EXPECT_EQ(Utils::GetComponentName(2, false), "Corvane Desktop");
     EXPECT_EQ(Utils::GetComponentName(0x80, true), "browser");
     EXPECT_EQ(Utils::GetComponentName(3, false), "Corvane Core");
+    EXPECT_EQ(Utils::GetComponentName(0x1002, true), "core");
     EXPECT_EQ(Utils::GetComponentName(0, false), "ElapsedTime");
     EXPECT_EQ(Utils::GetComponentName(0, true), "loc");
     EXPECT_EQ(Utils::GetComponentName(0xFFF, true), "all");

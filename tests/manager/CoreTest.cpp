@@ -39,6 +39,9 @@ TEST_F(RunningCoreTest, WhatATaskThrowsReachesItsCallerAndEndsTheWorker) {
     EXPECT_TRUE(WaitForState(MetricsManager::Collecting));
     EXPECT_EQ(log.Take(), Lines{"MX: MetricsManager: the worker ends: task"});
     Manager().Start();
+    EXPECT_THROW(Core::Current()->ExecuteOnWorker({}), std::bad_function_call);
+    EXPECT_TRUE(WaitForState(MetricsManager::Collecting));
+    Manager().Start();
     EXPECT_NE(RunTask(), std::this_thread::get_id());
 }
 

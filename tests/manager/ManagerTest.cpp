@@ -42,10 +42,16 @@ TEST_F(ManagerTest, ConnectionIsInert) {
     Manager().Connect();
     Manager().Disconnect();
     EXPECT_FALSE(Manager().IsConnected());
-    const auto status = Manager().GetConnectionStatus();
-    EXPECT_EQ(MetricsManager::GetConnectionStatusString(status, false), "Unknown");
-    const auto lost = MetricsConnectionStatus::LostConnection;
-    EXPECT_EQ(MetricsManager::GetConnectionStatusString(lost, true), "lost connection");
+    const auto name = [](int status, bool lowerFirst) {
+        return MetricsManager::GetConnectionStatusString(static_cast<MetricsConnectionStatus>(status),
+                                                         lowerFirst);
+    };
+    int status = 0;
+    for (const char* expected :
+         {"Unknown", "Disconnected", "Connecting", "Connected", "Reconnecting", "Lost connection", "Unknown"})
+        EXPECT_EQ(name(status++, false), expected);
+    EXPECT_EQ(name(5, true), "lost connection");
+    EXPECT_EQ(name(static_cast<int>(Manager().GetConnectionStatus()), false), "Unknown");
 }
 
 TEST_F(RunningManagerTest, MaskChangesAreToldOnRequestAndToAWorker) {

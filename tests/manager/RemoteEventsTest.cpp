@@ -69,7 +69,9 @@ TEST_F(RemoteEventsTest, WhatBelongedToNoContextAndWhatWasNotCreatedJoinsTheCurr
 TEST_F(RemoteEventsTest, EverythingElseStaysAsItWas) {
     const MetricsEvent sent = Event(Type::ScopeOpen, 5, L"wide", true);
     Send(Buffer({sent}));
-    const MetricsEvent got = Recorded().Take().at(0);
+    const auto events = Recorded().Take();
+    ASSERT_EQ(events.size(), 1U);
+    const MetricsEvent& got = events[0];
     EXPECT_EQ(got.header, sent.header);
     EXPECT_EQ(got.timestamp, sent.timestamp);
     EXPECT_EQ(got.param1, "wide");
@@ -85,6 +87,13 @@ TEST_F(RemoteEventsTest, MaskAndIdBaseOfTheOtherProcessReachThisOne) {
     EXPECT_EQ(Manager().GetNextContextId(), 1001U);
     Merge(Buffer({Event(Type::ContextIdBase, 0, 0, 0)}));
     EXPECT_EQ(Manager().GetState() & MetricsManager::IdBaseSet, 0U);
+}
+
+TEST_F(RemoteEventsTest, IdsAreZeroWhileNotCollecting) {
+    Manager().SetState(MetricsManager::Collecting, false);
+    Send(Buffer({Event(Type::ContextCreate, 0, 0, 40)}));
+    Manager().SetState(MetricsManager::Collecting, true);
+    EXPECT_EQ(TakeLines(), Lines{"1 0>0"});
 }
 
 TEST_F(RemoteEventsTest, OfADamagedBufferWhatWasDecodedBeforeStands) {

@@ -4,8 +4,7 @@
 #include <string_view>
 
 // The lines that come of reading a text with a definition, `chunk` bytes at a time. An error is the last of
-// them:
-// "! " and its message.
+// them: "! " and its message.
 std::string RunRows(std::string_view definition, std::string_view input,
                     std::size_t chunk = std::string_view::npos, bool withHeader = false,
                     char separator = ',');

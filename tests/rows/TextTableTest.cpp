@@ -113,5 +113,62 @@ TEST(TextTable, RandomEventsGiveTheSameBytesEitherWay) {
     }
 }
 
+std::string WrittenBy(Format format, const std::string& definition, const std::vector<MetricsEvent>& events) {
+    Output output(Mode::Borrowed, format);
+    output.SetRowDefinition(definition);
+    const std::ostringstream& written = output.Listen(1);
+    output.PutInPieces(events, 7);
+    output.CloseDown();
+    EXPECT_EQ(output.Errors(), Briefs());
+    return written.str();
+}
+
+TEST(TableOutput, OneDefinitionGivesTheSameBytesLiveFromXmlAndFromABuffer) {
+    // The child and one scope of the root are never closed.
+    const std::vector<MetricsEvent> run = {Create(0, 1),
+                                           Construct(0, 1),
+                                           Attribute(1, "path", "a,\"b\" & <c>\n|d"),
+                                           OpenScope(1, "file"),
+                                           OpenScope(1, "read stage"),
+                                           Value(1, "bytes", 17),
+                                           OpenScope(1, "time"),
+                                           Value(1, "elapsed", 0.25),
+                                           Value(1, "enter", MetricsDateTime(kNoon)),
+                                           CloseScope(1, "time"),
+                                           CloseScope(1, "read stage"),
+                                           Create(1, 2),
+                                           Construct(1, 2),
+                                           Attribute(2, "path", "child"),
+                                           OpenScope(2, "merge"),
+                                           OpenScope(2, "time"),
+                                           Value(2, "elapsed", 1.5),
+                                           CloseScope(2, "time"),
+                                           Value(1, "note", "tab\tand \\ backslash"),
+                                           OpenScope(1, "left open"),
+                                           Value(1, "bytes", 3),
+                                           Close(1)};
+    const std::string xml = WrittenBy(Format::Xml, "", run);
+    Output buffering(Mode::Borrowed, Format::Buffer);
+    buffering.OpenStream(nullptr, 1);
+    buffering.Put(run);
+    buffering.CloseDown();
+    EXPECT_EQ(xml, Written<XmlWriter>(ReadEvents(*buffering.FindBuffer(1))));
+    for (const char* definition : {
+             "[path]:attr(file,\"path\");[stage]:path(time);[seconds]:time.elapsed:r:3",
+             "attr(*,\"path\");*.note;linenum(*.note):i",
+             "[s]:pivotpath(time);[n]:count(time.elapsed);[sum]:sum(time.elapsed);[max]:max(time.elapsed)",
+             "bytes:i;nodename(bytes,1);id(bytes);depth(bytes);nodeend(bytes);rownum()",
+             "scopes(elapsed,3);elapsed;enter?:d",
+             "ForceCloseContextDepth:i;path(ForceCloseContextDepth)",
+         }) {
+        for (const auto& [format, separator] :
+             {std::pair{Format::CsvComma, ','}, std::pair{Format::CsvPipe, '|'}}) {
+            const std::string live = WrittenBy(format, definition, run);
+            EXPECT_GT(std::count(live.begin(), live.end(), '\n'), 1) << definition;
+            EXPECT_EQ(live, RunRows(definition, xml, std::string::npos, true, separator)) << definition;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace Metrics::Testing

@@ -193,9 +193,7 @@ void ExactRound(Run& run) {
         for (int i = 0; i < 20; ++i) RunOnce(run);
     }
     RunOnce(run);  // what the last one left in the queue
-    const MetricsStatistics at = Manager().GetStatistics();
-    run.Expect(at.queued == 0, "something is left in the queue");
-    run.Expect(at.posted == at.delivered + at.queued, "the statistics don't add up");
+    run.Expect(Manager().GetStatistics().queued == 0, "something is left in the queue");
 }
 
 void WildRound(Run& run) {

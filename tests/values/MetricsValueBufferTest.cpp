@@ -36,11 +36,13 @@ TEST(MetricsValueBuffer, EncodesEachKindAndDecodesItAgain) {
     const std::pair<MetricsValue, Bytes> cases[] = {
         {-2, {0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
         {'a', {0, 'a', 0, 0, 0, 0, 0, 0, 0}},
+        {UINT64_MAX, {0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
         {true, {1, 1}},
         {1.0, {2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
         {1.0F, {2, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
         {MetricsDateTime(1), {3, 0, 0x98, 0x7F, 0x33, 0, 0, 0, 0}},
         {"ab", {4, 3, 0, 'a', 'b', 0}},
+        {std::string("a"), {4, 2, 0, 'a', 0}},
         {std::string_view("ab").substr(1), {4, 2, 0, 'b', 0}},
         {MetricsValue::Ref(""), {4, 1, 0, 0}},
         {MetricsValue::Ref(L"w"), {4, 2, 0, 'w', 0}},
