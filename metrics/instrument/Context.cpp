@@ -276,7 +276,10 @@ bool Context::Emit(const MetricsValue& name, const MetricsValue& value) noexcept
     try {
         Validate();
         if (!open_ || !IsEnabled() || !IsOurs(ThreadRecord(), *state_)) return false;
-        if (ownScope_ && state_->timeStack.Size() <= 1) return ownScope_->Emit(name, value);
+        if (ownScope_ && state_->timeStack.Size() <= 1) {
+            if (!keptValues_.empty()) PostKeptValues();
+            return ownScope_->Emit(name, value);
+        }
         keptValues_.push_back({name, value});
         state_->keepsValues.store(true, kRelaxed);
         return true;

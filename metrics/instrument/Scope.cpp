@@ -350,16 +350,18 @@ Scope* Scope::Innermost() {
 detail::ValueTarget Scope::FindValueTarget() noexcept {
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return {};
-    const detail::ContextState* current = UsableContext(*record);
-    if (current == nullptr) return {};
-    const auto& scopes = record->OpenScopes();
-    const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
-        return scope->body_.data.context_ == current;
-    });
-    if (it != scopes.rend()) return {*it, nullptr};
-    Context* owner = current->owner.load(std::memory_order_relaxed);
-    if (owner == nullptr) record->NoteLeftOut();
-    return {nullptr, owner};
+    const detail::ContextState* current = record->Current();
+    if (current != nullptr) {
+        const auto& scopes = record->OpenScopes();
+        const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
+            return scope->body_.data.context_ == current;
+        });
+        if (it != scopes.rend()) return {*it, nullptr};
+        if (!IsUsable(current)) return {};
+        if (Context* owner = current->owner.load(std::memory_order_relaxed)) return {nullptr, owner};
+    }
+    record->NoteLeftOut();
+    return {};
 }
 
 detail::ValueTarget detail::FindValueTarget() noexcept {

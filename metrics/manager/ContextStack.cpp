@@ -83,22 +83,24 @@ void ContextStack::Take(ContextState* state) {
     entries_.push_back(entry);
     if (covered != nullptr && covered->IsAlive()) state->enabled.store(covered->IsEnabled(), kRelaxed);
     const bool isNew = entries_.size() > before;
+    const bool onParent = isNew && covered != nullptr && covered->id == state->parentId;
     Clock clock;
-    Changed(clock, isNew && covered != nullptr && covered->id == state->parentId);
+    Changed(clock, !DropDead(clock) && onParent);
 }
 
+// Dead entries go first, so that none that was covered becomes current.
 void ContextStack::Leave(ContextState* state, const Place& back) noexcept {
     Clock clock;
+    bool onlyChild = !DropDead(clock) && state == current_ && !back.isOnStack;
     if (back.isOnStack) {
         PutBack(state, back);
-        Changed(clock, false);
     } else if (const auto it = IteratorOf(state); it != entries_.end()) {
         const std::uint64_t parentId = state->parentId;
-        const bool wasCurrent = state == current_;
         Drop(*it, clock);
         entries_.erase(it);
-        Changed(clock, wasCurrent && !entries_.empty() && entries_.back().state->id == parentId);
+        onlyChild = onlyChild && !entries_.empty() && entries_.back().state->id == parentId;
     }
+    Changed(clock, onlyChild);
 }
 
 // Without memory it stays away.
@@ -140,21 +142,21 @@ void ContextStack::Drop(Entry& entry, Clock& clock) noexcept {
 void ContextStack::Changed(Clock& clock, bool onlyChild) noexcept {
     current_ = entries_.empty() ? nullptr : entries_.back().state;
     if (current_ == nullptr) return;
-    if (DropDead(clock) || !onlyChild) {
-        MarkLeading();
-        for (Entry& entry : entries_) StartOrStop(entry, clock);
-    } else {
+    if (onlyChild) {
         entries_.back().leads = true;
         StartOrStop(entries_.back(), clock);
+    } else {
+        MarkLeading();
+        for (Entry& entry : entries_) StartOrStop(entry, clock);
     }
 }
 
-// Entries of contexts that were destroyed elsewhere go when others cover them. Usually there are none, and
-// nobody has to look. True if there were.
+// Entries of contexts that were destroyed elsewhere go, but for the one at the top. Usually there are none,
+// and nobody has to look. True if there were.
 bool ContextStack::DropDead(Clock& clock) noexcept {
     const std::uint64_t soFar = leftBehindSoFar.load(std::memory_order_acquire);
-    if (soFar == leftBehind_) return false;
-    if (current_->IsAlive()) leftBehind_ = soFar;  // else it will be looked for again
+    if (soFar == leftBehind_ || entries_.empty()) return false;
+    if (entries_.back().state->IsAlive()) leftBehind_ = soFar;  // else it will be looked for again
     const auto top = std::prev(entries_.end());
     const auto dead = std::stable_partition(entries_.begin(), top,
                                             [](const Entry& entry) { return entry.state->IsAlive(); });

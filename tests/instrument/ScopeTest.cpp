@@ -190,6 +190,32 @@ TEST_F(ScopeTest, ScopesMayCloseInAnyOrderAndAfterTheirContext) {
     EXPECT_EQ(Recorded().TakeLinesWithContext().back(), "@2 7 inner");
 }
 
+TEST_F(ScopeTest, AContextMayCloseBeforeItsScopesAndItsChildren) {
+    Recorded().Take();
+    context_.DetachFromThread();
+    {
+        Context first = Context::Root("first");
+        METRICS_SCOPE("a");
+        Context child = Context::Child("child");
+        METRICS_SCOPE("b");
+        child.Close();
+        first.Close();
+        EXPECT_EQ(Context::Current(), nullptr);
+        EXPECT_FALSE(Scope("later").IsOpen());
+    }
+    {
+        const Context second = Context::Root("second");
+        METRICS_SCOPE("c", Scope::kElapsedTime);
+        EXPECT_EQ(Context::Current(), &second);
+    }
+    EXPECT_EQ(Scope::Innermost(), nullptr);
+    EXPECT_EQ(
+        Structure(Recorded().TakeLinesWithContext()),
+        (Lines{"@0 1 0>2", "@2 2 0>2",   "@2 6 first",  "@2 6 a",     "@2 1 2>3", "@3 2 2>3",    "@3 6 child",
+               "@3 6 b",   "@3 7 child", "@3 3",        "@2 7 first", "@2 3",     "@3 7 b",      "@2 7 a",
+               "@0 1 0>4", "@4 2 0>4",   "@4 6 second", "@4 6 c",     "@4 7 c",   "@4 7 second", "@4 3"}));
+}
+
 TEST_F(ScopeTest, AScopeThatClosesElsewhereLeavesNothingBehind) {
     auto outer = std::make_unique<Scope>("outer");
     auto inner = std::make_unique<Scope>(MetricsValue("inner"), Scope::kElapsedTime);
@@ -237,10 +263,13 @@ TEST_F(ScopeTest, MacrosMark) {
         METRICS_SCOPE_NAMED(name());
         METRICS_VALUE("rows", 4);
     }
+    METRICS_VALUE("beside", 5);
+    context_.DetachFromThread();
     METRICS_VALUE("nowhere", ++made);
     { METRICS_SCOPE("held back", 0x40000); }
     EXPECT_EQ(made, 1);
-    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal"}));
+    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal",
+                                  "10 beside=5"}));
 }
 
 TEST_F(ScopeTest, TellsItsPlaceWhereItsBitsOrTheMaskAskForIt) {
