@@ -60,8 +60,8 @@ METRICS_API void EmitAt(CallSite& site, const ValueTarget& target, const Metrics
 /// is no memory is dropped.
 ///
 /// A scope belongs to the thread that opens it, and closes there. Closed on another thread it ends all the
-/// same, but its processor times stay out of the accounts of the scopes around it. What its name borrows must
-/// stay until the last subscriber has read it; see MetricsValue.
+/// same, but without its measurements unless its context is attached there. Scopes may overlap, and outlive
+/// their context. What its name borrows must stay until the last subscriber has read it; see MetricsValue.
 class METRICS_API Scope {
   public:
     static const unsigned long long kElapsedTime = 0x100000;
