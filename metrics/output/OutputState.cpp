@@ -10,11 +10,31 @@ namespace Metrics::detail {
 
 namespace {
 
+constexpr char kMisnested[] =
+    "MetricsOutput: a context or scope closed while scopes inside it were open; they are written as ended there";
+
 OutputTarget MakeNullTarget() {
     OutputTarget target;
     target.owned = std::make_unique<basic_onullstream<char>>();
     target.stream = target.owned.get();
     return target;
+}
+
+EventRouter::Mode RoutingOf(MetricsOutput::Mode mode) {
+    switch (mode) {
+        case MetricsOutput::Mode::Single: return EventRouter::Mode::OneAfterTheOther;
+        case MetricsOutput::Mode::Completed: return EventRouter::Mode::AsTheyEnd;
+        default: return EventRouter::Mode::EachItsOwn;
+    }
+}
+
+RootStreams::Form FormOf(MetricsOutput::Format format) {
+    switch (format) {
+        case MetricsOutput::Format::CsvComma:
+        case MetricsOutput::Format::CsvPipe: return RootStreams::Form::Rows;
+        case MetricsOutput::Format::Buffer: return RootStreams::Form::Events;
+        default: return RootStreams::Form::Elements;
+    }
 }
 
 }  // namespace
@@ -25,9 +45,11 @@ class OutputState::Locked {
     ~Locked() {
         const auto lines = std::exchange(state_.log_, {});
         const auto hint = std::exchange(state_.hint_, {});
+        const bool misnested = std::exchange(state_.settings_.misnested, false);
         state_.lock_.unlock();
         for (const std::string& line : lines) state_.core_->Log(line);
         if (!hint.empty()) state_.core_->LogOnce(Core::NoSuchRoot, hint);
+        if (misnested) state_.core_->LogOnce(Core::Misnested, kMisnested);
     }
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
@@ -41,12 +63,11 @@ class OutputState::Locked {
 OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
     : core_(std::move(core)), mode_(mode), settings_{format, false, {}} {
     if (format == Format::RawUnordered) return;
-    using Order = EventSequencer::Mode;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
-    router_ = std::make_unique<EventRouter>(mode == Mode::Single ? Order::LowestRoot : Order::RequestedRoot,
-                                            targets_, std::move(onRoot),
-                                            [this](std::string line) { log_.push_back(std::move(line)); });
+    router_ =
+        std::make_unique<EventRouter>(RoutingOf(mode), FormOf(format), targets_, std::move(onRoot),
+                                      [this](std::string line) { log_.push_back(std::move(line)); });
 }
 
 template <class Action>
@@ -115,7 +136,8 @@ OutputTarget& OutputState::Open(OutputTarget target, std::uint64_t contextId) {
 void OutputState::Begin(OutputTarget& target) {
     const std::uint64_t contextId = target.audience->contextId;
     if (!Writes()) return CloseAll();
-    if (router_ && mode_ != Mode::Single && router_->IsChild(contextId))
+    const bool everyRoot = mode_ == Mode::Single || mode_ == Mode::Completed;
+    if (router_ && !everyRoot && router_->IsChild(contextId))
         hint_ = "MetricsOutput: context " + std::to_string(contextId) +
                 " is not a root, so nothing is written for it; it is part of its root's output";
     if (router_) router_->Attach(*target.audience);
@@ -151,6 +173,11 @@ void OutputState::MuteVolatileData() {
     if (router_) router_->MuteVolatileData();
 }
 
+void OutputState::SetHeldLimit(std::size_t bytes) {
+    const Locked locked(*this);
+    if (router_) router_->SetHeldLimit(bytes);
+}
+
 void OutputState::Flush() noexcept {
     Guarded([] {});
 }
@@ -178,7 +205,13 @@ void OutputState::ReleaseStreams() noexcept {
 // Nothing can come any more: what was held back goes out as it is.
 void OutputState::StopRouting() {
     const auto router = std::move(router_);
-    if (router) router->Drain({.on = true, .final = true});
+    if (!router) return;
+    router->Drain({.on = true, .final = true});
+    CountLeftOut(*router);
+}
+
+void OutputState::CountLeftOut(EventRouter& router) {
+    if (const std::uint64_t count = router.TakeLeftOut(); count != 0) core_->CountLeftOut(count);
 }
 
 void OutputState::CloseAll() {
@@ -195,6 +228,7 @@ void OutputState::CloseMarked() {
 }
 
 void OutputState::FinishBatch(bool flush) {
+    if (router_) CountLeftOut(*router_);
     if (flush) targets_.Flush();
     CloseMarked();
     for (std::string& problem : targets_.TakeProblems()) problems_.push_back(std::move(problem));

@@ -37,6 +37,7 @@ class OutputState {
     void SetWildcard(const std::string& pattern);
     void SetRowDefinition(const std::string& definition);
     void MuteVolatileData();
+    void SetHeldLimit(std::size_t bytes);
 
     // Hands on all that is ready; waits for a batch in progress.
     void Flush() noexcept;
@@ -72,6 +73,7 @@ class OutputState {
     void FinishBatch(bool flush = true);
     void CloseMarked();
     void StopRouting();
+    void CountLeftOut(EventRouter& router);
     void CloseAll();
     void AddError(std::string message);
 

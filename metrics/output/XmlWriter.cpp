@@ -19,7 +19,7 @@ constexpr auto kAttributeFlags = MetricsValue::XmlEscape | MetricsValue::AlwaysQ
 void XmlWriter::Write(const MetricsEvent& event) {
     switch (event.Type()) {
         case MetricsEventType::ScopeOpen: return OpenElement(event);
-        case MetricsEventType::ScopeClose: return CloseElement(event);
+        case MetricsEventType::ScopeClose: return CloseElement();
         case MetricsEventType::ScopeValue: return WriteValue(event);
         case MetricsEventType::NameValue: return AddAttribute(event);
         case MetricsEventType::DemuxSynthesized: return ForceClose(event);
@@ -48,15 +48,22 @@ void XmlWriter::OpenElement(const MetricsEvent& event) {
     attributes_.Clear();
 }
 
-void XmlWriter::CloseElement(const MetricsEvent& event) {
+void XmlWriter::CloseElement() {
     attributes_.Clear();
-    if (nameStarts_.empty()) return;
-    PopName();
+    if (!nameStarts_.empty()) CloseInnermost();
+}
+
+// The name of what is open, whatever the event that closes it calls it.
+void XmlWriter::CloseInnermost() {
+    detail::TextBuffer& text = block_.Text();
+    const std::size_t name = nameStarts_.back();
+    nameStarts_.pop_back();
     Indent();
-    block_.Text().Append("</");
-    AppendText(block_.Text(), event.param1, 0, times_);  // the event's own name, not the one that was opened
-    block_.Text().Append('>');
+    text.Append("</");
+    text.Append(std::string_view(names_).substr(name));
+    text.Append('>');
     block_.EndLine();
+    names_.resize(name);
 }
 
 void XmlWriter::WriteValue(const MetricsEvent& event) {
@@ -90,20 +97,7 @@ void XmlWriter::ForceClose(const MetricsEvent& event) {
     note.param1 = MetricsValue::Ref("ForceCloseContextDepth");
     note.param2 = depth;
     WriteValue(note);
-    for (std::int32_t closed = 0; closed < depth && !nameStarts_.empty(); ++closed) {
-        const std::string name = names_.substr(nameStarts_.back());
-        PopName();
-        Indent();
-        block_.Text().Append("</");
-        block_.Text().Append(name);
-        block_.Text().Append('>');
-        block_.EndLine();
-    }
-}
-
-void XmlWriter::PopName() {
-    names_.resize(nameStarts_.back());
-    nameStarts_.pop_back();
+    for (std::int32_t closed = 0; closed < depth && !nameStarts_.empty(); ++closed) CloseInnermost();
 }
 
 }  // namespace Metrics

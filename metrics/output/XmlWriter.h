@@ -25,13 +25,13 @@ class XmlWriter final : public IWriter {
 
   private:
     void OpenElement(const MetricsEvent& event);
-    void CloseElement(const MetricsEvent& event);
+    void CloseElement();
+    void CloseInnermost();
     void WriteValue(const MetricsEvent& event);
     void AddAttribute(const MetricsEvent& event);
     void ForceClose(const MetricsEvent& event);
 
     void Indent();
-    void PopName();
 
     detail::TextBlock block_;
     detail::DateTimeText times_;
