@@ -43,6 +43,13 @@ bool IsUsable(const detail::ContextState* context) {
     return context != nullptr && context->id != 0 && context->IsEnabled();
 }
 
+// The context that a scope of this thread could open on now, or null. One that lacks a context is counted.
+inline detail::ContextState* UsableContext(MetricsThreadContext& record) noexcept {
+    detail::ContextState* context = record.Current();
+    if (context == nullptr) record.NoteLeftOut();
+    return IsUsable(context) ? context : nullptr;
+}
+
 // Without memory it is left out; the scope opens all the same.
 void AnnounceComponent(MetricsThreadContext& record, std::uint64_t contextId) noexcept {
     record.announceComponent = false;
@@ -119,7 +126,7 @@ inline bool Scope::OpensPlainly(const MetricsThreadContext& record,
 
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
     MetricsThreadContext* record = ReadyThreadRecord();
-    if (record != nullptr && !live_ && !IsUsable(record->Current())) return false;
+    if (record != nullptr && !live_ && UsableContext(*record) == nullptr) return false;
     if (record == nullptr || !OpensPlainly(*record, value)) [[unlikely]]
         return OpenOther(value, file, line);
     detail::ContextState& context = *record->Current();
@@ -137,8 +144,8 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return false;
     if (live_) return OpenAgain(*record, value, file, line);
-    detail::ContextState* context = record->Current();
-    if (!IsUsable(context)) return false;
+    detail::ContextState* context = UsableContext(*record);
+    if (context == nullptr) return false;
     try {
         new (&body_) Body(value, *record, *context, true);
         record->PinCurrent();
@@ -164,8 +171,8 @@ bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, c
 }
 
 void Scope::OpenAt(detail::CallSite& site, int line) noexcept {
-    const MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr || !IsUsable(record->Current())) return;
+    MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr || UsableContext(*record) == nullptr) return;
     try {
         const auto& texts = detail::KeepTexts(site);
         Open(MetricsValue::Ref(texts.name), texts.file, line);
@@ -174,8 +181,8 @@ void Scope::OpenAt(detail::CallSite& site, int line) noexcept {
 }
 
 void Scope::OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept {
-    const MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr || !IsUsable(record->Current())) return;
+    MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr || UsableContext(*record) == nullptr) return;
     try {
         Open(MetricsValue(name), detail::KeepTexts(site).file, line);
     } catch (const std::bad_alloc&) {

@@ -58,9 +58,32 @@ MetricsThreadContext::~MetricsThreadContext() {
     if (Records* records = theRecords.IfMade()) {
         const std::lock_guard lock(records->mutex);
         records->bySerial.erase(serial_);
+        HandOverLeftOut();
     }
     for (const Entry& entry : stack_) detail::Release(entry.state);
     for (const Entry& entry : pinned_) detail::Release(entry.state);
+}
+
+void MetricsThreadContext::NoteLeftOut() noexcept {
+    if (core_ == nullptr || !core_->HasSubscribers()) return;
+    leftOut_.store(leftOut_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+std::uint64_t MetricsThreadContext::CountLeftOut(const detail::Core& core) noexcept {
+    Records* records = theRecords.IfMade();
+    if (records == nullptr) return 0;
+    const std::lock_guard lock(records->mutex);
+    std::uint64_t count = 0;
+    for (const auto& [serial, record] : records->bySerial) {
+        if (record->core_.get() == &core) count += record->leftOut_.load(std::memory_order_relaxed);
+    }
+    return count;
+}
+
+// Under the lock of the list of records, so that a sum counts nothing twice.
+void MetricsThreadContext::HandOverLeftOut() noexcept {
+    const std::uint64_t count = leftOut_.exchange(0, std::memory_order_relaxed);
+    if (count != 0 && core_ != nullptr) core_->CountLeftOut(count);
 }
 
 void MetricsThreadContext::Depart(std::uint64_t serial, const Departure& departure) noexcept {
@@ -171,12 +194,13 @@ void MetricsThreadContext::Adopt(std::shared_ptr<detail::Core> core, std::uint64
         Records& records = theRecords.Get();
         const std::lock_guard lock(records.mutex);
         records.bySerial[serial_] = this;
+        HandOverLeftOut();
+        core_.swap(core);
     }
     // Contexts and scopes of a manager that is gone are nobody's any more; their ids would be mistaken for
     // new ones.
     while (!stack_.empty()) Erase(std::prev(stack_.end()));
     scopes_.clear();
-    core_ = std::move(core);
     generation_ = generation;
     componentId = core_ ? core_->ComponentId() : 1;
     announceComponent = false;

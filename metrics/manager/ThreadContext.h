@@ -96,6 +96,12 @@ class MetricsThreadContext {
     /// Leaves a note for the record named `serial`, if its thread still runs.
     static void Depart(std::uint64_t serial, const Departure& departure) noexcept;
 
+    /// Counts a mark that no output can show, as one without a context, if somebody is subscribed. Without
+    /// a locked instruction; the core asks all records for the sum.
+    void NoteLeftOut() noexcept;
+    /// What the records of living threads that belong to `core` have counted so far.
+    static std::uint64_t CountLeftOut(const detail::Core& core) noexcept;
+
     /// The manager's core, or null when there is no manager.
     const std::shared_ptr<detail::Core>& Core() const { return core_; }
 
@@ -119,6 +125,7 @@ class MetricsThreadContext {
     bool MakeRoom() noexcept;
     void NoteDepartures() noexcept;
     void Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation);
+    void HandOverLeftOut() noexcept;
     void Erase(std::vector<Entry>::iterator entry);
 
     void NoteTop() { current_ = stack_.empty() ? nullptr : stack_.back().state; }
@@ -128,9 +135,11 @@ class MetricsThreadContext {
     // Off the stack, but scopes on them are still open.
     std::vector<Entry> pinned_;
     std::vector<Scope*> scopes_;
-    std::shared_ptr<detail::Core> core_;
+    std::shared_ptr<detail::Core> core_;  // changed under the lock of the list of records
     std::uint64_t generation_ = 0;
     const std::uint64_t serial_;
+
+    std::atomic<std::uint64_t> leftOut_{0};  // not yet handed over to the core
 
     std::atomic<bool> hasDepartures_{false};
     // Guarded by the lock of the list of records.

@@ -60,6 +60,27 @@ TEST_F(ScopeTest, NeedsAnEnabledContext) {
     EXPECT_EQ(TakeLines(), (Lines{"6 enabled", "7 enabled"}));
 }
 
+TEST_F(ScopeTest, WithoutAContextItIsCountedWhileSomebodyIsSubscribed) {
+    const auto leftOut = [this] { return Manager().GetStatistics().leftOut; };
+    const auto mark = [] {
+        METRICS_SCOPE("one");
+        METRICS_SCOPE_NAMED("two");
+        Scope().Open("three", nullptr, 0);
+        METRICS_SCOPE("held back", 0x40000);
+    };
+    mark();
+    EXPECT_EQ(leftOut(), 0U);
+    context_.DetachFromThread();
+    mark();
+    EXPECT_EQ(leftOut(), 3U);
+    std::thread(mark).join();
+    EXPECT_EQ(leftOut(), 6U) << "also when their thread has ended";
+    Recorded().TakeAll();
+    Manager().Shutdown();
+    mark();
+    EXPECT_EQ(leftOut(), 6U) << "nobody is subscribed";
+}
+
 TEST_F(ScopeTest, GateBitsDecide) {
     const struct {
         unsigned long long bits, mask;
