@@ -43,10 +43,10 @@ TEST(XmlWriterTest, NestsScopesAndPlacesAttributesOnTheNextOne) {
          "    </inner>\n"
          "  </step>\n"
          "</job>\n"},
-        // Closing discards attributes and has the name of its own event; forced or not.
+        // Closing discards attributes; forced or not.
         {{OpenScope(1, "a"), Attribute(1, "lost", 1), CloseScope(1, "b"), OpenScope(1, "c"),
           Attribute(1, "lost", 1), forced(0), OpenScope(1, "d")},
-         "<a>\n</b>\n<c>\n  <d>\n"},
+         "<a>\n</a>\n<c>\n  <d>\n"},
         // Forced closure closes as many as it says, and no more than are open.
         {{OpenScope(1, "a"), OpenScope(1, "b"), OpenScope(1, "c"), forced(2), CloseScope(1, "a")},
          "<a>\n  <b>\n    <c>\n      <ForceCloseContextDepth>2</ForceCloseContextDepth>\n"
