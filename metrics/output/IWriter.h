@@ -29,6 +29,10 @@ class IWriter {
     virtual void TurnTo(std::uint64_t) {}
     virtual void EndTable(std::uint64_t) {}
 
+    // Something else comes in between: attributes that wait for a scope are dropped. They come again before
+    // the scope does.
+    virtual void Interrupt() {}
+
     // The finished buffer of a writer that fills one; it is handed over.
     virtual std::shared_ptr<MetricsValueBuffer> TakeBuffer() { return nullptr; }
 

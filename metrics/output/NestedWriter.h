@@ -65,6 +65,7 @@ class NestedWriter final : public IWriter {
 
     void Begin() override { writer_.Begin(); }
     void Write(const MetricsEvent& event) override { nesting_.Write(event, writer_); }
+    void Interrupt() override { writer_.Write(MetricsEvent(MetricsEvent::PackHeader(MetricsEventType::DemuxSynthesized, 0, 0), 0, {}, 0)); }
     void Flush() override { writer_.Flush(); }
     void End() override { writer_.End(); }
 

@@ -25,8 +25,8 @@ MetricsEvent SetAside(const MetricsEvent& attribute) {
     return renamed;
 }
 
-void PartStack::SetOwnPartsAside() {
-    for (std::size_t at = 0; at < waiting_; ++at) {
+void PartStack::SetOwnPartsAside(std::size_t end) {
+    for (std::size_t at = 0; at < end; ++at) {
         MetricsEvent& event = kept_[at];
         if (event.Type() == MetricsEventType::NameValue && IsCalledPart(event)) event = SetAside(event);
     }

@@ -35,7 +35,8 @@ class PartStack {
     template <class Emit>
     void Cut(Emit emit);
     bool IsCut() const { return isCut_; }
-    bool Empty() const { return open_.empty(); }
+    // Nothing is open, and no attribute waits for what opens next.
+    bool Empty() const { return kept_.empty(); }
 
     // Ends what a context has open, when the others go on. For a stream that is not cut.
     template <class Emit>
@@ -83,10 +84,10 @@ class PartStack {
         if (count != 0) {
             waiting_ = open_[open_.size() - count].first;
             open_.resize(open_.size() - count);
-            isCut_ = isCut_ && !open_.empty();
         }
         if (waiting_ != kept_.size())
             kept_.erase(kept_.begin() + static_cast<std::ptrdiff_t>(waiting_), kept_.end());
+        isCut_ = isCut_ && !kept_.empty();
     }
     std::size_t EndOf(std::size_t element) const {
         return element + 1 < open_.size() ? open_[element + 1].first : waiting_;
@@ -97,7 +98,7 @@ class PartStack {
     void WriteCut(const MetricsEvent& event, Emit emit);
     template <class Emit>
     void OpenAgain(Emit emit);
-    void SetOwnPartsAside();
+    void SetOwnPartsAside(std::size_t end);
 
     ElementStack elements_;
     std::vector<Open> open_;          // as many as elements_ has
@@ -116,8 +117,9 @@ MetricsEvent SetAside(const MetricsEvent& attribute);
 
 template <class Emit>
 void PartStack::WriteMarked(const MetricsEvent& event, Emit emit) {
-    if (isCut_) OpenAgain(emit);
     if (event.Type() == MetricsEventType::NameValue) return Write(SetAside(event), emit);
+    SetOwnPartsAside(kept_.size());
+    if (isCut_) OpenAgain(emit);
     emit(PartAttribute(event, 1));
     Write(event, emit);
 }
@@ -126,16 +128,17 @@ template <class Emit>
 void PartStack::Cut(Emit emit) {
     if (isCut_) return;
     for (std::size_t element = open_.size(); element != 0; --element) emit(Closing(OpeningOf(element - 1)));
-    isCut_ = !open_.empty();
+    isCut_ = !kept_.empty();
 }
 
 template <class Emit>
 void PartStack::CloseOf(std::uint64_t context, Emit emit) {
-    while (!Empty() && ContextOf(OpeningOf(open_.size() - 1)) == context) {
+    while (!open_.empty() && ContextOf(OpeningOf(open_.size() - 1)) == context) {
         const MetricsEvent closing = Closing(OpeningOf(open_.size() - 1));
         Follow(closing);
         emit(closing);
     }
+    Drop(0);
 }
 
 // Nothing is opened only to be closed.
@@ -162,7 +165,7 @@ void PartStack::WriteCut(const MetricsEvent& event, Emit emit) {
 
 template <class Emit>
 void PartStack::OpenAgain(Emit emit) {
-    SetOwnPartsAside();
+    SetOwnPartsAside(waiting_);
     isCut_ = false;
     for (std::size_t element = 0; element < open_.size(); ++element) {
         const std::size_t opening = EndOf(element) - 1;

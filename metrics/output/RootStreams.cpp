@@ -72,6 +72,7 @@ void RootStreams::Cut(Audience& audience, RootRecord& root) {
     if (form_ == Form::Events) return WriteHeld(audience, stream, {});
     WriteHeld(audience, stream, stream.open.FirstParts(stream.held));
     stream.open.Cut([&](const MetricsEvent& closing) { Send(audience, stream, {&closing, 1}); });
+    targets_.Interrupt(audience);
 }
 
 void RootStreams::SplitOff(Audience& audience, RootRecord& parent, RootRecord& child) {
@@ -82,6 +83,8 @@ void RootStreams::SplitOff(Audience& audience, RootRecord& parent, RootRecord& c
     own.open.StartElsewhere();
     if (stream.open.IsCut()) return stream.open.Forget(child.id);
     stream.open.CloseOf(child.id, [&](const MetricsEvent& closing) { Send(audience, stream, {&closing, 1}); });
+    if (form_ == Form::Rows) targets_.WriteRows(audience, stream.table, {});
+    targets_.Interrupt(audience);
 }
 
 void RootStreams::Send(Audience& audience, const RootStream& stream, std::span<const MetricsEvent> events) {

@@ -75,7 +75,7 @@ void TargetList::Write(OutputTarget& target, std::span<const MetricsEvent> event
 
 void TargetList::WriteRows(Audience& audience, std::uint64_t root, std::span<const MetricsEvent> events) {
     for (OutputTarget* target : audience.targets) {
-        target->writer->TurnTo(root);
+        Try(*target, [&] { target->writer->TurnTo(root); });
         Write(*target, events);
     }
 }
@@ -84,6 +84,13 @@ void TargetList::EndTable(Audience& audience, std::uint64_t root) {
     for (OutputTarget* target : audience.targets) {
         if (target->failed) continue;
         Try(*target, [&] { target->writer->EndTable(root); });
+    }
+}
+
+void TargetList::Interrupt(Audience& audience) {
+    for (OutputTarget* target : audience.targets) {
+        if (target->failed) continue;
+        Try(*target, [&] { target->writer->Interrupt(); });
     }
 }
 

@@ -60,6 +60,7 @@ class TargetList {
     // The same for a table of several roots; `root` as in IWriter::TurnTo.
     void WriteRows(Audience& audience, std::uint64_t root, std::span<const MetricsEvent> events);
     void EndTable(Audience& audience, std::uint64_t root);
+    void Interrupt(Audience& audience);
     void WriteToEach(std::span<const MetricsEvent> events) {
         for (auto& [number, target] : targets_) Write(target, events);
     }
