@@ -5,7 +5,8 @@
 #include <vector>
 
 #include "metrics/output/IWriter.h"
-#include "metrics/rows/TextTable.h"
+#include "metrics/rows/LiveRows.h"
+#include "metrics/rows/LiveTable.h"
 
 namespace Metrics {
 
@@ -17,15 +18,16 @@ class TextWriter final : public IWriter {
                const std::vector<std::string>& rowDefinition);
 
     void Begin() override;
-    void Write(const MetricsEvent& event) override { table_.Write(event); }
+    void Write(const MetricsEvent& event) override;
     void Flush() override { table_.Flush(); }
     // Rows that waited for the input to end come now.
-    void End() override { table_.End(); }
+    void End() override;
 
   private:
     const std::string fileName_;
     const char separator_;
-    detail::TextTable table_;
+    detail::LiveTable table_;
+    detail::LiveRows rows_;
 };
 
 }  // namespace Metrics
