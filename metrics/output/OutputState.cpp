@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/NullStream.h"
 #include "metrics/output/OutputFile.h"
 #include "metrics/rows/ColumnSpec.h"
@@ -25,9 +26,13 @@ class OutputState::Locked {
     ~Locked() {
         const auto lines = std::exchange(state_.log_, {});
         const auto hint = std::exchange(state_.hint_, {});
+        const bool hasCutTexts = std::exchange(state_.hasCutTexts_, false);
         state_.lock_.unlock();
         for (const std::string& line : lines) state_.core_->Log(line);
         if (!hint.empty()) state_.core_->LogOnce(Core::NoSuchRoot, hint);
+        if (hasCutTexts)
+            state_.core_->LogOnce(Core::CutText,
+                                  "MetricsOutput: texts of more than 254 bytes were cut in a buffer");
     }
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
@@ -39,7 +44,7 @@ class OutputState::Locked {
 };
 
 OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
-    : core_(std::move(core)), mode_(mode), settings_{format, false, {}} {
+    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, {}} {
     if (format == Format::RawUnordered) return;
     using Order = EventSequencer::Mode;
     EventRouter::RootHandler onRoot;
@@ -140,6 +145,11 @@ void OutputState::SetWildcard(const std::string& pattern) {
     wildcard_ = pattern;
 }
 
+void OutputState::SetRootElement(const std::string& name) {
+    const Locked locked(*this);
+    settings_.rootElement = name;
+}
+
 void OutputState::SetRowDefinition(const std::string& definition) {
     const Locked locked(*this);
     settings_.rowDefinition = SplitDefinition(definition);
@@ -189,6 +199,7 @@ void OutputState::CloseAll() {
 
 void OutputState::CloseMarked() {
     for (ClosedTarget& closed : targets_.CloseMarked()) {
+        hasCutTexts_ |= closed.buffer && closed.buffer->HasCutTexts();
         if (closed.buffer) buffers_[closed.contextId] = std::move(closed.buffer);
         if (closed.wasLast && router_) router_->Detach(closed.contextId);
     }

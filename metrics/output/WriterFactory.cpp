@@ -29,7 +29,7 @@ std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream
     if (settings.format == Format::Buffer) return std::make_unique<BufferWriter>();
     if (stream == nullptr) throw std::runtime_error("MetricsOutput: only Format::Buffer writes to a buffer");
     switch (settings.format) {
-        case Format::Xml: return std::make_unique<XmlWriter>(*stream);
+        case Format::Xml: return std::make_unique<XmlWriter>(*stream, settings.rootElement);
         case Format::CsvComma:
         case Format::CsvPipe: {
             const char separator = settings.format == Format::CsvPipe ? '|' : ',';

@@ -15,6 +15,7 @@ struct WriterSettings {
     MetricsOutput::Format format;
     bool mute = false;
     std::vector<std::string> rowDefinition;
+    std::string rootElement;  // of XML, or empty
 };
 
 // Throws RowDefinitionError when the format needs a row definition and this is none.

@@ -98,7 +98,8 @@ TEST(Routing, MutingLeavesOutTimesAndIdentities) {
                 Make(MetricsEventType::ScopeOpen, 1, FourCC("time")), Value(1, "elapsed", 1.5),
                 CloseScope(1, "time"), Value(1, "n", 1), OpenScope(1, "time"), Value(1, "gone", 1),
                 OpenScope(1, "b"), CloseScope(1, "b"), CloseScope(1, "a"), Close(1)});
-    EXPECT_EQ(stream.str(), "<a comp=\"c\">\n  <n>1</n>\n  <b>\n  </a>\n") << "any closing ends the muting";
+    EXPECT_EQ(stream.str(), "<a comp=\"c\">\n  <n>1</n>\n  <b>\n  </b>\n</a>\n")
+        << "any closing ends the muting";
 }
 
 TEST(Routing, ARootWithoutTargetKeepsAMillionEventsThenNone) {
