@@ -92,6 +92,11 @@ class METRICS_API MetricsOutput {
     /// In PerContext: names the files of roots to come. The first '*' stands for the root's id in decimal;
     /// without one the id is appended.
     void SetWildcardedOutputFile(const std::string& pattern);
+    /// For Xml: each target that is opened from now on is a document, with a declaration and one root element
+    /// of this name around all that is written, so that browsers and other readers of XML take the file as it
+    /// is. Its end tag comes when the target closes. An empty name means none, as at first. Other formats
+    /// ignore it.
+    void SetRootElement(const std::string& name);
     /// For the CSV formats: the columns, separated by ';' or line ends, of the targets that are opened from
     /// now on. docs/rows.md describes them. What is wrong with them is thrown, as a RowDefinitionError, by
     /// what opens a target. Beside a file (not in Borrowed) a schema.ini describes the table.

@@ -124,7 +124,8 @@ class Core : public std::enable_shared_from_this<Core> {
         LateAttribute = 4,
         NoSuchRoot = 8,
         DamagedFilters = 16,
-        Misnested = 32
+        Misnested = 0x1000,
+        CutText = 0x10000
     };
     void LogOnce(Hint hint, const std::string& message) noexcept;
 

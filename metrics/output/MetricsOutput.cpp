@@ -91,6 +91,11 @@ void MetricsOutput::SetWildcardedOutputFile(const std::string& pattern) {
     if (!Inherited(state_)) state_->SetWildcard(pattern);
 }
 
+void MetricsOutput::SetRootElement(const std::string& name) {
+    Validate();
+    if (!Inherited(state_)) state_->SetRootElement(name);
+}
+
 void MetricsOutput::SetRowDefinition(const std::string& definition) {
     Validate();
     if (!Inherited(state_)) state_->SetRowDefinition(definition);

@@ -2,6 +2,10 @@
 
 namespace Metrics::detail {
 
+MetricsEvent ForceNothing() {
+    return MetricsEvent(MetricsEvent::PackHeader(MetricsEventType::DemuxSynthesized, 0, 0), 0, {}, 0);
+}
+
 // The depth counts openings less closings, whatever the closings ended. It stands where the target came too
 // late to see all that was opened, for then everything that it saw is ended.
 MetricsEvent Nesting::Forced(const MetricsEvent& event) {

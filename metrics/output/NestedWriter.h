@@ -8,6 +8,9 @@
 
 namespace Metrics::detail {
 
+// Ends the attributes that wait for a scope, and nothing else.
+MetricsEvent ForceNothing();
+
 // Hands events on to a sink that makes elements of scopes, so that each element which it is told to end is
 // the innermost one. Scopes and contexts may have closed in any order.
 //
@@ -36,18 +39,16 @@ class Nesting {
         sink.Write(event);
     }
 
+    void Clear() { elements_.Clear(); }
+
   private:
     template <class Sink>
     void WriteClosings(const MetricsEvent& cause, std::size_t ended, Sink& sink) {
-        if (ended == 0) return sink.Write(WithType(cause, MetricsEventType::DemuxSynthesized));
+        if (ended == 0) return sink.Write(ForceNothing());
         *misnested_ = true;
-        const MetricsEvent closing = WithType(cause, MetricsEventType::ScopeClose);
+        MetricsEvent closing = cause;
+        closing.SetType(MetricsEventType::ScopeClose);
         for (; ended != 0; --ended) sink.Write(closing);
-    }
-    static MetricsEvent WithType(const MetricsEvent& cause, MetricsEventType type) {
-        MetricsEvent event(cause.header, ContextOf(cause), cause.timestamp, 0, 0);
-        event.SetType(type);
-        return event;
     }
     MetricsEvent Forced(const MetricsEvent& event);
 
@@ -65,7 +66,7 @@ class NestedWriter final : public IWriter {
 
     void Begin() override { writer_.Begin(); }
     void Write(const MetricsEvent& event) override { nesting_.Write(event, writer_); }
-    void Interrupt() override { writer_.Write(MetricsEvent(MetricsEvent::PackHeader(MetricsEventType::DemuxSynthesized, 0, 0), 0, {}, 0)); }
+    void Interrupt() override { writer_.Write(ForceNothing()); }
     void Flush() override { writer_.Flush(); }
     void End() override { writer_.End(); }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/NullStream.h"
 #include "metrics/output/OutputFile.h"
 #include "metrics/rows/ColumnSpec.h"
@@ -46,9 +47,13 @@ class OutputState::Locked {
         const auto lines = std::exchange(state_.log_, {});
         const auto hint = std::exchange(state_.hint_, {});
         const bool misnested = std::exchange(state_.settings_.misnested, false);
+        const bool hasCutTexts = std::exchange(state_.hasCutTexts_, false);
         state_.lock_.unlock();
         for (const std::string& line : lines) state_.core_->Log(line);
         if (!hint.empty()) state_.core_->LogOnce(Core::NoSuchRoot, hint);
+        if (hasCutTexts)
+            state_.core_->LogOnce(Core::CutText,
+                                  "MetricsOutput: texts of more than 254 bytes were cut in a buffer");
         if (misnested) state_.core_->LogOnce(Core::Misnested, kMisnested);
     }
     Locked(const Locked&) = delete;
@@ -61,7 +66,7 @@ class OutputState::Locked {
 };
 
 OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
-    : core_(std::move(core)), mode_(mode), settings_{format, false, {}} {
+    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, {}} {
     if (format == Format::RawUnordered) return;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
@@ -162,6 +167,11 @@ void OutputState::SetWildcard(const std::string& pattern) {
     wildcard_ = pattern;
 }
 
+void OutputState::SetRootElement(const std::string& name) {
+    const Locked locked(*this);
+    settings_.rootElement = name;
+}
+
 void OutputState::SetRowDefinition(const std::string& definition) {
     const Locked locked(*this);
     settings_.rowDefinition = SplitDefinition(definition);
@@ -222,6 +232,7 @@ void OutputState::CloseAll() {
 
 void OutputState::CloseMarked() {
     for (ClosedTarget& closed : targets_.CloseMarked()) {
+        hasCutTexts_ |= closed.buffer && closed.buffer->HasCutTexts();
         if (closed.buffer) buffers_[closed.contextId] = std::move(closed.buffer);
         if (closed.wasLast && router_) router_->Detach(closed.contextId);
     }

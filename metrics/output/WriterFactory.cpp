@@ -30,12 +30,14 @@ std::unique_ptr<IWriter> MakeWriter(WriterSettings& settings, std::ostream* stre
     if (settings.format == Format::Buffer) return std::make_unique<BufferWriter>();
     if (stream == nullptr) throw std::runtime_error("MetricsOutput: only Format::Buffer writes to a buffer");
     switch (settings.format) {
-        case Format::Xml: return std::make_unique<NestedWriter<XmlWriter>>(&settings.misnested, *stream);
+        case Format::Xml:
+            return std::make_unique<NestedWriter<XmlWriter>>(&settings.misnested, *stream,
+                                                             settings.rootElement);
         case Format::CsvComma:
         case Format::CsvPipe: {
             const char separator = settings.format == Format::CsvPipe ? '|' : ',';
-            return std::make_unique<NestedWriter<TextWriter>>(&settings.misnested, *stream, schemaFor,
-                                                              separator, settings.rowDefinition);
+            return std::make_unique<TextWriter>(*stream, schemaFor, separator, settings.rowDefinition,
+                                                &settings.misnested);
         }
         default: return std::make_unique<RawWriter>(*stream, settings.mute);
     }

@@ -16,6 +16,7 @@ struct WriterSettings {
     bool mute = false;
     std::vector<std::string> rowDefinition;
     bool misnested = false;  // set by writers when something closed before what is open inside
+    std::string rootElement;  // of XML, or empty
 };
 
 // Throws RowDefinitionError when the format needs a row definition and this is none.
