@@ -78,6 +78,12 @@ void ContextForest::CountStrange() {
     }
 }
 
+std::uint64_t ContextForest::StrangeEvents() const {
+    std::uint64_t events = 0;
+    for (const ContextRecord& record : strangers_) events += record.waiting.Size();
+    return events;
+}
+
 void ContextForest::Bury(ContextRecord& record) noexcept {
     if (record.root != nullptr) {
         record.root->waiting -= record.waiting.Size();

@@ -95,9 +95,8 @@ class ContextForest {
     // Forgets a root with its whole tree.
     void RemoveRoot(RootRecord& root);
 
-    // Contexts that no root is known to have, and their events.
-    std::size_t Strange() const { return strange_; }
-    // Events of such that were forgotten.
+    // Events of strangers: that are held, and that were forgotten since the last time.
+    std::uint64_t StrangeEvents() const;
     std::uint64_t TakeForgotten() { return std::exchange(forgotten_, 0); }
 
     EventBlocks& Blocks() { return blocks_; }

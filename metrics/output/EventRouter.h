@@ -48,6 +48,8 @@ class EventRouter {
 
     // Events left out since the last time, because their context or its root had ended.
     std::uint64_t TakeLeftOut() { return sequencer_.TakeLeftOut(); }
+    // Events that wait for a context or root which may yet come.
+    std::uint64_t Homeless() const { return sequencer_.Forest().StrangeEvents(); }
 
   private:
     void FetchAhead(std::span<const MetricsEvent> events) const;

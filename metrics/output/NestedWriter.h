@@ -18,7 +18,7 @@ MetricsEvent ForceNothing();
 // forced closure of depth 0 as the end of the attributes that wait for a scope.
 class Nesting {
   public:
-    // `*misnested` is set when something closes before what is open inside.
+    // `*misnested`, if any, is set when something closes before what is open inside.
     explicit Nesting(bool* misnested) : misnested_(misnested) {}
 
     template <class Sink>
@@ -45,7 +45,7 @@ class Nesting {
     template <class Sink>
     void WriteClosings(const MetricsEvent& cause, std::size_t ended, Sink& sink) {
         if (ended == 0) return sink.Write(ForceNothing());
-        *misnested_ = true;
+        if (misnested_ != nullptr) *misnested_ = true;
         MetricsEvent closing = cause;
         closing.SetType(MetricsEventType::ScopeClose);
         for (; ended != 0; --ended) sink.Write(closing);

@@ -66,7 +66,7 @@ class OutputState::Locked {
 };
 
 OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
-    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, {}} {
+    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, false, {}} {
     if (format == Format::RawUnordered) return;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
@@ -217,11 +217,7 @@ void OutputState::StopRouting() {
     const auto router = std::move(router_);
     if (!router) return;
     router->Drain({.on = true, .final = true});
-    CountLeftOut(*router);
-}
-
-void OutputState::CountLeftOut(EventRouter& router) {
-    if (const std::uint64_t count = router.TakeLeftOut(); count != 0) core_->CountLeftOut(count);
+    core_->CountLeftOut(router->TakeLeftOut() + router->Homeless());
 }
 
 void OutputState::CloseAll() {
@@ -239,7 +235,8 @@ void OutputState::CloseMarked() {
 }
 
 void OutputState::FinishBatch(bool flush) {
-    if (router_) CountLeftOut(*router_);
+    if (const std::uint64_t count = router_ ? router_->TakeLeftOut() : 0; count != 0)
+        core_->CountLeftOut(count);
     if (flush) targets_.Flush();
     CloseMarked();
     for (std::string& problem : targets_.TakeProblems()) problems_.push_back(std::move(problem));

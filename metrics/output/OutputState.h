@@ -74,7 +74,6 @@ class OutputState {
     void FinishBatch(bool flush = true);
     void CloseMarked();
     void StopRouting();
-    void CountLeftOut(EventRouter& router);
     void CloseAll();
     void AddError(std::string message);
 

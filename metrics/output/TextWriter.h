@@ -20,7 +20,7 @@ class TextWriter final : public IWriter {
     // `fileName` is empty when there is to be no schema.ini. `misnested` as in Nesting. Throws
     // RowDefinitionError.
     TextWriter(std::ostream& stream, std::string fileName, char separator,
-               const std::vector<std::string>& rowDefinition, bool* misnested);
+               const std::vector<std::string>& rowDefinition, bool* misnested = nullptr);
 
     void Begin() override;
     void Write(const MetricsEvent& event) override;

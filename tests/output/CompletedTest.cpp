@@ -11,10 +11,6 @@ namespace {
 
 using namespace Testing;
 
-constexpr const char* kMisnested =
-    "MX: MetricsOutput: a context or scope closed while scopes inside it were open; they are written as ended "
-    "there";
-
 std::vector<MetricsEvent> Plain(const RandomMarks& marks) {
     std::vector<MetricsEvent> events;
     for (const auto& one : marks.Events()) events.push_back(one.event);
@@ -182,6 +178,118 @@ TEST(Parts, JoinedTheyAreWhatTheMarksMeant) {
         if (testing::Test::HasFailure()) break;
     }
     EXPECT_GT(cuts, 1000);
+}
+
+// What is merged elsewhere is put in order there: buffers hold what came, each context's events in their order.
+TEST(Parts, OfABufferAreTheEventsAsTheyCame) {
+    for (std::uint32_t seed = 1; seed <= 10; ++seed) {
+        SCOPED_TRACE(seed);
+        const RandomMarks marks(seed, 40, 2000);
+        Output output(seed % 2 == 0 ? Mode::Single : Mode::Completed, Format::Buffer);
+        output.OpenStream(nullptr, 0);
+        output.SetHeldLimit(seed % 5 * 10000);
+        output.PutInPieces(Plain(marks), seed);
+        output.CloseDown();
+        std::map<std::string, Briefs> written;
+        for (const std::string& brief : Decode(output.FindBuffer(0)))
+            written[brief.substr(0, brief.find(':'))].push_back(brief);
+        std::map<std::string, Briefs> expected;
+        std::set<std::string> closed;
+        for (const auto& [event, root] : marks.Events()) {
+            const std::string brief = Brief(event);
+            const std::string context = brief.substr(0, brief.find(':'));
+            if (closed.count(context) != 0) continue;
+            if (event.Type() == MetricsEventType::ContextClose) closed.insert(context);
+            expected[context].push_back(brief);
+        }
+        EXPECT_TRUE(written == expected);
+    }
+}
+
+// Rows of a root alone, as its XML gives them, in any order.
+std::multiset<std::string> RowsOf(const RandomMarks& marks, const std::string& definition) {
+    std::multiset<std::string> rows;
+    for (const std::uint64_t root : marks.Roots()) {
+        Output alone(Mode::Borrowed, Format::CsvComma);
+        alone.SetRowDefinition(definition);
+        const std::ostringstream& stream = alone.Listen(root);
+        alone.Put(Plain(marks));
+        alone.CloseDown();
+        std::istringstream lines(stream.str());
+        std::string line;
+        for (std::getline(lines, line); std::getline(lines, line);) rows.insert(line);
+    }
+    return rows;
+}
+
+TEST(Completed, RowsComeFromEachRootAlone) {
+    const std::string definition = "attr(*,\"id\");v;depth(v):i;nodenum(v):i;path(v)";
+    for (std::uint32_t seed = 1; seed <= 10; ++seed) {
+        SCOPED_TRACE(seed);
+        const RandomMarks marks(seed, 60, 1500);
+        Output output(Mode::Completed, Format::CsvComma);
+        output.SetRowDefinition(definition);
+        const std::stringbuf& written = output.Collect();
+        output.PutInPieces(Plain(marks), seed);
+        std::istringstream lines(written.str());
+        std::string line;
+        ASSERT_TRUE(std::getline(lines, line));
+        std::multiset<std::string> rows;
+        while (std::getline(lines, line)) rows.insert(line);
+        EXPECT_EQ(rows, RowsOf(marks, definition));
+        EXPECT_GT(rows.size(), 100U);
+    }
+}
+
+std::vector<MetricsEvent> Request(std::uint64_t id) {
+    return {Create(0, id), Construct(0, id), OpenScope(id, "r"), Value(id, "n", id), CloseScope(id, "r"),
+            Close(id)};
+}
+
+// The rows of what is done are there beside a root that hangs; the groups of a summary are one set.
+TEST(Completed, RowsComeAsTheyCompleteAndGroupsAreCommon) {
+    for (const auto& [definition, before, after] :
+         {std::tuple{"[n]:r.n:i;[rownum]:rownum():i", "n,rownum\n7,1\n2,2\n", "n,rownum\n7,1\n2,2\n8,3\n"},
+          std::tuple{"[path]:path(r);[n]:sum(r.n):i", "", "path,n\nr,17\n"}}) {
+        Output output(Mode::Completed, Format::CsvComma);
+        output.SetRowDefinition(definition);
+        const std::stringbuf& written = output.Collect();
+        output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "r"), Value(1, "n", 7)});
+        output.Put(Request(2));
+        EXPECT_EQ(written.str(), before);
+        output.Put({CloseScope(1, "r"), OpenScope(1, "r"), Value(1, "n", 8)});
+        output.CloseDown();
+        EXPECT_EQ(written.str(), after);
+    }
+}
+
+// Root 1 hangs at its child 2 while others come and go.
+TEST(Valve, OpensInSingleAndTellsWhatWaits) {
+    LogKeeper log;
+    Output output(Mode::Single, Format::Xml);
+    const std::stringbuf& written = output.Collect();
+    output.SetHeldLimit(200 << 10);
+    output.Put({Create(0, 1), Construct(0, 1), Attribute(1, "a", "b"), OpenScope(1, "hangs"), Create(1, 2),
+                Construct(1, 2), OpenScope(2, "child")});
+    std::string expected = "<hangs a=\"b\">\n  <child>\n";
+    std::uint64_t id = 3;
+    Lines told;
+    for (; (told = log.Take()).empty(); ++id) {
+        ASSERT_EQ(written.str(), expected);
+        ASSERT_LT(id, 1000U);
+        output.Put(Request(id));
+    }
+    EXPECT_TRUE(Has(told.front(), " for context 2 to close, which holds root 1;")) << told.front();
+    std::string requests;
+    for (std::uint64_t one = 3; one < id; ++one)
+        requests += "<r>\n  <n>" + std::to_string(one) + "</n>\n</r>\n";
+    EXPECT_EQ(written.str(), expected + "  </child>\n</hangs>\n" + requests);
+    output.Put(Request(2000));
+    output.Put({Value(2, "n", 1), CloseScope(2, "child"), Close(2), CloseScope(1, "hangs"), Close(1)});
+    output.CloseDown();
+    EXPECT_EQ(written.str(), expected + "  </child>\n</hangs>\n" + requests +
+                                 "<hangs a=\"b\" part=\"2\">\n  <child part=\"2\">\n    <n>1</n>\n  </child>\n"
+                                 "</hangs>\n<r>\n  <n>2000</n>\n</r>\n");
 }
 
 }  // namespace

@@ -149,7 +149,7 @@ class RandomMarks {
     void AddValue(Actor& actor) {
         Mark& mark = actor.Innermost()->inside.emplace_back();
         mark.name = "v";
-        mark.value = std::to_string(++lastValue_) + std::string(Pick(4) == 0 ? Pick(400) : 0, 'x');
+        mark.value = std::to_string(++lastValue_) + std::string(Pick(4) == 0 ? Pick(200) : 0, 'x');
         Post(actor.id, MetricsEventType::ScopeValue, mark.name, mark.value);
     }
 
