@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <memory>
@@ -57,6 +58,10 @@ class METRICS_API MetricsOutput {
         /// named
         /// by SetWildcardedOutputFile, else none (which with Buffer leaves a buffer to be taken).
         PerContext = 2,
+        /// As Single, but roots come in the order in which they end, each in one piece with its children
+        /// inside; a root that stays open holds up no other. The CSV formats write rows as they complete,
+        /// each root's made from that root alone. See SetHeldLimit for what is held meanwhile.
+        Completed = 3,
     };
 
     enum class Format : std::uint32_t {
@@ -87,6 +92,11 @@ class METRICS_API MetricsOutput {
     /// In PerContext: names the files of roots to come. The first '*' stands for the root's id in decimal;
     /// without one the id is appended.
     void SetWildcardedOutputFile(const std::string& pattern);
+    /// For Xml: each target that is opened from now on is a document, with a declaration and one root element
+    /// of this name around all that is written, so that browsers and other readers of XML take the file as it
+    /// is. Its end tag comes when the target closes. An empty name means none, as at first. Other formats
+    /// ignore it.
+    void SetRootElement(const std::string& name);
     /// For the CSV formats: the columns, separated by ';' or line ends, of the targets that are opened from
     /// now on. docs/rows.md describes them. What is wrong with them is thrown, as a RowDefinitionError, by
     /// what opens a target. Beside a file (not in Borrowed) a schema.ini describes the table.
@@ -101,12 +111,24 @@ class METRICS_API MetricsOutput {
     /// threads and contexts. For what is written from now on; raw lines only of targets opened from now on.
     void MuteVolatileData();
 
+    /// In Completed and Single: how much may be held of all roots together, in bytes of memory, before the
+    /// largest goes out in parts; 64 MiB at first. A part ends with the elements closed that are open; when
+    /// more comes of the root they are opened again, with their attributes and `part`, from 2 on. Where the
+    /// first tag was not written yet it has `part="1"`. An attribute that was called `part` is `_part` then.
+    /// Values are not repeated, so rows made of such XML lack what stood on the other side of a cut. Tables
+    /// and buffers are not cut, but in a table a child that stays open goes on by itself. Single goes on as
+    /// Completed from then on until nothing waits; that is logged.
+    void SetHeldLimit(std::size_t bytes);
+
     /// Waits until what was posted before has been written, then closes by force the children that hold back
-    /// a closed root: of root `contextId`, or of all with 0. In Single only 0 has an effect, and open roots
-    /// are closed too. Does nothing once closed. To be avoided in a subscriber's callback, where it cannot
+    /// a closed root: of root `contextId`, or of all with 0. In Single and Completed only 0 has an effect,
+    /// and open roots are closed too. Does nothing once closed. To be avoided in a subscriber's callback, where it cannot
     /// wait.
     void Finish(unsigned long long contextId);
-    /// Waits until what was posted before has been written and flushed. Forces nothing.
+    /// Waits until what was posted before has been delivered, and flushes what could be written. Forces
+    /// nothing: in Single what came behind a root that is open still waits for it, in Completed what a root
+    /// did that is open, and everywhere what its parent did behind a child that is open. Finish or Close
+    /// write these.
     void Flush();
     /// Waits until what was posted before has been written, closes by force whatever is still open, closes
     /// all targets and ends the subscription. Calls after the first do nothing; one at the same time waits

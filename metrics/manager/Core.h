@@ -123,7 +123,9 @@ class Core : public std::enable_shared_from_this<Core> {
         LostRegistration = 2,
         LateAttribute = 4,
         NoSuchRoot = 8,
-        DamagedFilters = 16
+        DamagedFilters = 16,
+        Misnested = 0x1000,
+        CutText = 0x10000
     };
     void LogOnce(Hint hint, const std::string& message) noexcept;
 

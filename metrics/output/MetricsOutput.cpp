@@ -37,7 +37,7 @@ void CloseDown(const std::shared_ptr<OutputState>& state) {
 }  // namespace
 
 MetricsOutput::MetricsOutput(Mode mode, Format format) : magic_(detail::kAliveMagic) {
-    if (mode > Mode::PerContext || format > Format::Buffer)
+    if (mode > Mode::Completed || format > Format::Buffer)
         throw std::invalid_argument("MetricsOutput: no such mode or format");
     state_ = std::make_shared<OutputState>(Core::Current(), mode, format);
     state_->registration = state_->Core().Register(
@@ -91,6 +91,11 @@ void MetricsOutput::SetWildcardedOutputFile(const std::string& pattern) {
     if (!Inherited(state_)) state_->SetWildcard(pattern);
 }
 
+void MetricsOutput::SetRootElement(const std::string& name) {
+    Validate();
+    if (!Inherited(state_)) state_->SetRootElement(name);
+}
+
 void MetricsOutput::SetRowDefinition(const std::string& definition) {
     Validate();
     if (!Inherited(state_)) state_->SetRowDefinition(definition);
@@ -103,6 +108,11 @@ unsigned long long MetricsOutput::OpenNewContextAndFile(const std::string& fileN
 void MetricsOutput::MuteVolatileData() {
     Validate();
     if (!Inherited(state_)) state_->MuteVolatileData();
+}
+
+void MetricsOutput::SetHeldLimit(std::size_t bytes) {
+    Validate();
+    if (!Inherited(state_)) state_->SetHeldLimit(bytes);
 }
 
 void MetricsOutput::Finish(unsigned long long contextId) {

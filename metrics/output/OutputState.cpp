@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/NullStream.h"
 #include "metrics/output/OutputFile.h"
 #include "metrics/rows/ColumnSpec.h"
@@ -10,11 +11,31 @@ namespace Metrics::detail {
 
 namespace {
 
+constexpr char kMisnested[] =
+    "MetricsOutput: a context or scope closed while scopes inside it were open; they are written as ended there";
+
 OutputTarget MakeNullTarget() {
     OutputTarget target;
     target.owned = std::make_unique<basic_onullstream<char>>();
     target.stream = target.owned.get();
     return target;
+}
+
+EventRouter::Mode RoutingOf(MetricsOutput::Mode mode) {
+    switch (mode) {
+        case MetricsOutput::Mode::Single: return EventRouter::Mode::OneAfterTheOther;
+        case MetricsOutput::Mode::Completed: return EventRouter::Mode::AsTheyEnd;
+        default: return EventRouter::Mode::EachItsOwn;
+    }
+}
+
+RootStreams::Form FormOf(MetricsOutput::Format format) {
+    switch (format) {
+        case MetricsOutput::Format::CsvComma:
+        case MetricsOutput::Format::CsvPipe: return RootStreams::Form::Rows;
+        case MetricsOutput::Format::Buffer: return RootStreams::Form::Events;
+        default: return RootStreams::Form::Elements;
+    }
 }
 
 }  // namespace
@@ -25,9 +46,15 @@ class OutputState::Locked {
     ~Locked() {
         const auto lines = std::exchange(state_.log_, {});
         const auto hint = std::exchange(state_.hint_, {});
+        const bool misnested = std::exchange(state_.settings_.misnested, false);
+        const bool hasCutTexts = std::exchange(state_.hasCutTexts_, false);
         state_.lock_.unlock();
         for (const std::string& line : lines) state_.core_->Log(line);
         if (!hint.empty()) state_.core_->LogOnce(Core::NoSuchRoot, hint);
+        if (hasCutTexts)
+            state_.core_->LogOnce(Core::CutText,
+                                  "MetricsOutput: texts of more than 254 bytes were cut in a buffer");
+        if (misnested) state_.core_->LogOnce(Core::Misnested, kMisnested);
     }
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
@@ -39,14 +66,13 @@ class OutputState::Locked {
 };
 
 OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
-    : core_(std::move(core)), mode_(mode), settings_{format, false, {}} {
+    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, false, {}} {
     if (format == Format::RawUnordered) return;
-    using Order = EventSequencer::Mode;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
-    router_ = std::make_unique<EventRouter>(mode == Mode::Single ? Order::LowestRoot : Order::RequestedRoot,
-                                            targets_, std::move(onRoot),
-                                            [this](std::string line) { log_.push_back(std::move(line)); });
+    router_ =
+        std::make_unique<EventRouter>(RoutingOf(mode), FormOf(format), targets_, std::move(onRoot),
+                                      [this](std::string line) { log_.push_back(std::move(line)); });
 }
 
 template <class Action>
@@ -115,7 +141,8 @@ OutputTarget& OutputState::Open(OutputTarget target, std::uint64_t contextId) {
 void OutputState::Begin(OutputTarget& target) {
     const std::uint64_t contextId = target.audience->contextId;
     if (!Writes()) return CloseAll();
-    if (router_ && mode_ != Mode::Single && router_->IsChild(contextId))
+    const bool everyRoot = mode_ == Mode::Single || mode_ == Mode::Completed;
+    if (router_ && !everyRoot && router_->IsChild(contextId))
         hint_ = "MetricsOutput: context " + std::to_string(contextId) +
                 " is not a root, so nothing is written for it; it is part of its root's output";
     if (router_) router_->Attach(*target.audience);
@@ -140,6 +167,11 @@ void OutputState::SetWildcard(const std::string& pattern) {
     wildcard_ = pattern;
 }
 
+void OutputState::SetRootElement(const std::string& name) {
+    const Locked locked(*this);
+    settings_.rootElement = name;
+}
+
 void OutputState::SetRowDefinition(const std::string& definition) {
     const Locked locked(*this);
     settings_.rowDefinition = SplitDefinition(definition);
@@ -149,6 +181,11 @@ void OutputState::MuteVolatileData() {
     const Locked locked(*this);
     settings_.mute = true;
     if (router_) router_->MuteVolatileData();
+}
+
+void OutputState::SetHeldLimit(std::size_t bytes) {
+    const Locked locked(*this);
+    if (router_) router_->SetHeldLimit(bytes);
 }
 
 void OutputState::Flush() noexcept {
@@ -178,7 +215,9 @@ void OutputState::ReleaseStreams() noexcept {
 // Nothing can come any more: what was held back goes out as it is.
 void OutputState::StopRouting() {
     const auto router = std::move(router_);
-    if (router) router->Drain({.on = true, .final = true});
+    if (!router) return;
+    router->Drain({.on = true, .final = true});
+    core_->CountLeftOut(router->TakeLeftOut() + router->Homeless());
 }
 
 void OutputState::CloseAll() {
@@ -189,12 +228,15 @@ void OutputState::CloseAll() {
 
 void OutputState::CloseMarked() {
     for (ClosedTarget& closed : targets_.CloseMarked()) {
+        hasCutTexts_ |= closed.buffer && closed.buffer->HasCutTexts();
         if (closed.buffer) buffers_[closed.contextId] = std::move(closed.buffer);
         if (closed.wasLast && router_) router_->Detach(closed.contextId);
     }
 }
 
 void OutputState::FinishBatch(bool flush) {
+    if (const std::uint64_t count = router_ ? router_->TakeLeftOut() : 0; count != 0)
+        core_->CountLeftOut(count);
     if (flush) targets_.Flush();
     CloseMarked();
     for (std::string& problem : targets_.TakeProblems()) problems_.push_back(std::move(problem));

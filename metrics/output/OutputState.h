@@ -35,8 +35,10 @@ class OutputState {
     void OpenFile(const std::string& name, std::uint64_t contextId);
     void OpenStream(std::ostream* stream, std::uint64_t contextId);
     void SetWildcard(const std::string& pattern);
+    void SetRootElement(const std::string& name);
     void SetRowDefinition(const std::string& definition);
     void MuteVolatileData();
+    void SetHeldLimit(std::size_t bytes);
 
     // Hands on all that is ready; waits for a batch in progress.
     void Flush() noexcept;
@@ -89,6 +91,7 @@ class OutputState {
     std::vector<std::string> problems_;  // become errors at the end of the batch
     std::vector<std::string> log_;
     std::string hint_;
+    bool hasCutTexts_ = false;  // to be told
     std::map<std::uint64_t, std::shared_ptr<MetricsValueBuffer>> buffers_;
 };
 

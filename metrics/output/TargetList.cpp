@@ -73,6 +73,27 @@ void TargetList::Write(OutputTarget& target, std::span<const MetricsEvent> event
     });
 }
 
+void TargetList::WriteRows(Audience& audience, std::uint64_t root, std::span<const MetricsEvent> events) {
+    for (OutputTarget* target : audience.targets) {
+        Try(*target, [&] { target->writer->TurnTo(root); });
+        Write(*target, events);
+    }
+}
+
+void TargetList::EndTable(Audience& audience, std::uint64_t root) {
+    for (OutputTarget* target : audience.targets) {
+        if (target->failed) continue;
+        Try(*target, [&] { target->writer->EndTable(root); });
+    }
+}
+
+void TargetList::Interrupt(Audience& audience) {
+    for (OutputTarget* target : audience.targets) {
+        if (target->failed) continue;
+        Try(*target, [&] { target->writer->Interrupt(); });
+    }
+}
+
 void TargetList::WantFlush(OutputTarget& target) {
     toFlush_.push_back(&target);
     target.flushPlace = toFlush_.size();

@@ -57,6 +57,10 @@ class TargetList {
     void Write(Audience& audience, std::span<const MetricsEvent> events) {
         for (OutputTarget* target : audience.targets) Write(*target, events);
     }
+    // The same for a table of several roots; `root` as in IWriter::TurnTo.
+    void WriteRows(Audience& audience, std::uint64_t root, std::span<const MetricsEvent> events);
+    void EndTable(Audience& audience, std::uint64_t root);
+    void Interrupt(Audience& audience);
     void WriteToEach(std::span<const MetricsEvent> events) {
         for (auto& [number, target] : targets_) Write(target, events);
     }

@@ -30,8 +30,6 @@ class XmlScanner {
     // What is fed from now on is ignored.
     void Stop() { stopped_ = true; }
     bool Stopped() const { return stopped_; }
-    // Whether the next byte is text, not a part of markup.
-    bool InText() const { return mode_ == Mode::Text; }
 
     // Passes lines to the handler. Costs a look at every byte, so only on demand.
     void GiveLines() { giveLines_ = trackLines_ = true; }

@@ -85,6 +85,7 @@ struct CompiledRow {
     bool usesNames = false;  // a fact needs the names of the open elements
     bool usesPaths = false;
     bool usesLines = false;
+    bool usesAttributes = false;
     bool hasComputed = false;
     bool hasOptional = false;
 

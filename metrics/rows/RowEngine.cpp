@@ -23,11 +23,16 @@ RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver)
 
 void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
                             std::uint64_t line) {
+    OpenPlain(StreamingXml::UndoName(name, undoneName_), attributes, line);
+}
+
+void RowEngine::OpenPlain(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                          std::uint64_t line) {
     if (Depth() >= kMaxDepth)
         throw RowDefinitionError("Error: more than " + std::to_string(kMaxDepth) + " nested elements");
     const MatchState* const state = states_.Next(Innermost().state, name);
     if (++depth_ == frames_.size()) frames_.emplace_back();
-    Innermost() = {state, ++lastNumber_, line, names_.size(), nullptr, false, false};
+    Innermost() = {state, ++lastNumber_, line, names_.size(), nullptr};
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
@@ -38,9 +43,20 @@ void RowEngine::Text(std::string_view piece) {
     if (text.empty()) {
         while (!piece.empty() && StreamingXml::IsBlank(piece.front())) piece.remove_prefix(1);
     }
-    if (piece.size() > kMaxValue - text.size())
-        throw RowDefinitionError("Error: a value exceeds " + std::to_string(kMaxValue) + " bytes");
+    CheckSize(piece.size(), text);
     text += piece;
+}
+
+void RowEngine::PlainText(std::string_view text) {
+    Frame& frame = Innermost();
+    CheckSize(text.size(), *frame.text);
+    *frame.text = text;
+    frame.isPlain = true;
+}
+
+void RowEngine::CheckSize(std::size_t more, const std::string& text) const {
+    if (more > kMaxValue - text.size())
+        throw RowDefinitionError("Error: a value exceeds " + std::to_string(kMaxValue) + " bytes");
 }
 
 void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes) {
@@ -64,10 +80,10 @@ bool RowEngine::FillAtOpen(int node, Bring& bring, std::span<const StreamingXml:
         Bring::Field& field = bring.fields[operand.field];
         if (operand.what.kind == Operand::Kind::Attribute) {
             const auto attribute = std::find_if(attributes.begin(), attributes.end(), [&](const auto& given) {
-                return given.name == operand.what.attribute;
+                return given.IsNamed(operand.what.attribute);
             });
             const bool found = attribute != attributes.end();
-            if (found) StreamingXml::AppendUnescaped(field.text, attribute->value);
+            if (found) attribute->AppendValue(field.text);
             field.state = found ? Bring::FieldState::Known : Bring::FieldState::Absent;
             field.nearest = around.empty() ? nullptr : around.back().bring->fields[operand.field].nearest;
             if (found) field.nearest = &bring;
@@ -96,11 +112,11 @@ void RowEngine::FillAtEnd(int node, const BringRef& bring) {
 // The field in which the text has gathered comes first; the others copy it.
 void RowEngine::SettleText(Bring::Field& field) {
     std::string& text = *Innermost().text;
-    if (&field.text == &text) {
+    if (&field.text != &text) {
+        field.text = text;
+    } else if (!Innermost().isPlain) {
         while (!text.empty() && StreamingXml::IsBlank(text.back())) text.pop_back();
         StreamingXml::Unescape(text);
-    } else {
-        field.text = text;
     }
     field.state = Bring::FieldState::Known;
 }
@@ -164,6 +180,9 @@ void RowEngine::Finish() {
     while (CloseElement()) {
     }
     if (rootJoint_ != kNone) CloseGather(rootJoint_, 0);
+    if (Innermost().foundBelow) ForgetFound();
+    Innermost().foundBelow = false;
+    lastNumber_ = 0;
 }
 
 bool RowEngine::LeavesOut() const {

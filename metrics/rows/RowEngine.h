@@ -29,13 +29,21 @@ class RowEngine final : public StreamingXml::XmlHandler {
     // Both must live as long.
     RowEngine(const CompiledRow& row, RowReceiver& receiver);
 
+    // From markup.
     void OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
                      std::uint64_t line) override;
     void Text(std::string_view piece) override;
     bool CloseElement() override;
     bool LeavesOut() const override;
 
-    // Closes what is still open, the implicit root last. Nothing may follow.
+    // The same of what never was markup: names and texts that mean themselves.
+    void OpenPlain(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                   std::uint64_t line);
+    // All text of the innermost element; only while WantsText().
+    void PlainText(std::string_view text);
+
+    // Closes what is still open, the implicit root last. Then it is as new: the elements of another input may
+    // follow.
     void Finish();
 
     std::size_t Depth() const { return depth_; }
@@ -50,6 +58,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
         std::string* text = nullptr;  // where its own text gathers: in the first bring that asks for it
         bool foundBelow = false;      // found_ has entries of this level
         bool endAwaited = false;      // endAwaiters_ and parked_ may have entries of this level
+        bool isPlain = false;         // its text means itself
     };
     // An open element that matches a node, or one whose child brought a text.
     struct Entry {
@@ -75,6 +84,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes);
     bool FillAtOpen(int node, Bring& bring, std::span<const StreamingXml::XmlAttribute> attributes);
     void FillAtEnd(int node, const BringRef& bring);
+    void CheckSize(std::size_t more, const std::string& text) const;
     void SettleText(Bring::Field& field);
     void CloseSources(const MatchState& state);
     void RememberText(int node, const BringRef& bring);
@@ -142,6 +152,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::size_t depth_ = 0;
     std::string names_;  // of the open elements, when a fact needs them
     std::uint64_t lastNumber_ = 0;
+    std::string undoneName_;
 
     std::vector<Entries> open_;   // by node: the open elements that match it
     std::vector<Entries> found_;  // by node: open elements with the last text that a child brought for it

@@ -15,8 +15,7 @@ RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow)
       hasPlainColumns_(std::all_of(
           row.columns.begin(), row.columns.end(),
           [](const CompiledColumn& column) { return column.kind == CompiledColumn::Kind::Value; })),
-      summary_(row.IsSummary() ? std::make_unique<Summary>(row) : nullptr),
-      engine_(row, *this) {}
+      summary_(row.IsSummary() ? std::make_unique<Summary>(row) : nullptr) {}
 
 void RowReader::OnRow(const RowView& row) {
     if (IsFull()) return;
@@ -40,11 +39,6 @@ bool RowReader::Passes() const {
         if (!IsTrue(Evaluate(row_, column.program, *this))) return false;
     }
     return true;
-}
-
-void RowReader::Finish() {
-    engine_.Finish();
-    GiveGroups();
 }
 
 void RowReader::GiveGroups() {

@@ -7,28 +7,26 @@
 #include <vector>
 
 #include "metrics/XmlParser.h"
-#include "metrics/rows/RowEngine.h"
+#include "metrics/rows/Gather.h"
 #include "metrics/rows/Summary.h"
 
 namespace Metrics::detail {
 
-// A compiled definition at work: the engine's rows go through the filters, then on to whoever takes them or,
-// in a summary, into groups. Used from one thread. The values' base stands first: so each operand of a row is
-// found without a call.
-class RowReader final : private ValueSource, private RowReceiver {
+// A compiled definition at work: the rows of its engines, each of which reads an input of its own, go through
+// the filters, then on to whoever takes them or, in a summary, into groups. Used from one thread. The values'
+// base stands first: so each operand of a row is found without a call.
+class RowReader final : private ValueSource, public RowReceiver {
   public:
     // `onRow` is called with each row to be written as the current one. The row must live as long.
     RowReader(const CompiledRow& row, std::function<void()> onRow);
 
-    RowEngine& Engine() { return engine_; }
+    const CompiledRow& Row() const { return row_; }
     // Only the first row is given out.
     void StopAfterFirstRow() { limit_ = 1; }
     bool IsFull() const { return rowNumber_ >= limit_; }
     std::int64_t RowsWritten() const { return rowNumber_; }
 
-    // Closes the open elements and gives out the groups of a summary. Nothing may follow.
-    void Finish();
-    // Only the latter, for an input that was broken off.
+    // Gives out the groups of a summary. No row may follow.
     void GiveGroups();
 
     // The current row, appended.
@@ -47,7 +45,6 @@ class RowReader final : private ValueSource, private RowReceiver {
     bool hasFilters_;
     bool hasPlainColumns_;  // each column is one field and no row is multiplied
     std::unique_ptr<Summary> summary_;
-    RowEngine engine_;
     std::int64_t rowNumber_ = 0;
     std::int64_t limit_ = INT64_MAX;
     const RowView* current_ = nullptr;

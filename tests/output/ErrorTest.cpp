@@ -17,7 +17,7 @@ const std::vector<MetricsEvent> kLife = {Create(0, 1), Construct(0, 1), OpenScop
 
 TEST_F(OutputErrors, RefusesModesAndFormatsThatDoNotExist) {
     EXPECT_THROW(MetricsOutput(Mode::Single, static_cast<Format>(6)), std::invalid_argument);
-    EXPECT_THROW(MetricsOutput(static_cast<Mode>(3), Format::Raw), std::invalid_argument);
+    EXPECT_THROW(MetricsOutput(static_cast<Mode>(4), Format::Raw), std::invalid_argument);
 }
 
 TEST_F(OutputErrors, WhatCannotBeOpenedReachesTheCallerAndLeavesNothing) {

@@ -7,9 +7,9 @@
 #include "metrics/MetricsEvent.h"
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/RowDefinitionError.h"
-#include "metrics/output/XmlWriter.h"
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/StandardStreams.h"
+#include "metrics/rows/LiveRows.h"
 
 namespace {
 
@@ -18,34 +18,15 @@ constexpr std::size_t kWriteBlock = 65536;
 constexpr std::uint64_t kLargeInput = 64 << 20;  // before that nobody waits long enough to wonder
 constexpr std::uint64_t kProgressStep = 16 << 20;
 
-// A stream whose bytes go into a scanner.
-class ScannerBuffer final : public std::streambuf {
-  public:
-    explicit ScannerBuffer(StreamingXml::XmlScanner& scanner) : scanner_(scanner) {}
-
-  private:
-    std::streamsize xsputn(const char* bytes, std::streamsize size) override {
-        scanner_.Feed({bytes, static_cast<std::size_t>(size)});
-        return size;
-    }
-    int_type overflow(int_type c) override {
-        const char byte = traits_type::to_char_type(c);
-        scanner_.Feed({&byte, 1});
-        return c;
-    }
-
-    StreamingXml::XmlScanner& scanner_;
-};
-
 std::vector<std::uint8_t> ReadBytes(const std::string& name, std::istream& in) {
     std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), {}};
     if (in.bad()) throw InputError(name + ": cannot be read");
     return bytes;
 }
 
-// Gives the events to the writer; what is wrong with one ends it, and is returned.
+// Makes elements of the events; what is wrong with one ends it, and is returned.
 std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t count,
-                   Metrics::XmlWriter& writer) {
+                   Metrics::detail::LiveRows& rows) {
     Metrics::MetricsEvent event;
     for (std::uint32_t i = 0; i < count; ++i) {
         try {
@@ -53,7 +34,7 @@ std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t coun
         } catch (const Metrics::MetricsBufferError& error) {
             return "event " + std::to_string(i + 1) + ": " + error.what();
         }
-        writer.Write(event);
+        rows.Write(event);
     }
     return {};
 }
@@ -77,13 +58,14 @@ void Table::WriteHeader() {
 }
 
 void Table::ReadXml(const std::string& name, std::istream& in) {
-    StreamingXml::XmlScanner scanner(reader_.Engine());
+    Metrics::detail::RowEngine engine(row_, reader_);
+    StreamingXml::XmlScanner scanner(engine);
     scanner.TrackLines();
     if (row_.usesLines) scanner.GiveLines();
     scanner.SetInterrupt(&Metrics::platform::InterruptHandler::Flag());
     try {
         Feed(scanner, in);
-        if (!brokenOff_) reader_.Engine().Finish();
+        if (!brokenOff_) engine.Finish();
         scanner.End();
     } catch (const Metrics::RowDefinitionError& error) {
         const auto [line, column] = scanner.TagPosition();
@@ -109,18 +91,11 @@ void Table::ReadBuffer(const std::string& name, std::istream& in) {
     const Metrics::MetricsBufferHeader header = buffer.ReadHeader();
     if (header.magic != Metrics::MetricsBufferHeader().magic || buffer.Bytes().size() < header.kSize)
         throw InputError(name + ": not an event buffer");
-    StreamingXml::XmlScanner scanner(reader_.Engine());
-    if (row_.usesLines) scanner.GiveLines();
-    ScannerBuffer bytes(scanner);
-    std::ostream xml(&bytes);
-    xml.exceptions(std::ios::badbit);  // else the stream would swallow what the scanner throws
+    Metrics::detail::LiveRows rows(row_, reader_);
     std::string complaint;
     try {
-        Metrics::XmlWriter writer(xml);
-        complaint = Replay(buffer, header.eventCount, writer);
-        writer.End();
-        reader_.Engine().Finish();
-        scanner.End();
+        complaint = Replay(buffer, header.eventCount, rows);
+        rows.End();
     } catch (const Metrics::RowDefinitionError& error) {
         complaint = error.what();
     }

@@ -1,8 +1,7 @@
 // One definition gives the same bytes, whether the rows are written live or from the XML of the same events.
-#include "metrics/rows/TextTable.h"
-
 #include <gtest/gtest.h>
 
+#include "metrics/output/TextWriter.h"
 #include "metrics/output/XmlWriter.h"
 #include "metrics/rows/ColumnSpec.h"
 #include "tests/output/OutputFixture.h"
@@ -11,13 +10,12 @@
 namespace Metrics::Testing {
 namespace {
 
-using detail::TextTable;
 using enum MetricsEventType;
 
 // As an output drives it: what is there is handed on now and then.
 std::string Live(const std::string& definition, const std::vector<MetricsEvent>& events, char separator) {
     std::ostringstream out;
-    TextTable table(out, separator, detail::SplitDefinition(definition));
+    TextWriter table(out, "", separator, detail::SplitDefinition(definition));
     try {
         table.Begin();
         for (const MetricsEvent& event : events) {
@@ -32,14 +30,14 @@ std::string Live(const std::string& definition, const std::vector<MetricsEvent>&
     return out.str();
 }
 
-TEST(TextTable, HeaderAndRowsComeAtOnceThoseOfASummaryWithTheEnd) {
+TEST(LiveTable, HeaderAndRowsComeAtOnceThoseOfASummaryWithTheEnd) {
     const struct {
         std::string definition, begun, flushed, ended;
     } tables[] = {{"[b|c]:x:r", "\"b|c\"\n", "\"b|c\"\n2.0\n", "\"b|c\"\n2.0\n"},
                   {"[n]:count(x)", "", "", "n\n1\n"}};
     for (const auto& [definition, begun, flushed, ended] : tables) {
         std::ostringstream out;
-        TextTable table(out, '|', {definition});
+        TextWriter table(out, "", '|', {definition});
         table.Begin();
         EXPECT_EQ(out.str(), begun);
         table.Write(Value(1, "x", 2));
@@ -54,7 +52,7 @@ TEST(TextTable, HeaderAndRowsComeAtOnceThoseOfASummaryWithTheEnd) {
 }
 
 // Any events at all, odd names among them.
-TEST(TextTable, RandomEventsGiveTheSameBytesEitherWay) {
+TEST(LiveTable, RandomEventsGiveTheSameBytesEitherWay) {
     const std::vector<MetricsValue> plain = {EightCC("elapsed"), "s", "t", "time", "k"};
     const std::vector<MetricsValue> odd = {"a b",  "x/",    "/x",  "?p",   "!d",  "k=1", "k=\"",
                                            "a\"b", "\"q\"", "a.b", ">",    "a>b", "<c",  "",
