@@ -40,6 +40,8 @@ class EventRouter {
     void Attach(Audience& audience);
     void Detach(std::uint64_t contextId);
 
+    // Whether the root has begun and not ended.
+    bool HasRoot(std::uint64_t contextId) { return sequencer_.FindRoot(contextId) != nullptr; }
     bool IsChild(std::uint64_t contextId) { return sequencer_.IsChild(contextId); }
 
   private:

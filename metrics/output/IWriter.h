@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 namespace Metrics {
 
@@ -22,6 +23,9 @@ class IWriter {
     virtual void Flush() = 0;
     // Once, before the target goes; no Flush follows.
     virtual void End() = 0;
+
+    // What a table of this writer is described by in a schema.ini; empty when it writes none.
+    virtual std::string Schema() const { return {}; }
 
     // The finished buffer of a writer that fills one; it is handed over.
     virtual std::shared_ptr<MetricsValueBuffer> TakeBuffer() { return nullptr; }

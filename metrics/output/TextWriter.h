@@ -9,21 +9,20 @@
 
 namespace Metrics {
 
-// The rows of a row definition as delimited lines, and beside the file a schema.ini that describes them.
+// The rows of a row definition as delimited lines.
 class TextWriter final : public IWriter {
   public:
-    // `fileName` is empty when there is to be no schema.ini. Throws RowDefinitionError.
-    TextWriter(std::ostream& stream, std::string fileName, char separator,
-               const std::vector<std::string>& rowDefinition);
+    // Throws RowDefinitionError.
+    TextWriter(std::ostream& stream, char separator, const std::vector<std::string>& rowDefinition);
 
-    void Begin() override;
+    void Begin() override { table_.Begin(); }
     void Write(const MetricsEvent& event) override { table_.Write(event); }
     void Flush() override { table_.Flush(); }
     // Rows that waited for the input to end come now.
     void End() override { table_.End(); }
+    std::string Schema() const override;
 
   private:
-    const std::string fileName_;
     const char separator_;
     detail::TextTable table_;
 };

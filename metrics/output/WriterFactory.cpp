@@ -9,22 +9,11 @@
 
 namespace Metrics::detail {
 
-namespace {
-
 bool IsTable(MetricsOutput::Format format) {
     return format == MetricsOutput::Format::CsvComma || format == MetricsOutput::Format::CsvPipe;
 }
 
-}  // namespace
-
-void CheckDefinition(const WriterSettings& settings) {
-    if (!IsTable(settings.format)) return;
-    CompiledRow scratch;
-    CompileRow(settings.rowDefinition, scratch);
-}
-
-std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream,
-                                    const std::string& schemaFor) {
+std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream) {
     using Format = MetricsOutput::Format;
     if (settings.format == Format::Buffer) return std::make_unique<BufferWriter>();
     if (stream == nullptr) throw std::runtime_error("MetricsOutput: only Format::Buffer writes to a buffer");
@@ -33,7 +22,7 @@ std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream
         case Format::CsvComma:
         case Format::CsvPipe: {
             const char separator = settings.format == Format::CsvPipe ? '|' : ',';
-            return std::make_unique<TextWriter>(*stream, schemaFor, separator, settings.rowDefinition);
+            return std::make_unique<TextWriter>(*stream, separator, settings.rowDefinition);
         }
         default: return std::make_unique<RawWriter>(*stream, settings.mute);
     }

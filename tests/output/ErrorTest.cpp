@@ -37,7 +37,7 @@ TEST_F(OutputErrors, OnTheWorkerItIsRecordedOnceWithTheName) {
     output.SetWildcard(Path("no/such/folder-"));  // without a star the id is the end
     output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(0, 2), Create(0, 3)});
     output.Put({Create(0, 4)});
-    EXPECT_EQ(output.Errors(), Briefs({"failed to open file: " + Path("no/such/folder-2")}));
+    EXPECT_EQ(output.Errors(), Briefs({"failed to open file: " + Path("no/such/folder-2") + ": No such file or directory"}));
 }
 
 // Takes one block, and no more.
@@ -91,7 +91,7 @@ TEST_F(OutputErrors, AFullDiskIsAnErrorThatNamesTheFile) {
         output.OpenFile("/dev/full", 0);
         for (int again = 0; again < 2; ++again) {
             output.Put(kLife);
-            EXPECT_EQ(output.Errors(), Briefs({"failed to write to /dev/full: the stream failed"}));
+            EXPECT_EQ(output.Errors(), Briefs({"failed to write to /dev/full: No space left on device"}));
         }
         output.CloseDown();
         EXPECT_EQ(output.Errors().size(), 1U);

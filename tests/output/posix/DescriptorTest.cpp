@@ -36,7 +36,7 @@ TEST_F(OutputDescriptors, TheLimitOfOpenFilesIsNamed) {
     setrlimit(RLIMIT_NOFILE, &old);
     ASSERT_EQ(output.Errors().size(), 1U);
     EXPECT_TRUE(output.Errors()[0].starts_with("failed to open file: " + Path("f-"))) << output.Errors()[0];
-    EXPECT_TRUE(output.Errors()[0].ends_with(" (the limit of open files is reached)")) << output.Errors()[0];
+    EXPECT_TRUE(output.Errors()[0].ends_with(": Too many open files")) << output.Errors()[0];
 }
 
 TEST_F(OutputDescriptors, FilesThatWereWrittenAreClosedBeforeTheWholeBacklogIs) {
@@ -68,7 +68,7 @@ TEST_F(OutputDescriptors, AClosedPipeIsAnErrorAndTheProcessLives) {
     close(reader);
     { const Context context(0, Context::Create(true)); }
     output.Close();
-    EXPECT_EQ(output.GetErrors(), Briefs{"failed to write to " + Path("pipe") + ": the stream failed"});
+    EXPECT_EQ(output.GetErrors(), Briefs{"failed to write to " + Path("pipe") + ": Broken pipe"});
 }
 
 TEST_F(OutputDescriptors, TheChildOfAForkLeavesTheParentsFilesAlone) {
