@@ -49,8 +49,8 @@ class METRICS_API MetricsBitsUtils {
     /// built-in entries then.
     static const BitsMap& GetMetricsBitsMap();
 
-    /// The mask of one mnemonic, 0 when unknown; the first unknown one is logged. Only the last character of a text of odd length may be
-    /// given in upper case.
+    /// The mask of one mnemonic, 0 when unknown; the first unknown one is logged. Only the last character of
+    /// a text of odd length may be given in upper case.
     static unsigned long long GetMetricsBitFromMnemonic(const std::string& mnemonic);
 
     /// The masks of all mnemonics of a list, combined. Commas and line ends separate, white space around a

@@ -38,20 +38,20 @@ class OutputState;
 /// stream must not call back into its output.
 ///
 /// Errors: what goes wrong while a target opens is thrown to the caller and leaves no target behind. What
-/// goes wrong later (a full disk, a closed pipe, a file of PerContext that cannot be opened, a schema.ini that
-/// cannot be written) is recorded, see GetErrors; after the first error everything held back is written as far
-/// as possible, all targets are closed and nothing more is written. Each error of either kind goes to the log
-/// and to the handler of SetErrorHandler, with the file, what failed and the system's words ("failed to write
-/// to run.xml: No space left on device"); so does, without being an error, what only costs a row. Without a
-/// log delegate the first error in the process is a line on the error stream, see
+/// goes wrong later (a full disk, a closed pipe, a file of PerContext that cannot be opened, a schema.ini
+/// that cannot be written) is recorded, see GetErrors; after the first error everything held back is written
+/// as far as possible, all targets are closed and nothing more is written. Each error of either kind goes to
+/// the log and to the handler of SetErrorHandler, with the file, what failed and the system's words ("failed
+/// to write to run.xml: No space left on device"); so does, without being an error, what only costs a row.
+/// Without a log delegate the first error in the process is a line on the error stream, see
 /// MetricsManager::SetLogDelegate. What would silently leave a file empty (a table without a row definition,
 /// PerContext without file names, a target for a context that has ended or is no root, a target of a closed
 /// output) is logged, once of its kind.
 ///
 /// Files: in PerContext the worker opens them, and waits for nothing there: a pipe that nobody reads is an
 /// error, while OpenFile waits for its reader (but on the worker), without holding up anybody else. A file is
-/// never one of the descriptors 0 to 2. On Linux `/dev/stdout` and `/dev/fd/N` mean that very descriptor, which
-/// is neither emptied nor closed.
+/// never one of the descriptors 0 to 2. On Linux `/dev/stdout` and `/dev/fd/N` mean that very descriptor,
+/// which is neither emptied nor closed.
 ///
 /// Lifetimes: closing waits until everything posted before has been written. An output may be destroyed after
 /// the manager was shut down or freed, as a static object, or in a subscriber's callback. In the child of a
@@ -103,8 +103,8 @@ class METRICS_API MetricsOutput {
     /// For the CSV formats: the columns, separated by ';' or line ends, of the targets that are opened from
     /// now on. docs/rows.md describes them. What is wrong with them is thrown, as a RowDefinitionError, by
     /// what opens a target. Beside a plain file (not in Borrowed) a schema.ini describes the table: after
-    /// OpenFile it is there; for files that PerContext opens it is written once a cycle of the worker, for all
-    /// of them, and at the latest when Flush, Finish or Close return.
+    /// OpenFile it is there; for files that PerContext opens it is written once a cycle of the worker, for
+    /// all of them, and at the latest when Flush, Finish or Close return.
     ///
     ///     output.SetRowDefinition("[path]:path(time);[seconds]:time.elapsed:r:6");
     void SetRowDefinition(const std::string& definition);

@@ -23,8 +23,8 @@ void ThrowFilterErrorOnce();
 // same.
 std::exception_ptr FilterError();
 
-// Who hears of mnemonics that are not in the table, separated by commas: the manager, which stands above. Null
-// at first; it must not throw.
+// Who hears of mnemonics that are not in the table, separated by commas: the manager, which stands above.
+// Null at first; it must not throw.
 using UnknownMnemonicHandler = void (*)(const std::string& mnemonics);
 void SetUnknownMnemonicHandler(UnknownMnemonicHandler handler);
 void TellUnknownMnemonics(const std::string& mnemonics);

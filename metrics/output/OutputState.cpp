@@ -57,8 +57,7 @@ OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format f
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
     router_ = std::make_unique<EventRouter>(mode == Mode::Single ? Order::LowestRoot : Order::RequestedRoot,
-                                            targets_, std::move(onRoot),
-                                            [this](std::string line) {
+                                            targets_, std::move(onRoot), [this](std::string line) {
                                                 notices_.push_back({Notice::Kind::Line, std::move(line)});
                                             });
 }
@@ -120,7 +119,8 @@ OutputState::Prepared OutputState::PrepareFiles(const std::vector<MetricsEvent>&
         const std::string pattern = wildcard_;
         lock.unlock();
         for (const std::uint64_t id : roots)
-            prepared.try_emplace(id, MakeFileTarget(settings, WildcardName(pattern, id), Opening::DoesNotWait));
+            prepared.try_emplace(id,
+                                 MakeFileTarget(settings, WildcardName(pattern, id), Opening::DoesNotWait));
     } catch (...) {
         // As above.
     }
@@ -210,9 +210,9 @@ OutputTarget OutputState::TargetForRoot(std::uint64_t rootId) {
         return MakeNullTarget(settings_);
     }
     const auto prepared = prepared_.extract(rootId);
-    OutputTarget target = !prepared.empty() ? std::move(prepared.mapped())
-                                            : MakeFileTarget(settings_, WildcardName(wildcard_, rootId),
-                                                             Opening::DoesNotWait);
+    OutputTarget target =
+        !prepared.empty() ? std::move(prepared.mapped())
+                          : MakeFileTarget(settings_, WildcardName(wildcard_, rootId), Opening::DoesNotWait);
     target.file->Empty();
     HintAtDefinition(target.file->Name());
     if (std::string schema = SchemaBeside(target); !schema.empty())

@@ -22,8 +22,8 @@
 namespace Metrics::detail {
 
 // What an output is made of: shared by the output and by its callback, so that neither can lose it. Its lock
-// is the last in the order of locks. Files are opened, and schema.ini is written, without it; so is what there
-// is to say told.
+// is the last in the order of locks. Files are opened, and schema.ini is written, without it; so is what
+// there is to say told.
 class OutputState {
   public:
     using Mode = MetricsOutput::Mode;
@@ -57,8 +57,8 @@ class OutputState {
     void SetErrorHandler(ErrorHandler handler);
     void SetError(const std::string& message);
     // For what costs a row or an element and must not stop the output: goes to the log and to the error
-    // handler, once the lock is free, and not to Errors(). For writers and the router, under the lock. It says
-    // which file or context is concerned; whoever calls counts, and calls once for many.
+    // handler, once the lock is free, and not to Errors(). For writers and the router, under the lock. It
+    // says which file or context is concerned; whoever calls counts, and calls once for many.
     void Remark(std::string text) noexcept;
     std::vector<std::string> Errors() const;
     std::shared_ptr<MetricsValueBuffer> FindBuffer(std::uint64_t contextId) const;

@@ -30,13 +30,15 @@ void TargetHints::NoFileNames() {
 
 void TargetHints::ContextZero() {
     Add(Core::ContextZero,
-        "a target for context 0 stays empty in this mode: there is no such root (contexts have id 0 while the "
+        "a target for context 0 stays empty in this mode: there is no such root (contexts have id 0 while "
+        "the "
         "manager is not collecting)");
 }
 
 void TargetHints::NoRoot(std::uint64_t contextId) {
-    Add(Core::NoSuchRoot, "context " + std::to_string(contextId) +
-                              " is not a root, so nothing is written for it; it is part of its root's output");
+    Add(Core::NoSuchRoot,
+        "context " + std::to_string(contextId) +
+            " is not a root, so nothing is written for it; it is part of its root's output");
 }
 
 bool TargetHints::IsDecided(Awaited& one, bool last, Arrival arrival) {

@@ -8,8 +8,8 @@
 
 namespace Metrics::detail {
 
-// Why targets of an output are going to stay empty without an error. Each reason is logged once in the life of
-// a manager. Used under the output's lock.
+// Why targets of an output are going to stay empty without an error. Each reason is logged once in the life
+// of a manager. Used under the output's lock.
 class TargetHints {
   public:
     // Where hints go, to be told later.

@@ -231,7 +231,7 @@ PathParts SplitPath(std::string_view path);
 class OutputFile {
   public:
     enum class Opening {
-        MayWait,   // for somebody who reads the pipe
+        MayWait,     // for somebody who reads the pipe
         DoesNotWait  // a pipe that nobody reads can't be opened
     };
 

@@ -42,7 +42,8 @@ TEST_F(OutputErrors, OnTheWorkerItIsRecordedOnceWithTheName) {
     output.SetWildcard(Path("no/such/folder-"));  // without a star the id is the end
     output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(0, 2), Create(0, 3)});
     output.Put({Create(0, 4)});
-    EXPECT_EQ(output.Errors(), Briefs({"failed to open file: " + Path("no/such/folder-2") + ": No such file or directory"}));
+    EXPECT_EQ(output.Errors(),
+              Briefs({"failed to open file: " + Path("no/such/folder-2") + ": No such file or directory"}));
 }
 
 // Takes one block, and no more.
@@ -127,8 +128,7 @@ TEST_F(OutputErrors, EachGoesToTheLogAndToTheHandlerWithItsFile) {
         bool isRecorded;
     };
     const Case cases[] = {
-        {"a file of the host",
-         [&](Output& output) { EXPECT_ANY_THROW(output.OpenFile(missing, 1)); },
+        {"a file of the host", [&](Output& output) { EXPECT_ANY_THROW(output.OpenFile(missing, 1)); },
          "failed to open file: " + missing + words, false},
         {"a row definition of the host",
          [&](Output& output) {
@@ -225,7 +225,8 @@ TEST_F(OutputErrors, TheHandlerHoldsNoLockAndMayCallAnything) {
             output.SetError("again");
             output.Finish(0);
             output.Close();
-            output.SetErrorHandler([](const std::string&) { FAIL() << "a second error came from the handler"; });
+            output.SetErrorHandler(
+                [](const std::string&) { FAIL() << "a second error came from the handler"; });
             throw std::runtime_error("nobody hears");
         });
         onWorker ? output.Flush() : output.Close();
@@ -287,43 +288,52 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
                " stays empty: the context has ended, or began before the output did";
     };
     const Case cases[] = {
-        {Mode::Single, Format::CsvComma,
+        {Mode::Single,
+         Format::CsvComma,
          [&](auto& output) {
              output.SetRowDefinition("a");
              output.OpenFile(Path("t"), 0);
              output.SetRowDefinition("b");
          },
          {}},
-        {Mode::Single, Format::CsvComma,
+        {Mode::Single,
+         Format::CsvComma,
          [&](auto& output) {
              output.OpenFile(Path("t"), 0);
              output.SetRowDefinition("a");
          },
-         {undefined, "the row definition was set after a table was opened, which stays empty: set it before"}},
-        {Mode::PerContext, Format::CsvPipe,
+         {undefined,
+          "the row definition was set after a table was opened, which stays empty: set it before"}},
+        {Mode::PerContext,
+         Format::CsvPipe,
          [&](auto& output) {
              output.SetWildcardedOutputFile(Path("t"));
              const Context context = Context::Root("job");
              output.Flush();
          },
          {Path("t2") + undefined.substr(Path("t").size())}},
-        {Mode::PerContext, Format::Xml,
+        {Mode::PerContext,
+         Format::Xml,
          [&](auto& output) {
              const Context context = Context::Root("job");
              output.Flush();
          },
          {"PerContext has no pattern for its files (SetWildcardedOutputFile), so none is written"}},
-        {Mode::PerContext, Format::Buffer,
+        {Mode::PerContext,
+         Format::Buffer,
          [&](auto& output) {
              const Context context = Context::Root("job");
              output.Flush();
          },
          {}},
-        {Mode::Borrowed, Format::Xml, [&](auto& output) { output.OpenFile(Path("t"), 0); },
+        {Mode::Borrowed,
+         Format::Xml,
+         [&](auto& output) { output.OpenFile(Path("t"), 0); },
          {"a target for context 0 stays empty in this mode: there is no such root (contexts have id 0 while "
           "the manager is not collecting)"}},
         {Mode::Borrowed, Format::RawUnordered, [&](auto& output) { output.OpenFile(Path("t"), 0); }, {}},
-        {Mode::Borrowed, Format::Xml,  // in cycles and at the end
+        {Mode::Borrowed,
+         Format::Xml,  // in cycles and at the end
          [&](auto& output) {
              output.OpenFile(Path("t"), before);
              wait(output);
@@ -331,7 +341,8 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
          },
          {empty(1)}},
         {Mode::Borrowed, Format::Xml, [&](auto& output) { output.OpenFile(Path("t"), before); }, {empty(1)}},
-        {Mode::PerContext, Format::Xml,
+        {Mode::PerContext,
+         Format::Xml,
          [&](auto& output) {
              output.SetWildcardedOutputFile(Path("t"));
              Context context = Context::Root("job");
@@ -341,7 +352,8 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
              output.OpenFile(Path("t"), id);
          },
          {empty(2)}},
-        {Mode::Borrowed, Format::Xml,  // none of them is late, and one is not there yet
+        {Mode::Borrowed,
+         Format::Xml,  // none of them is late, and one is not there yet
          [&](auto& output) {
              const unsigned long long id = Context::Create(true);
              output.OpenFile(Path("a"), id);
@@ -351,7 +363,8 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
              Context late(0, id);
          },
          {}},
-        {Mode::Borrowed, Format::Xml,  // announced after its target was opened
+        {Mode::Borrowed,
+         Format::Xml,  // announced after its target was opened
          [&](auto& output) {
              Context context = Context::Root("job");
              child = Context::Create(false);
@@ -359,13 +372,15 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
              wait(output);
          },
          {"context 3 is not a root, so nothing is written for it; it is part of its root's output"}},
-        {Mode::Single, Format::Raw,
+        {Mode::Single,
+         Format::Raw,
          [&](auto& output) {
              output.Close();
              output.OpenFile(Path("full"), 0);
          },
          {Path("full") + " is not written: the output is closed"}},
-        {Mode::Single, Format::Raw,
+        {Mode::Single,
+         Format::Raw,
          [&](auto& output) {
              output.SetError("x");
              output.OpenFile(Path("full"), 0);

@@ -53,7 +53,8 @@ TEST_F(SchemaFileTest, TheTablesOfOtherFoldersAreDescribedAllTheSame) {
     std::filesystem::create_directories(Path("a"));
     std::filesystem::create_directories(Path("b"));
     const std::string late(255, 'n');
-    const auto [what, details] = Failure({{Path("a/1"), "x=1"}, {late, ""}, {Path("b/2"), "y=1"}, {Path("a/3"), "z=1"}});
+    const auto [what, details] =
+        Failure({{Path("a/1"), "x=1"}, {late, ""}, {Path("b/2"), "y=1"}, {Path("a/3"), "z=1"}});
     EXPECT_EQ(what, "input path too long");
     EXPECT_EQ(details, "input path too long: " + late);
     EXPECT_EQ(Metrics::Testing::ReadFile(Path("a/schema.ini")), "[1]\nx=1\n[3]\nz=1\n");

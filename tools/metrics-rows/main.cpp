@@ -78,8 +78,8 @@ int Run(const Options& options) {
     if (!file) throw InputError(*options.outputFile + ": cannot be written");
     if (options.schema) {
         const auto columns = Metrics::detail::ListColumns(row, true);
-        const Metrics::detail::TableSchema schema{
-            *options.outputFile, Metrics::detail::SchemaEntries(columns, options.separator)};
+        const Metrics::detail::TableSchema schema{*options.outputFile,
+                                                  Metrics::detail::SchemaEntries(columns, options.separator)};
         Metrics::detail::WriteSchemas({&schema, 1});
     }
     return WriteTable(options, row, file);

@@ -73,7 +73,8 @@ void WriteErrorLine(std::string_view line) {
     const SignalBlocker blocker;
     const BrokenPipeGuard guard;
     pollfd stream{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&stream, 1, 0) == 1 && (stream.revents & POLLOUT) != 0) WriteToErrorStream(line.substr(0, kMost));
+    if (poll(&stream, 1, 0) == 1 && (stream.revents & POLLOUT) != 0)
+        WriteToErrorStream(line.substr(0, kMost));
 }
 
 }  // namespace Metrics::platform
