@@ -135,9 +135,12 @@ void DescribeTables(benchmark::State& state, bool again) {
     const fs::path folder = fs::temp_directory_path() / "metrics-benchmark-schema";
     const std::vector<StreamingXml::XmlColumnInfo> columns{
         {"stage", ColumnType::String}, {"elapsed", ColumnType::Real}, {"bytes", ColumnType::Integer}};
+    const std::string entries = SchemaEntries(columns, ',');
     const auto describe = [&] {
-        for (int i = 0; i < state.range(0); ++i)
-            WriteSchema((folder / ("life-" + std::to_string(i) + ".csv")).string(), columns, ',');
+        for (int i = 0; i < state.range(0); ++i) {
+            const TableSchema table{(folder / ("life-" + std::to_string(i) + ".csv")).string(), entries};
+            WriteSchemas({&table, 1});
+        }
     };
     for (auto _ : state) {
         state.PauseTiming();

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -38,9 +39,20 @@ class OutputState;
 /// stream must not call back into its output.
 ///
 /// Errors: what goes wrong while a target opens is thrown to the caller and leaves no target behind. What
-/// goes wrong later (a full disk, a closed pipe, a file of PerContext that cannot be opened) is recorded, see
-/// GetErrors; after the first error everything held back is written as far as possible, all targets are
-/// closed and nothing more is written.
+/// goes wrong later (a full disk, a closed pipe, a file of PerContext that cannot be opened, a schema.ini
+/// that cannot be written) is recorded, see GetErrors; after the first error everything held back is written
+/// as far as possible, all targets are closed and nothing more is written. Each error of either kind goes to
+/// the log and to the handler of SetErrorHandler, with the file, what failed and the system's words ("failed
+/// to write to run.xml: No space left on device"); so does, without being an error, what only costs a row.
+/// Without a log delegate the first error in the process is a line on the error stream, see
+/// MetricsManager::SetLogDelegate. What would silently leave a file empty (a table without a row definition,
+/// PerContext without file names, a target for a context that has ended or is no root, a target of a closed
+/// output) is logged, once of its kind.
+///
+/// Files: in PerContext the worker opens them, and waits for nothing there: a pipe that nobody reads is an
+/// error, while OpenFile waits for its reader (but on the worker), without holding up anybody else. A file is
+/// never one of the descriptors 0 to 2. On Linux `/dev/stdout` and `/dev/fd/N` mean that very descriptor,
+/// which is neither emptied nor closed.
 ///
 /// Lifetimes: closing waits until everything posted before has been written. An output may be destroyed after
 /// the manager was shut down or freed, as a static object, or in a subscriber's callback. In the child of a
@@ -81,8 +93,9 @@ class METRICS_API MetricsOutput {
     MetricsOutput(const MetricsOutput&) = delete;
     MetricsOutput& operator=(const MetricsOutput&) = delete;
 
-    /// Opens a target on a new file; an existing one is replaced. Throws std::runtime_error, "failed to open
-    /// file".
+    /// Opens a target on a file; what was in it is gone then. Throws std::runtime_error, "failed to open
+    /// file". On an output that is closed, or has stopped after an error, nothing is opened and nothing is
+    /// lost.
     void OpenFile(const std::string& fileName, unsigned long long contextId);
     /// Opens a target on a stream. In Borrowed the stream must live until the target has closed; in the other
     /// modes it must come from `new`, and is deleted when the target closes.
@@ -99,7 +112,9 @@ class METRICS_API MetricsOutput {
     void SetRootElement(const std::string& name);
     /// For the CSV formats: the columns, separated by ';' or line ends, of the targets that are opened from
     /// now on. docs/rows.md describes them. What is wrong with them is thrown, as a RowDefinitionError, by
-    /// what opens a target. Beside a file (not in Borrowed) a schema.ini describes the table.
+    /// what opens a target. Beside a plain file (not in Borrowed) a schema.ini describes the table: after
+    /// OpenFile it is there; for files that PerContext opens it is written once a cycle of the worker, for
+    /// all of them, and at the latest when Flush, Finish or Close return.
     ///
     ///     output.SetRowDefinition("[path]:path(time);[seconds]:time.elapsed:r:6");
     void SetRowDefinition(const std::string& definition);
@@ -141,6 +156,14 @@ class METRICS_API MetricsOutput {
     std::shared_ptr<MetricsValueBuffer> GetBuffer(unsigned long long contextId) const;
     std::shared_ptr<MetricsValueBuffer> TakeBuffer(unsigned long long contextId);
 
+    /// Who is told of errors, each once and in its own words, as GetErrors has them; an empty function for
+    /// nobody. Called without any lock on the thread that met the error: the worker for what goes wrong in
+    /// delivery, else the thread that called OpenFile, WriteToStream, SetError, Flush, Finish or Close. So it
+    /// may be called on two threads at a time, and a former handler may still be running. It may call
+    /// everything here, Close and SetErrorHandler too, but must not destroy the output; what goes wrong while
+    /// it runs, on the same thread, goes to the log only. What it throws is swallowed. After the output's
+    /// destruction it is not called any more.
+    void SetErrorHandler(std::function<void(const std::string& error)> handler);
     /// Records an error of the host, with the consequences of any other.
     void SetError(const std::string& message);
     /// What went wrong, in order.

@@ -44,6 +44,8 @@ class EventRouter {
     void Attach(Audience& audience);
     void Detach(std::uint64_t contextId);
 
+    // Whether the root has begun and not ended.
+    bool HasRoot(std::uint64_t contextId) { return sequencer_.FindRoot(contextId) != nullptr; }
     bool IsChild(std::uint64_t contextId) { return sequencer_.IsChild(contextId); }
 
     // Events left out since the last time, because their context or its root had ended.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace Metrics {
 
@@ -23,6 +24,9 @@ class IWriter {
     virtual void Flush() = 0;
     // Once, before the target goes; no Flush follows.
     virtual void End() = 0;
+
+    // What a table of this writer is described by in a schema.ini; empty when it writes none.
+    virtual std::string Schema() const { return {}; }
 
     // Tables only: what is written from here on is of this root, whose rows are made apart from those of
     // others; 0 for the roots that come one after the other. And: that root has ended.

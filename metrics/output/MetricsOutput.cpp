@@ -32,6 +32,7 @@ void CloseDown(const std::shared_ptr<OutputState>& state) {
     state->Core().Unregister(state->registration);
     // Whoever comes second finds nothing left to do, but has waited for the first.
     RunOnWorker(*state, [state] { state->CloseDown(); });
+    state->Conclude();
 }
 
 }  // namespace
@@ -57,7 +58,9 @@ MetricsOutput::~MetricsOutput() {
         if (!state_->IsClosed()) CloseDown(state_);
     } catch (...) {
         state_->CloseDown();
+        state_->Conclude();
     }
+    state_->SetErrorHandler(nullptr);
     state_->ReleaseStreams();
 }
 
@@ -102,7 +105,11 @@ void MetricsOutput::SetRowDefinition(const std::string& definition) {
 }
 
 unsigned long long MetricsOutput::OpenNewContextAndFile(const std::string& fileName) {
-    return Context::Create(true, [&](unsigned long long contextId) { OpenFile(fileName, contextId); });
+    Validate();
+    const auto open = [&](unsigned long long contextId) {
+        if (!Inherited(state_)) state_->OpenFile(fileName, contextId, true);
+    };
+    return Context::Create(true, open);
 }
 
 void MetricsOutput::MuteVolatileData() {
@@ -120,6 +127,7 @@ void MetricsOutput::Finish(unsigned long long contextId) {
     if (Inherited(state_) || state_->IsClosed()) return;
     state_->Core().WaitDelivered();
     RunOnWorker(*state_, [state = state_, contextId] { state->Drain(contextId); });
+    state_->Conclude();
 }
 
 void MetricsOutput::Flush() {
@@ -127,6 +135,7 @@ void MetricsOutput::Flush() {
     if (Inherited(state_) || state_->IsClosed()) return;
     state_->Core().WaitDelivered();
     state_->Flush();
+    state_->Conclude();
 }
 
 void MetricsOutput::Close() {
@@ -142,6 +151,11 @@ std::shared_ptr<MetricsValueBuffer> MetricsOutput::GetBuffer(unsigned long long 
 std::shared_ptr<MetricsValueBuffer> MetricsOutput::TakeBuffer(unsigned long long contextId) {
     Validate();
     return Inherited(state_) ? nullptr : state_->TakeBuffer(contextId);
+}
+
+void MetricsOutput::SetErrorHandler(std::function<void(const std::string&)> handler) {
+    Validate();
+    if (!Inherited(state_)) state_->SetErrorHandler(std::move(handler));
 }
 
 void MetricsOutput::SetError(const std::string& message) {

@@ -17,10 +17,11 @@
 namespace Metrics::detail {
 
 struct Audience;
+class OutputFileStream;
 
 // One destination.
 struct OutputTarget {
-    std::string name;                     // of its file, if it has one
+    OutputFileStream* file = nullptr;     // the stream, if it is a file that was opened here
     std::ostream* stream = nullptr;       // null for buffers
     std::unique_ptr<std::ostream> owned;  // the same, if it dies with the target
     std::unique_ptr<IWriter> writer;      // after the stream that it uses

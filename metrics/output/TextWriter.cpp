@@ -1,7 +1,5 @@
 #include "metrics/output/TextWriter.h"
 
-#include <utility>
-
 #include "metrics/rows/SchemaFile.h"
 
 namespace Metrics {
@@ -12,10 +10,9 @@ constexpr std::size_t kMostSpare = 64;
 
 }  // namespace
 
-TextWriter::TextWriter(std::ostream& stream, std::string fileName, char separator,
-                       const std::vector<std::string>& rowDefinition, bool* misnested)
-    : fileName_(std::move(fileName)),
-      separator_(separator),
+TextWriter::TextWriter(std::ostream& stream, char separator, const std::vector<std::string>& rowDefinition,
+                       bool* misnested)
+    : separator_(separator),
       misnested_(misnested),
       table_(stream, separator, rowDefinition),
       common_(table_, misnested) {}
@@ -31,9 +28,8 @@ void TextWriter::Guarded(Action action) {
     }
 }
 
-void TextWriter::Begin() {
-    if (!fileName_.empty()) detail::WriteSchema(fileName_, table_.Columns(), separator_);
-    table_.Begin();
+std::string TextWriter::Schema() const {
+    return detail::SchemaEntries(table_.Columns(), separator_);
 }
 
 void TextWriter::Write(const MetricsEvent& event) {

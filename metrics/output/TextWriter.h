@@ -14,15 +14,14 @@
 
 namespace Metrics {
 
-// The rows of a row definition as delimited lines, and beside the file a schema.ini that describes them.
+// The rows of a row definition as delimited lines.
 class TextWriter final : public IWriter {
   public:
-    // `fileName` is empty when there is to be no schema.ini. `misnested` as in Nesting. Throws
-    // RowDefinitionError.
-    TextWriter(std::ostream& stream, std::string fileName, char separator,
-               const std::vector<std::string>& rowDefinition, bool* misnested = nullptr);
+    // `misnested` as in Nesting. Throws RowDefinitionError.
+    TextWriter(std::ostream& stream, char separator, const std::vector<std::string>& rowDefinition,
+               bool* misnested = nullptr);
 
-    void Begin() override;
+    void Begin() override { table_.Begin(); }
     void Write(const MetricsEvent& event) override;
     void TurnTo(std::uint64_t root) override;
     void EndTable(std::uint64_t root) override;
@@ -30,6 +29,7 @@ class TextWriter final : public IWriter {
     void Flush() override { table_.Flush(); }
     // Rows that waited for the input to end come now.
     void End() override;
+    std::string Schema() const override;
 
   private:
     // The elements of one root, or of all roots that come one after the other.
@@ -45,7 +45,6 @@ class TextWriter final : public IWriter {
     void Guarded(Action action);
     std::unique_ptr<Feed> NewFeed();
 
-    const std::string fileName_;
     const char separator_;
     bool* const misnested_;
     detail::LiveTable table_;

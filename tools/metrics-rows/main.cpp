@@ -7,6 +7,7 @@
 #include "Definition.h"
 #include "Options.h"
 #include "Table.h"
+#include "metrics/base/FileError.h"
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/StandardStreams.h"
 #include "metrics/rows/SchemaFile.h"
@@ -76,8 +77,10 @@ int Run(const Options& options) {
     std::ofstream file(*options.outputFile, std::ios::binary);
     if (!file) throw InputError(*options.outputFile + ": cannot be written");
     if (options.schema) {
-        Metrics::detail::WriteSchema(*options.outputFile, Metrics::detail::ListColumns(row, true),
-                                     options.separator);
+        const auto columns = Metrics::detail::ListColumns(row, true);
+        const Metrics::detail::TableSchema schema{*options.outputFile,
+                                                  Metrics::detail::SchemaEntries(columns, options.separator)};
+        Metrics::detail::WriteSchemas({&schema, 1});
     }
     return WriteTable(options, row, file);
 }
@@ -91,6 +94,8 @@ int main(int argc, char** argv) {
         return Run(ParseOptions({argv + 1, argv + argc}));
     } catch (const UsageError& error) {
         return Complain(std::string(error.what()) + "\n" + kUsage, kUsageError);
+    } catch (const Metrics::detail::FileError& error) {
+        return Complain(error.Details(), kBadInput);
     } catch (const std::exception& error) {
         return Complain(error.what(), kBadInput);
     }
