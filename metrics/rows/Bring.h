@@ -13,7 +13,8 @@ class BringPool;
 // What one element brings for the operands of one pattern node. Its fields are one value: a row that holds
 // any of them uses them all.
 struct Bring {
-    enum class FieldState : std::uint8_t { Unknown, Absent, Known };
+    // Lost: it was too long. A row that holds it uses up what else it holds and is not written.
+    enum class FieldState : std::uint8_t { Unknown, Absent, Known, Lost };
     struct Field {
         FieldState state = FieldState::Unknown;
         std::string text;

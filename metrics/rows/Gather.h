@@ -72,6 +72,7 @@ inline CellView RowView::At(std::uint32_t operand) const {
     switch (field.state) {
         case Bring::FieldState::Unknown: return {};
         case Bring::FieldState::Absent: return {CellView::State::Empty, {}, false};
+        case Bring::FieldState::Lost: return {};
         case Bring::FieldState::Known: return {CellView::State::Value, field.text, !cell.bring->used};
     }
     return {};

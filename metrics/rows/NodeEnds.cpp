@@ -4,17 +4,16 @@
 #include "metrics/rows/RowEngine.h"
 
 namespace Metrics::detail {
-namespace {
 
 // What came first goes first once there is too much of it; a row then stays without its number.
 template <class T>
-void AddBounded(std::vector<std::deque<T>>& byLevel, std::size_t level, T entry) {
+void RowEngine::AddBounded(std::vector<std::deque<T>>& byLevel, std::size_t level, T entry) {
     if (byLevel.size() <= level) byLevel.resize(level + 1);
     byLevel[level].push_back(std::move(entry));
-    if (byLevel[level].size() > kMaxWaitingRows) byLevel[level].pop_front();
+    if (byLevel[level].size() <= limits_.waitingRows) return;
+    byLevel[level].pop_front();
+    NoteWaiting(level, kRoot);
 }
-
-}  // namespace
 
 void RowEngine::FillNodeEnd(const RowOperand& operand, const BringRef& bring) {
     const std::uint32_t above = operand.what.number;

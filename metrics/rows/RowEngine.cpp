@@ -2,14 +2,16 @@
 
 #include <algorithm>
 
-#include "metrics/RowDefinitionError.h"
 #include "metrics/reader/XmlText.h"
 
 namespace Metrics::detail {
 
-RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver)
+RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver, RowNotices& notices,
+                     const RowLimits& limits)
     : row_(row),
       receiver_(receiver),
+      notices_(notices),
+      limits_(limits),
       states_(row),
       open_(row.nodes.size()),
       found_(row.nodes.size()),
@@ -23,24 +25,65 @@ RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver)
 
 void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
                             std::uint64_t line) {
-    if (Depth() >= kMaxDepth)
-        throw RowDefinitionError("Error: more than " + std::to_string(kMaxDepth) + " nested elements");
+    if (Depth() >= limits_.depth) return SkipElement(name);
     const MatchState* const state = states_.Next(Innermost().state, name);
     if (++depth_ == frames_.size()) frames_.emplace_back();
-    Innermost() = {state, ++lastNumber_, line, names_.size(), nullptr, false, false};
+    Innermost() = {state, ++lastNumber_, line, names_.size()};
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
 }
 
+// It has its number, so that those of all others stay what they are.
+void RowEngine::SkipElement(std::string_view name) {
+    ++lastNumber_;
+    ++skipped_;
+    wantsText_ = false;
+    notices_.Add(RowLimit::Depth, lastNumber_, [&] {
+        return "more than " + std::to_string(limits_.depth) + " nested elements: element " +
+               std::to_string(lastNumber_) + " (" + std::string(name) +
+               ") is left out with all that is in it";
+    });
+}
+
 void RowEngine::Text(std::string_view piece) {
+    if (Innermost().textLost) return;
     std::string& text = *Innermost().text;
     if (text.empty()) {
         while (!piece.empty() && StreamingXml::IsBlank(piece.front())) piece.remove_prefix(1);
     }
-    if (piece.size() > kMaxValue - text.size())
-        throw RowDefinitionError("Error: a value exceeds " + std::to_string(kMaxValue) + " bytes");
-    text += piece;
+    if (piece.size() <= limits_.valueSize - text.size()) {
+        text += piece;
+    } else {
+        LoseText();
+    }
+}
+
+void RowEngine::LoseText() {
+    Innermost().textLost = true;
+    *Innermost().text = std::string();
+    const auto& sources = Innermost().state->sources;
+    NoteLostValue(*std::find_if(sources.begin(), sources.end(),
+                                [&](int source) { return Node(source).textField != kNone; }));
+}
+
+void RowEngine::LoseValue(Bring::Field& field, int node) {
+    field.state = Bring::FieldState::Lost;
+    field.text = std::string();
+    NoteLostValue(node);
+}
+
+void RowEngine::NoteLostValue(int node) {
+    anyLost_ = true;
+    notices_.Add(RowLimit::ValueSize, Innermost().number, [&] {
+        return "a value exceeds " + std::to_string(limits_.valueSize) + " bytes: rows that hold it, from " +
+               Describe(Innermost(), node) + ", are left out";
+    });
+}
+
+std::string RowEngine::Describe(const Frame& frame, int node) const {
+    const PathName& name = Node(node).name;
+    return "element " + std::to_string(frame.number) + (name.name.empty() ? "" : " (" + name.name + ")");
 }
 
 void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes) {
@@ -67,14 +110,19 @@ bool RowEngine::FillAtOpen(int node, Bring& bring, std::span<const StreamingXml:
                 return given.name == operand.what.attribute;
             });
             const bool found = attribute != attributes.end();
-            if (found) StreamingXml::AppendUnescaped(field.text, attribute->value);
             field.state = found ? Bring::FieldState::Known : Bring::FieldState::Absent;
+            if (found && attribute->value.size() <= limits_.valueSize) {
+                StreamingXml::AppendUnescaped(field.text, attribute->value);
+            } else if (found) {
+                LoseValue(field, node);
+            }
             field.nearest = around.empty() ? nullptr : around.back().bring->fields[operand.field].nearest;
             if (found) field.nearest = &bring;
             brings |= found;
         } else if (operand.KnownAtOpen()) {
             AppendFact(operand.what, field.text);
             field.state = Bring::FieldState::Known;
+            if (field.text.size() > limits_.valueSize) LoseValue(field, node);
             brings = true;
         }
     }
@@ -102,10 +150,11 @@ void RowEngine::SettleText(Bring::Field& field) {
     } else {
         field.text = text;
     }
-    field.state = Bring::FieldState::Known;
+    field.state = Innermost().textLost ? Bring::FieldState::Lost : Bring::FieldState::Known;
 }
 
 bool RowEngine::CloseElement() {
+    if (skipped_ > 0) return CloseSkipped();
     if (depth_ == 0) return false;
     const MatchState& state = *Innermost().state;
     if (Innermost().endAwaited) FillAwaitedEnds();
@@ -121,6 +170,12 @@ bool RowEngine::CloseElement() {
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
     wantsText_ = Innermost().state->wantsText;
+    return true;
+}
+
+bool RowEngine::CloseSkipped() {
+    --skipped_;
+    wantsText_ = skipped_ == 0 && Innermost().state->wantsText;
     return true;
 }
 
@@ -167,7 +222,7 @@ void RowEngine::Finish() {
 }
 
 bool RowEngine::LeavesOut() const {
-    return !Innermost().state->sources.empty();
+    return skipped_ == 0 && !Innermost().state->sources.empty();
 }
 
 }  // namespace Metrics::detail

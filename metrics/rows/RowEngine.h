@@ -10,13 +10,10 @@
 
 #include "metrics/reader/XmlHandler.h"
 #include "metrics/rows/Gather.h"
+#include "metrics/rows/RowNotice.h"
 #include "metrics/rows/StateTable.h"
 
 namespace Metrics::detail {
-
-inline constexpr std::size_t kMaxDepth = 10000;             // of nested elements
-inline constexpr std::size_t kMaxValue = 16 * 1024 * 1024;  // bytes of one wanted text
-inline constexpr std::size_t kMaxWaitingRows = 10000;       // in one element
 
 // Turns elements as they open and close into rows. Fed by the XML scanner or directly by a live output. It
 // never looks back: memory goes with the depth of the input and the rows that wait, not with its length.
@@ -26,8 +23,9 @@ inline constexpr std::size_t kMaxWaitingRows = 10000;       // in one element
 // has gathered there. Used from one thread; the receiver must not feed it.
 class RowEngine final : public StreamingXml::XmlHandler {
   public:
-    // Both must live as long.
-    RowEngine(const CompiledRow& row, RowReceiver& receiver);
+    // The row, the receiver and the notices must live as long.
+    RowEngine(const CompiledRow& row, RowReceiver& receiver, RowNotices& notices,
+              const RowLimits& limits = {});
 
     void OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
                      std::uint64_t line) override;
@@ -38,7 +36,10 @@ class RowEngine final : public StreamingXml::XmlHandler {
     // Closes what is still open, the implicit root last. Nothing may follow.
     void Finish();
 
+    // Of the open elements, those that are skipped not among them.
     std::size_t Depth() const { return depth_; }
+    // The number of the last element that opened.
+    std::uint64_t LastElement() const { return lastNumber_; }
 
   private:
     // An open element. The first frame is the implicit root, at level 0.
@@ -50,6 +51,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
         std::string* text = nullptr;  // where its own text gathers: in the first bring that asks for it
         bool foundBelow = false;      // found_ has entries of this level
         bool endAwaited = false;      // endAwaiters_ and parked_ may have entries of this level
+        bool textLost = false;        // it exceeded the limit
     };
     // An open element that matches a node, or one whose child brought a text.
     struct Entry {
@@ -72,6 +74,12 @@ class RowEngine final : public StreamingXml::XmlHandler {
     Entries& EntriesOf(std::vector<Entries>& all, int node) { return all[static_cast<std::size_t>(node)]; }
 
     // Elements (RowEngine.cpp)
+    void SkipElement(std::string_view name);
+    bool CloseSkipped();
+    void LoseText();
+    void LoseValue(Bring::Field& field, int node);
+    void NoteLostValue(int node);
+    std::string Describe(const Frame& frame, int node) const;
     void OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes);
     bool FillAtOpen(int node, Bring& bring, std::span<const StreamingXml::XmlAttribute> attributes);
     void FillAtEnd(int node, const BringRef& bring);
@@ -81,7 +89,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void ForgetFound();
     void CloseGathers(const MatchState& state);
     bool IsKnown(const Bring& bring, std::uint32_t operand) const {
-        return bring.fields[row_.operands[operand].field].state == Bring::FieldState::Known;
+        return bring.fields[row_.operands[operand].field].state >= Bring::FieldState::Known;
     }
     bool BringsToOwnJoint(int node) const { return Node(node).isJoint; }
     bool IsDelivered(int node) const { return node != kRoot || !row_.hasNamedPaths; }
@@ -95,6 +103,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
     // Facts about where enclosing elements end (NodeEnds.cpp)
     void FillNodeEnd(const RowOperand& operand, const BringRef& bring);
     void FillAwaitedEnds();
+    template <class T>
+    void AddBounded(std::vector<std::deque<T>>& byLevel, std::size_t level, T entry);
     void Park(Row& row);
     void ConcludeParked();
 
@@ -116,6 +126,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void Arrive(int joint, Gather& gather, Row& row, int branch);
     void CloseGather(int joint, std::uint32_t level);
     void Conclude(Row& row);
+    void NoteWaiting(std::size_t level, int node);
+    bool HoldsLost(const Row& row) const;
     void Write(Row& row);
 
     // What a row has (RowLookup.cpp)
@@ -135,6 +147,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
 
     const CompiledRow& row_;
     RowReceiver& receiver_;
+    RowNotices& notices_;
+    RowLimits limits_;
     StateTable states_;
     BringPool pool_;  // before everything that refers to its brings
 
@@ -142,6 +156,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::size_t depth_ = 0;
     std::string names_;  // of the open elements, when a fact needs them
     std::uint64_t lastNumber_ = 0;
+    std::uint64_t skipped_ = 0;  // open elements beyond the limit
+    bool anyLost_ = false;       // a value has exceeded the limit
 
     std::vector<Entries> open_;   // by node: the open elements that match it
     std::vector<Entries> found_;  // by node: open elements with the last text that a child brought for it

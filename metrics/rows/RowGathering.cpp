@@ -86,12 +86,20 @@ void RowEngine::Wait(int joint, Gather& gather, Row& row) {
     for (std::size_t branch = 0; branch < has.size(); ++branch)
         if (!has[branch]) gather.lackBranch[branch].insert(age);
     gather.waiting.emplace(age, std::move(row));
-    if (gather.waiting.size() <= kMaxWaitingRows) return;
+    if (gather.waiting.size() <= limits_.waitingRows) return;
+    NoteWaiting(gather.level, at.node);
     const auto oldest = gather.waiting.begin();
     for (auto& rows : gather.lackBranch) rows.erase(oldest->first);
     Row gone = std::move(oldest->second);
     gather.waiting.erase(oldest);
     HandUp(joint, gone);
+}
+
+void RowEngine::NoteWaiting(std::size_t level, int node) {
+    notices_.Add(RowLimit::WaitingRows, frames_[level].number, [&] {
+        return "more than " + std::to_string(limits_.waitingRows) + " rows wait in " +
+               Describe(frames_[level], node) + ": the oldest go without what they wait for";
+    });
 }
 
 // Each waiting row takes the first that comes of a branch it has nothing of.
@@ -169,9 +177,18 @@ void RowEngine::Conclude(Row& row) {
     }
 }
 
+bool RowEngine::HoldsLost(const Row& row) const {
+    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+        const BringRef& bring = row.cells[operand].bring;
+        const auto field = row_.operands[operand].field;
+        if (bring && bring->fields[field].state == Bring::FieldState::Lost) return true;
+    }
+    return false;
+}
+
 void RowEngine::Write(Row& row) {
     if (!HoldsUnused(row, true)) return;
-    receiver_.OnRow(RowView(row_, row));
+    if (!anyLost_ || !HoldsLost(row)) receiver_.OnRow(RowView(row_, row));
     for (const Cell& cell : row.cells)
         if (cell.bring) cell.bring->used = true;
 }

@@ -7,7 +7,7 @@
 
 namespace Metrics::detail {
 
-RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow)
+RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow, const RowLimits& limits)
     : row_(row),
       onRow_(std::move(onRow)),
       hasFilters_(std::any_of(row.columns.begin(), row.columns.end(),
@@ -16,7 +16,7 @@ RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow)
           row.columns.begin(), row.columns.end(),
           [](const CompiledColumn& column) { return column.kind == CompiledColumn::Kind::Value; })),
       summary_(row.IsSummary() ? std::make_unique<Summary>(row) : nullptr),
-      engine_(row, *this) {}
+      engine_(row, *this, notices_, limits) {}
 
 void RowReader::OnRow(const RowView& row) {
     if (IsFull()) return;

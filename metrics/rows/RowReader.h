@@ -18,9 +18,12 @@ namespace Metrics::detail {
 class RowReader final : private ValueSource, private RowReceiver {
   public:
     // `onRow` is called with each row to be written as the current one. The row must live as long.
-    RowReader(const CompiledRow& row, std::function<void()> onRow);
+    RowReader(const CompiledRow& row, std::function<void()> onRow, const RowLimits& limits = {});
 
     RowEngine& Engine() { return engine_; }
+    // What the limits have cost.
+    RowNotices& Notices() { return notices_; }
+    const RowNotices& Notices() const { return notices_; }
     // Only the first row is given out.
     void StopAfterFirstRow() { limit_ = 1; }
     bool IsFull() const { return rowNumber_ >= limit_; }
@@ -47,6 +50,7 @@ class RowReader final : private ValueSource, private RowReceiver {
     bool hasFilters_;
     bool hasPlainColumns_;  // each column is one field and no row is multiplied
     std::unique_ptr<Summary> summary_;
+    RowNotices notices_;
     RowEngine engine_;
     std::int64_t rowNumber_ = 0;
     std::int64_t limit_ = INT64_MAX;

@@ -13,6 +13,9 @@
 
 namespace {
 
+using Metrics::detail::RowLimit;
+using Metrics::detail::RowNotice;
+
 constexpr std::size_t kReadBlock = 65536;
 constexpr std::size_t kWriteBlock = 65536;
 constexpr std::uint64_t kLargeInput = 64 << 20;  // before that nobody waits long enough to wonder
@@ -58,6 +61,15 @@ std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t coun
     return {};
 }
 
+std::string PlaceIn(StreamingXml::XmlScanner& scanner) {
+    const auto [line, column] = scanner.TagPosition();
+    return ":" + std::to_string(line) + ":" + std::to_string(column);
+}
+
+void ShowNotice(const std::string& text) {
+    std::cerr << "metrics-rows: " << text << '\n';
+}
+
 }  // namespace
 
 Table::Table(const Metrics::detail::CompiledRow& row, std::ostream& out, char separator)
@@ -81,14 +93,14 @@ void Table::ReadXml(const std::string& name, std::istream& in) {
     scanner.TrackLines();
     if (row_.usesLines) scanner.GiveLines();
     scanner.SetInterrupt(&Metrics::platform::InterruptHandler::Flag());
+    reader_.Notices().SetHandler(
+        [&](const RowNotice& notice) { ShowNotice(name + PlaceIn(scanner) + ": " + notice.text); });
     try {
         Feed(scanner, in);
         if (!brokenOff_) reader_.Engine().Finish();
         scanner.End();
     } catch (const Metrics::RowDefinitionError& error) {
-        const auto [line, column] = scanner.TagPosition();
-        throw InputError(name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
-                         error.what());
+        throw InputError(name + PlaceIn(scanner) + ": " + error.what());
     }
     if (in.bad()) throw InputError(name + ": cannot be read");
 }
@@ -111,6 +123,7 @@ void Table::ReadBuffer(const std::string& name, std::istream& in) {
         throw InputError(name + ": not an event buffer");
     StreamingXml::XmlScanner scanner(reader_.Engine());
     if (row_.usesLines) scanner.GiveLines();
+    reader_.Notices().SetHandler([&](const RowNotice& notice) { ShowNotice(name + ": " + notice.text); });
     ScannerBuffer bytes(scanner);
     std::ostream xml(&bytes);
     xml.exceptions(std::ios::badbit);  // else the stream would swallow what the scanner throws
@@ -132,6 +145,18 @@ void Table::Finish() {
     reader_.GiveGroups();
     WriteLines();
     out_.flush();
+}
+
+void Table::ShowLeftOut() const {
+    const std::pair<RowLimit, const char*> kinds[] = {
+        {RowLimit::Depth, " elements that nest too deep were left out"},
+        {RowLimit::ValueSize, " values were too long"},
+        {RowLimit::WaitingRows, " rows went without what they waited for"},
+        {RowLimit::Groups, " rows of further groups were not counted"}};
+    for (const auto& [limit, what] : kinds) {
+        const std::uint64_t count = reader_.Notices().Count(limit);
+        if (count > 1) ShowNotice("in all " + std::to_string(count) + what);
+    }
 }
 
 void Table::WriteLines() {
