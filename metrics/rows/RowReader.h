@@ -40,12 +40,14 @@ class RowReader final : private ValueSource, private RowReceiver {
   private:
     void OnRow(const RowView& row) override;
     bool Passes() const;
+    void NoteUncounted();
     void AppendPlainLine(std::string& out, char separator) const;
     CellView OperandAt(std::uint32_t operand) const override { return current_->At(operand); }
     Value AggregateAt(std::uint32_t) const override { return {}; }
     std::int64_t RowNumber() const override { return rowNumber_; }
 
     const CompiledRow& row_;
+    const RowLimits limits_;
     std::function<void()> onRow_;
     bool hasFilters_;
     bool hasPlainColumns_;  // each column is one field and no row is multiplied
