@@ -27,6 +27,7 @@ struct Bring {
     std::uint32_t references = 0;
     std::uint32_t level = 0;  // of its element; a top element has 1
     bool used = false;        // a row that holds it was written or rejected
+    bool isArriving = false;  // rows are made of what came before it
     std::vector<Field> fields;
 };
 
@@ -68,7 +69,7 @@ class BringPool {
         if (bring->fields.size() != fields) bring->fields.resize(fields);
         free_.pop_back();
         bring->level = level;
-        bring->used = false;
+        bring->used = bring->isArriving = false;
         return BringRef(bring);
     }
 

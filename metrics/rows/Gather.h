@@ -23,6 +23,8 @@ struct Row {
     int origin = kNone;       // the joint where it was first made
     std::uint32_t level = 0;  // of the element where it is now
     int cameFrom = kNone;     // the branch of that element's joint that handed it up
+    // What it holds has a counterpart around, so that it must not be joined with what is gathered here.
+    bool isOutranked = false;
 
     // Makes it an empty one.
     void Reset(int joint, std::uint32_t newLevel, std::size_t operands);
@@ -30,11 +32,13 @@ struct Row {
 
 // What the element that a joint is bound to has found so far, by branch.
 struct Gather {
+    using Waiting = std::map<std::uint64_t, Row>;  // by age
+
     std::uint32_t level = 0;
-    std::vector<BringRef> last;            // by operand: the last that was brought
-    std::vector<BringRef> pending;         // by branch: the last one while no row has been made of it
-    std::vector<int> pendingNode;          // by branch: the pattern node that the pending one speaks for
-    std::map<std::uint64_t, Row> waiting;  // by age
+    std::vector<BringRef> last;     // by operand: the last that was brought
+    std::vector<BringRef> pending;  // by branch: the last one while no row has been made of it
+    std::vector<int> pendingNode;   // by branch: the pattern node that the pending one speaks for
+    Waiting waiting;
     std::vector<std::set<std::uint64_t>> lackBranch;  // by branch: the waiting rows with nothing of it
     std::uint64_t nextAge = 0;
 

@@ -28,6 +28,7 @@ void RowEngine::FillNodeEnd(const RowOperand& operand, const BringRef& bring) {
 }
 
 void RowEngine::FillAwaitedEnds() {
+    if (endAwaiters_.size() <= Level()) return;
     for (const EndAwaiter& awaiter : endAwaiters_[Level()]) {
         Bring::Field& field = awaiter.bring->fields[awaiter.field];
         field.state = Bring::FieldState::Known;
@@ -44,9 +45,12 @@ void RowEngine::Park(Row& row) {
         if (!operand.required || Has(row, i)) continue;
         const BringRef& bring = row.cells[i].bring;
         if (!bring || operand.what.fact != Function::NodeEnd) return;
-        level = std::max(level, bring->level - operand.what.number);
+        const std::uint32_t above = operand.what.number < bring->level ? operand.what.number : 0;
+        level = std::max(level, bring->level - above);
     }
-    if (level > 0 && level <= Level()) AddBounded(parked_, level, std::move(row));
+    if (level == 0 || level > Level()) return;
+    frames_[level].endAwaited = true;
+    AddBounded(parked_, level, std::move(row));
 }
 
 void RowEngine::ConcludeParked() {

@@ -1,6 +1,7 @@
 #include "metrics/rows/RowEngine.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "metrics/reader/XmlText.h"
 
@@ -19,7 +20,7 @@ RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver, RowNotices& 
     frames_.push_back({states_.Root()});
     if (row.nodes[kRoot].isJoint) rootJoint_ = row.nodes[kRoot].joint;
     awaitsEnds_ = std::any_of(row.operands.begin(), row.operands.end(), [](const RowOperand& operand) {
-        return operand.what.fact == Function::NodeEnd && operand.what.number > 0;
+        return operand.what.fact == Function::NodeEnd;
     });
 }
 
@@ -32,6 +33,7 @@ void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml:
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
+    if (!arrivals_.empty()) DeliverArrivals();
 }
 
 // It has its number, so that those of all others stay what they are.
@@ -93,9 +95,9 @@ void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute>
         Innermost().text = &bring->fields[static_cast<std::size_t>(pattern.textField)].text;
     const bool brings = pattern.knowsAtOpen && FillAtOpen(node, *bring.get(), attributes);
     Entries& entries = EntriesOf(open_, node);
-    entries.push_back({Level(), std::move(bring)});
+    entries.push_back({Level(), std::move(bring), {}});
     // What is not whole before the element closes comes then.
-    if (brings && !pattern.needsEnd && IsDelivered(node)) Deliver(node, entries.back().bring);
+    if (brings && !pattern.needsEnd && IsDelivered(node)) Announce(node, entries.back().bring);
 }
 
 // True when there is anything to bring. A missing attribute beside others is an empty one.
@@ -159,13 +161,14 @@ bool RowEngine::CloseElement() {
     const MatchState& state = *Innermost().state;
     if (Innermost().endAwaited) FillAwaitedEnds();
     if (!state.sources.empty()) CloseSources(state);
+    if (Innermost().endAwaited) ConcludeParked();
     CloseGathers(state);
     for (const int source : state.sources) {
         Entries& entries = EntriesOf(open_, source);
-        if (Node(source).needsEnd && !BringsToOwnJoint(source)) Deliver(source, entries.back().bring);
+        if (Node(source).needsEnd && !BringsToOwnJoint(source)) Announce(source, entries.back().bring);
         entries.pop_back();
     }
-    if (Innermost().endAwaited) ConcludeParked();
+    if (!arrivals_.empty()) DeliverArrivals();
     if (Innermost().foundBelow) ForgetFound();
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
@@ -186,8 +189,9 @@ void RowEngine::CloseSources(const MatchState& state) {
         const BringRef& bring = EntriesOf(open_, source).back().bring;
         FillAtEnd(source, bring);
         if (Node(source).soughtAround) RememberText(source, bring);
-        if (BringsToOwnJoint(source) && IsDelivered(source)) Deliver(source, bring);
+        if (BringsToOwnJoint(source) && IsDelivered(source)) Announce(source, bring);
     }
+    if (!arrivals_.empty()) DeliverArrivals();
 }
 
 void RowEngine::RememberText(int node, const BringRef& bring) {
@@ -197,9 +201,9 @@ void RowEngine::RememberText(int node, const BringRef& bring) {
     const auto place = std::find_if(entries.rbegin(), entries.rend(),
                                     [&](const Entry& entry) { return entry.level <= around; });
     if (place != entries.rend() && place->level == around) {
-        place->bring = bring;
+        place->before = std::exchange(place->bring, bring);
     } else {
-        entries.insert(place.base(), {around, bring});
+        entries.insert(place.base(), {around, bring, {}});
     }
     frames_[around].foundBelow = true;
 }

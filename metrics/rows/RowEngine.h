@@ -57,8 +57,15 @@ class RowEngine final : public StreamingXml::XmlHandler {
     struct Entry {
         std::uint32_t level;
         BringRef bring;
+        BringRef before;  // of a text that is arriving: the one before it
     };
     using Entries = std::vector<Entry>;
+    // What an element brings, on its way to where it is gathered.
+    struct Arrival {
+        int node;
+        BringRef bring;
+        Gather* gather;
+    };
     // A field that is the number of an enclosing element's end.
     struct EndAwaiter {
         BringRef bring;
@@ -88,9 +95,6 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void RememberText(int node, const BringRef& bring);
     void ForgetFound();
     void CloseGathers(const MatchState& state);
-    bool IsKnown(const Bring& bring, std::uint32_t operand) const {
-        return bring.fields[row_.operands[operand].field].state >= Bring::FieldState::Known;
-    }
     bool BringsToOwnJoint(int node) const { return Node(node).isJoint; }
     bool IsDelivered(int node) const { return node != kRoot || !row_.hasNamedPaths; }
 
@@ -109,7 +113,10 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void ConcludeParked();
 
     // Rows (RowGathering.cpp)
-    void Deliver(int node, const BringRef& bring);
+    void Announce(int node, const BringRef& bring);
+    void DeliverArrivals();
+    static bool HoldsWaiting(Gather& gather);
+    static void Forget(Gather& gather, Gather::Waiting::iterator row);
     Gather& GatherAt(int joint, std::uint32_t level) {
         const auto& stack = gathers_[static_cast<std::size_t>(joint)];
         if (!stack.empty() && stack.back()->level == level) return *stack.back();
@@ -134,15 +141,22 @@ class RowEngine final : public StreamingXml::XmlHandler {
     bool Has(const Row& row, std::size_t operand) const;
     bool LacksNothing(const Row& row) const;
     bool LacksRequired(const Row& row) const;
-    static bool HoldsUnused(const Row& row, bool ownOnly);
-    static bool HoldsOtherUnused(const Row& row, const Bring* than);
+    static bool HoldsUnused(const Row& row);
+    static bool IsSet(const Row& row, std::size_t operand) {
+        return row.cells[operand].bring || row.cells[operand].empty;
+    }
+    bool IsSetAny(const Row& row, const std::vector<std::uint32_t>& operands) const;
+    bool HoldsUnusedBeside(const Row& row, const Joint& joint, int branch) const;
     bool Complete(int joint, const Gather& gather, Row& row);  // true when it lacks nothing
-    void CompleteOperand(int joint, const Gather& gather, Row& row, std::size_t operand);
-    bool LookInOwnPath(int joint, Row& row, std::size_t operand);
-    bool LookAround(Row& row, std::size_t operand, bool replaces);
-    bool LookInGather(int joint, const Gather& gather, Row& row, std::size_t operand, int except);
-    void LookFurtherUp(int joint, Row& row, std::size_t operand);
-    bool Take(Row& row, std::size_t operand, const BringRef& bring);
+    void PreferAround(const Joint& joint, Row& row);
+    bool IsOutranked(const Joint& joint, const Row& row, std::uint32_t level) const;
+    bool AnyAround(const Joint& joint, std::size_t branch, std::uint32_t level) const;
+    void LookInOwnPath(int joint, Row& row, std::size_t operand);
+    bool FindAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
+    bool FindTextAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
+    void LookInGathers(int joint, const Gather& gather, Row& row);
+    void TakeBranches(const Joint& joint, const Gather& gather, Row& row, int except);
+    bool CanTake(std::size_t operand, const BringRef& bring) const;
     static const Entry* Nearest(const Entries& entries, std::uint32_t level);
 
     const CompiledRow& row_;
@@ -168,6 +182,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::vector<std::deque<EndAwaiter>> endAwaiters_;  // by level
     std::vector<std::deque<Row>> parked_;              // by level: rows that lack nothing else
     Row making_;                                       // done with once it is written or handed on
+    std::vector<Arrival> arrivals_;                    // what the element that opens or closes brings
 };
 
 }  // namespace Metrics::detail
