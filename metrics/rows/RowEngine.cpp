@@ -164,11 +164,11 @@ bool RowEngine::CloseElement() {
     if (Innermost().endAwaited) ConcludeParked();
     CloseGathers(state);
     for (const int source : state.sources) {
-        Entries& entries = EntriesOf(open_, source);
-        if (Node(source).needsEnd && !BringsToOwnJoint(source)) Announce(source, entries.back().bring);
-        entries.pop_back();
+        if (Node(source).needsEnd && !BringsToOwnJoint(source))
+            Announce(source, EntriesOf(open_, source).back().bring);
     }
     if (!arrivals_.empty()) DeliverArrivals();
+    for (const int source : state.sources) EntriesOf(open_, source).pop_back();
     if (Innermost().foundBelow) ForgetFound();
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;

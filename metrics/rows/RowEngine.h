@@ -115,6 +115,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     // Rows (RowGathering.cpp)
     void Announce(int node, const BringRef& bring);
     void DeliverArrivals();
+    void MarkArriving(bool isArriving);
     static bool HoldsWaiting(Gather& gather);
     static void Forget(Gather& gather, Gather::Waiting::iterator row);
     Gather& GatherAt(int joint, std::uint32_t level) {

@@ -10,8 +10,12 @@ void RowEngine::Announce(int node, const BringRef& bring) {
     const PatternNode& pattern = Node(node);
     const Joint& joint = JointAt(pattern.joint);
     const std::uint32_t level = bring->level - static_cast<std::uint32_t>(pattern.depth - joint.depth);
-    bring->isArriving = true;
     arrivals_.push_back({node, bring, &GatherAt(pattern.joint, level)});
+}
+
+void RowEngine::MarkArriving(bool isArriving) {
+    for (const int source : Innermost().state->sources)
+        EntriesOf(open_, source).back().bring->isArriving = isArriving;
 }
 
 // All that one element brings comes at once: rows of what came before it hold none of it.
@@ -22,11 +26,13 @@ void RowEngine::DeliverArrivals() {
     };
     for (const Arrival& arrival : arrivals_) {
         const BringRef& last = arrival.gather->pending[static_cast<std::size_t>(branchOf(arrival))];
-        if (last && !last->used) MakeRow(Node(arrival.node).joint, *arrival.gather, Moment::BroughtAgain);
+        if (!last || last->used) continue;
+        MarkArriving(true);
+        MakeRow(Node(arrival.node).joint, *arrival.gather, Moment::BroughtAgain);
+        MarkArriving(false);
     }
     for (const Arrival& arrival : arrivals_) {
         const auto branch = static_cast<std::size_t>(branchOf(arrival));
-        arrival.bring->isArriving = false;
         arrival.gather->pending[branch] = arrival.bring;
         arrival.gather->pendingNode[branch] = arrival.node;
         for (const std::uint32_t operand : Node(arrival.node).operands)
