@@ -44,7 +44,7 @@ Value Accumulator::Result(Function function) const {
     const auto when = [](bool defined, double value) { return defined ? Value::OfNumber(value) : Value(); };
     switch (function) {
         case Function::Sum: return Value::OfNumber(variable.sum);
-        case Function::Count: return Value::OfNumber(count);
+        case Function::Count: return Value::OfInteger(static_cast<std::int64_t>(variable.count));
         case Function::AggregateMin: return when(count > 0, variable.min);
         case Function::AggregateMax: return when(count > 0, variable.max);
         case Function::Mean: return when(count > 0, variable.sum / count);

@@ -22,7 +22,6 @@ struct Row {
     std::vector<Cell> cells;  // by operand
     int origin = kNone;       // the joint where it was first made
     std::uint32_t level = 0;  // of the element where it is now
-    int cameFrom = kNone;     // the branch of that element's joint that handed it up
     // What it holds has a counterpart around, so that it must not be joined with what is gathered here.
     bool isOutranked = false;
 
@@ -71,7 +70,11 @@ class RowView {
 inline CellView RowView::At(std::uint32_t operand) const {
     const Cell& cell = row_.cells[operand];
     if (cell.empty) return {CellView::State::Empty, {}, false};
-    if (!cell.bring) return {};
+    if (!cell.bring) {
+        // An attribute that is nowhere to be had is empty, not missing.
+        const bool isAttribute = compiled_.operands[operand].what.kind == Operand::Kind::Attribute;
+        return {isAttribute ? CellView::State::Empty : CellView::State::Missing, {}, false};
+    }
     const Bring::Field& field = cell.bring->fields[compiled_.operands[operand].field];
     switch (field.state) {
         case Bring::FieldState::Unknown: return {};

@@ -156,7 +156,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     bool FindAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
     bool FindTextAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
     void LookInGathers(int joint, const Gather& gather, Row& row);
-    void TakeBranches(const Joint& joint, const Gather& gather, Row& row, int except);
+    void TakeBranches(const Joint& joint, const Gather& gather, Row& row);
     bool CanTake(std::size_t operand, const BringRef& bring) const;
     static const Entry* Nearest(const Entries& entries, std::uint32_t level);
 

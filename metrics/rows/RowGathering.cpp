@@ -175,7 +175,6 @@ void RowEngine::Arrive(int joint, Gather& gather, Row& row, int branch) {
         gather.last[operand] = row.cells[operand].bring;
     if (!gather.waiting.empty()) OfferToWaiting(joint, gather, branch);
     if (!HoldsUnused(row)) return;
-    row.cameFrom = branch;
     if (Complete(joint, gather, row)) {
         Write(row);
     } else {

@@ -155,7 +155,7 @@ bool RowEngine::FindTextAround(std::size_t operand, std::uint32_t level, Cell& c
 
 // Here, then further up, but not past rows that wait: they are older and would be overtaken.
 void RowEngine::LookInGathers(int joint, const Gather& gather, Row& row) {
-    TakeBranches(JointAt(joint), gather, row, row.cameFrom);
+    TakeBranches(JointAt(joint), gather, row);
     std::uint32_t level = row.level;
     for (int at = joint; JointAt(at).parent != kNone;) {
         const int upper = JointAt(at).parent;
@@ -163,17 +163,17 @@ void RowEngine::LookInGathers(int joint, const Gather& gather, Row& row) {
         Gather* const further = FindGather(upper, level);
         if (further != nullptr) {
             if (HoldsWaiting(*further) || IsOutranked(JointAt(upper), row, level)) return;
-            TakeBranches(JointAt(upper), *further, row, JointAt(at).branchInParent);
+            TakeBranches(JointAt(upper), *further, row);
         }
         at = upper;
     }
 }
 
-// The last that came of each branch that the row has nothing of. Values of one element stay together.
-void RowEngine::TakeBranches(const Joint& joint, const Gather& gather, Row& row, int except) {
-    for (std::size_t branch = 0; branch < joint.operandsOf.size(); ++branch) {
-        const auto& operands = joint.operandsOf[branch];
-        if (static_cast<int>(branch) == except || IsSetAny(row, operands)) continue;
+// The last that came of each branch that the row has nothing of: values of one element stay together, and
+// what the row comes from is passed by.
+void RowEngine::TakeBranches(const Joint& joint, const Gather& gather, Row& row) {
+    for (const auto& operands : joint.operandsOf) {
+        if (IsSetAny(row, operands)) continue;
         for (const std::uint32_t operand : operands)
             if (CanTake(operand, gather.last[operand]))
                 row.cells[operand] = {gather.last[operand], false, false};

@@ -16,8 +16,10 @@ class Source {
 
     std::vector<Column> Columns() {
         std::vector<Column> columns;
-        for (std::size_t count = 1 + Below(4); count > 0; --count) {
+        for (std::size_t count = 1 + Below(5); count > 0; --count) {
             Column column;
+            if (!columns.empty() && Below(2) == 0) column.path = columns[Below(columns.size())].path;
+            if (!column.path.empty()) column.path.resize(Below(column.path.size()));
             for (std::size_t names = Below(12) == 0 ? 0 : 1 + Below(3); names > 0; --names)
                 column.path.push_back(Below(8) == 0 && names > 1 ? "*" : Name());
             const std::size_t kind = Below(8);
@@ -34,7 +36,7 @@ class Source {
     std::unique_ptr<Element> Document() {
         auto document = std::make_unique<Element>();
         elements_ = 0;
-        std::size_t left = 2 + Below(14);
+        std::size_t left = 2 + Below(24);
         while (left > 0) AddChild(*document, left);
         return document;
     }
