@@ -69,7 +69,7 @@ std::size_t ReadXml(const CompiledRow& row, const std::string& xml, std::int64_t
         lines.clear();
     });
     current = &reader;
-    RowEngine engine(row, reader);
+    RowEngine engine(row, reader, reader.Notices());
     StreamingXml::XmlScanner scanner(engine);
     for (std::int64_t i = 0; i < times; ++i)
         for (std::size_t at = 0; at < xml.size(); at += 65536)

@@ -13,7 +13,7 @@ OutputTarget MakeFileTarget(const WriterSettings& settings, const std::string& n
     auto file = std::make_unique<OutputFileStream>();
     target.stream = target.file = file.get();
     target.owned = std::move(file);
-    target.writer = MakeWriter(settings, target.stream);
+    target.writer = MakeWriter(settings, target.stream, name);
     target.file->Open(name, opening);
     return target;
 }
@@ -22,7 +22,7 @@ OutputTarget MakeNullTarget(const WriterSettings& settings) {
     OutputTarget target;
     target.owned = std::make_unique<basic_onullstream<char>>();
     target.stream = target.owned.get();
-    target.writer = MakeWriter(settings, target.stream);
+    target.writer = MakeWriter(settings, target.stream, "no file");
     return target;
 }
 

@@ -80,9 +80,10 @@ OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format f
     if (format == Format::RawUnordered) return;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
-    router_ = std::make_unique<EventRouter>(
-        RoutingOf(mode), FormOf(format), targets_, std::move(onRoot),
-        [this](std::string line) { notices_.push_back({Notice::Kind::Line, std::move(line)}); });
+    router_ = std::make_unique<EventRouter>(RoutingOf(mode), FormOf(format), targets_, std::move(onRoot),
+                                            [this](std::string line) {
+                                                notices_.push_back({Notice::Kind::Line, std::move(line)});
+                                            });
 }
 
 template <class Action>
@@ -199,7 +200,7 @@ void OutputState::OpenStream(std::ostream* stream, std::uint64_t contextId) {
         HintAtDefinition(ContextName(contextId));
         OutputTarget target;
         target.stream = stream;
-        target.writer = MakeWriter(settings_, stream);
+        target.writer = MakeWriter(settings_, stream, ContextName(contextId));
         OutputTarget& opened = targets_.Open(contextId, std::move(target));
         // Only now: a failure leaves it to the caller.
         if (mode_ != Mode::Borrowed) opened.owned.reset(stream);

@@ -115,7 +115,7 @@ class OutputState {
     std::vector<std::unique_ptr<std::ostream>> streams_;  // made here and not owned by their targets
     std::vector<std::string> errors_;
     std::vector<std::string> problems_;  // become errors at the end of the batch
-    bool misnested_ = false;  // to be told
+    bool misnested_ = false;             // to be told
     std::map<std::uint64_t, std::shared_ptr<MetricsValueBuffer>> buffers_;
 
     Prepared prepared_;                 // files that were opened for new roots of the batch

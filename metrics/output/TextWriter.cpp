@@ -11,11 +11,15 @@ constexpr std::size_t kMostSpare = 64;
 }  // namespace
 
 TextWriter::TextWriter(std::ostream& stream, char separator, const std::vector<std::string>& rowDefinition,
-                       bool* misnested)
+                       bool* misnested, Remark remark)
     : separator_(separator),
       misnested_(misnested),
+      remark_(std::move(remark)),
       table_(stream, separator, rowDefinition),
-      common_(table_, misnested) {}
+      common_(table_, misnested) {
+    if (!remark_) return;
+    table_.Reader().Notices().SetHandler([this](const detail::RowNotice& notice) { remark_(notice.text); });
+}
 
 template <class Action>
 void TextWriter::Guarded(Action action) {
@@ -72,6 +76,8 @@ void TextWriter::End() {
     while (!feeds_.empty()) EndTable(feeds_.begin()->first);
     Guarded([&] { common_.rows.End(); });
     if (!table_.HasEnded()) table_.End();
+    if (!remark_) return;
+    for (std::string& total : table_.Reader().Notices().Totals()) remark_(std::move(total));
 }
 
 }  // namespace Metrics

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <map>
 #include <memory>
@@ -17,9 +18,12 @@ namespace Metrics {
 // The rows of a row definition as delimited lines.
 class TextWriter final : public IWriter {
   public:
+    // Takes a sentence about what a limit has cost; may be empty.
+    using Remark = std::function<void(std::string)>;
+
     // `misnested` as in Nesting. Throws RowDefinitionError.
     TextWriter(std::ostream& stream, char separator, const std::vector<std::string>& rowDefinition,
-               bool* misnested = nullptr);
+               bool* misnested = nullptr, Remark remark = {});
 
     void Begin() override { table_.Begin(); }
     void Write(const MetricsEvent& event) override;
@@ -34,8 +38,7 @@ class TextWriter final : public IWriter {
   private:
     // The elements of one root, or of all roots that come one after the other.
     struct Feed {
-        Feed(detail::LiveTable& table, bool* misnested)
-            : nesting(misnested), rows(table.Row(), table.Reader()) {}
+        Feed(detail::LiveTable& table, bool* misnested) : nesting(misnested), rows(table.Reader()) {}
 
         detail::Nesting nesting;
         detail::LiveRows rows;
@@ -47,6 +50,7 @@ class TextWriter final : public IWriter {
 
     const char separator_;
     bool* const misnested_;
+    const Remark remark_;
     detail::LiveTable table_;
     Feed common_;
     std::map<std::uint64_t, std::unique_ptr<Feed>> feeds_;  // by root

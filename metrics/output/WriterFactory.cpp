@@ -1,6 +1,7 @@
 #include "metrics/output/WriterFactory.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "metrics/output/BufferWriter.h"
 #include "metrics/output/NestedWriter.h"
@@ -10,11 +11,23 @@
 
 namespace Metrics::detail {
 
+namespace {
+
+std::function<void(std::string)> RemarkOn(const WriterSettings& settings, const std::string& destination) {
+    if (!settings.remark) return {};
+    return [remark = settings.remark, destination](std::string text) {
+        remark("table of " + destination + ": " + std::move(text));
+    };
+}
+
+}  // namespace
+
 bool IsTable(MetricsOutput::Format format) {
     return format == MetricsOutput::Format::CsvComma || format == MetricsOutput::Format::CsvPipe;
 }
 
-std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream) {
+std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream,
+                                    const std::string& destination) {
     using Format = MetricsOutput::Format;
     if (settings.format == Format::Buffer) return std::make_unique<BufferWriter>();
     if (stream == nullptr) throw std::runtime_error("MetricsOutput: only Format::Buffer writes to a buffer");
@@ -26,7 +39,7 @@ std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream
         case Format::CsvPipe: {
             const char separator = settings.format == Format::CsvPipe ? '|' : ',';
             return std::make_unique<TextWriter>(*stream, separator, settings.rowDefinition,
-                                                settings.misnested);
+                                                settings.misnested, RemarkOn(settings, destination));
         }
         default: return std::make_unique<RawWriter>(*stream, settings.mute);
     }

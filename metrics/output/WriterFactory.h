@@ -25,7 +25,9 @@ struct WriterSettings {
 bool IsTable(MetricsOutput::Format format);
 
 // Makes the writer of a new target. `stream` may be null for Buffer only; nothing is written to it yet.
+// `destination` is how remarks call the target.
 // Throws RowDefinitionError, and std::runtime_error without a stream.
-std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream);
+std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream,
+                                    const std::string& destination);
 
 }  // namespace Metrics::detail

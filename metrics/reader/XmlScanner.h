@@ -36,8 +36,11 @@ class XmlScanner {
     // Counts lines for TagPosition() only, which is cheaper.
     void TrackLines() { trackLines_ = true; }
     LineCounter& Lines() { return lines_; }
-    // Of the last tag; meaningful after an error when lines are tracked.
-    Position TagPosition() const { return tagPosition_; }
+    // Of the last tag; meaningful inside the handler's calls and after an error, when lines are tracked.
+    Position TagPosition() {
+        NoteTagPosition();
+        return tagPosition_;
+    }
 
     // What is read is also given to `copy`, which must live as long.
     void SetCopy(XmlCopy* copy) { copy_ = copy; }

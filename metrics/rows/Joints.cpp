@@ -81,6 +81,17 @@ void RowCompiler::DescribeJoint(int index) {
         joint.sharesName.push_back(index != kRoot && operand.node != kRoot &&
                                    FirstNamed(nodes, operand.node) == FirstNamed(nodes, index));
     }
+    joint.operandsOf.resize(static_cast<std::size_t>(joint.branches));
+    joint.isLabel.assign(static_cast<std::size_t>(joint.branches), index == kRoot);
+    if (index == kRoot) joint.isLabel[0] = false;
+    for (std::uint32_t i = 0; i < row_.operands.size(); ++i) {
+        if (joint.branchOf[i] == kNone) continue;
+        const auto branch = static_cast<std::size_t>(joint.branchOf[i]);
+        const RowOperand& operand = row_.operands[i];
+        joint.operandsOf[branch].push_back(i);
+        if (operand.what.kind == Operand::Kind::Text && At(nodes, operand.node).depth == 1)
+            joint.isLabel[branch] = false;  // the element around is the row's own
+    }
     joint.allShareName =
         std::find(joint.sharesName.begin(), joint.sharesName.end(), false) == joint.sharesName.end();
     node.joint = static_cast<int>(row_.joints.size());

@@ -8,6 +8,7 @@
 #include "metrics/MetricsEvent.h"
 #include "metrics/reader/XmlHandler.h"
 #include "metrics/rows/RowEngine.h"
+#include "metrics/rows/RowReader.h"
 #include "metrics/values/AttributeList.h"
 #include "metrics/values/DateTimeText.h"
 #include "metrics/values/TextBuffer.h"
@@ -19,8 +20,9 @@ namespace Metrics::detail {
 // numbered as there. A table has one of these for all its events, or one for each root.
 class LiveRows {
   public:
-    // Row and receiver must live as long.
-    LiveRows(const CompiledRow& row, RowReceiver& receiver) : row_(row), engine_(row, receiver) {}
+    // The reader, which gets the rows, must live as long.
+    explicit LiveRows(RowReader& reader)
+        : row_(reader.Row()), engine_(row_, reader, reader.Notices(), reader.Limits()) {}
 
     // Events that XML does not show are ignored. Cheap for what no column asks for. Throws
     // RowDefinitionError, and is then of no further use.

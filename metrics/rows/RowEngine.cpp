@@ -1,15 +1,18 @@
 #include "metrics/rows/RowEngine.h"
 
 #include <algorithm>
+#include <utility>
 
-#include "metrics/RowDefinitionError.h"
 #include "metrics/reader/XmlText.h"
 
 namespace Metrics::detail {
 
-RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver)
+RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver, RowNotices& notices,
+                     const RowLimits& limits)
     : row_(row),
       receiver_(receiver),
+      notices_(notices),
+      limits_(limits),
       states_(row),
       open_(row.nodes.size()),
       found_(row.nodes.size()),
@@ -17,7 +20,7 @@ RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver)
     frames_.push_back({states_.Root()});
     if (row.nodes[kRoot].isJoint) rootJoint_ = row.nodes[kRoot].joint;
     awaitsEnds_ = std::any_of(row.operands.begin(), row.operands.end(), [](const RowOperand& operand) {
-        return operand.what.fact == Function::NodeEnd && operand.what.number > 0;
+        return operand.what.fact == Function::NodeEnd;
     });
 }
 
@@ -28,35 +31,72 @@ void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml:
 
 void RowEngine::OpenPlain(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
                           std::uint64_t line) {
-    if (Depth() >= kMaxDepth)
-        throw RowDefinitionError("Error: more than " + std::to_string(kMaxDepth) + " nested elements");
+    if (Depth() >= limits_.depth) return SkipElement(name);
     const MatchState* const state = states_.Next(Innermost().state, name);
     if (++depth_ == frames_.size()) frames_.emplace_back();
-    Innermost() = {state, ++lastNumber_, line, names_.size(), nullptr};
+    Innermost() = {state, ++lastNumber_, line, names_.size()};
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
+    if (!arrivals_.empty()) DeliverArrivals();
+}
+
+// It has its number, so that those of all others stay what they are.
+void RowEngine::SkipElement(std::string_view name) {
+    ++lastNumber_;
+    ++skipped_;
+    wantsText_ = false;
+    notices_.Add(RowLimit::Depth, lastNumber_, [&] {
+        return "more than " + std::to_string(limits_.depth) + " nested elements: element " +
+               std::to_string(lastNumber_) + " (" + std::string(name) +
+               ") is left out with all that is in it";
+    });
 }
 
 void RowEngine::Text(std::string_view piece) {
+    if (Innermost().textLost) return;
     std::string& text = *Innermost().text;
     if (text.empty()) {
         while (!piece.empty() && StreamingXml::IsBlank(piece.front())) piece.remove_prefix(1);
     }
-    CheckSize(piece.size(), text);
-    text += piece;
+    if (piece.size() <= limits_.valueSize - text.size()) {
+        text += piece;
+    } else {
+        LoseText();
+    }
+}
+
+void RowEngine::LoseText() {
+    Innermost().textLost = true;
+    *Innermost().text = std::string();
+    const auto& sources = Innermost().state->sources;
+    NoteLostValue(*std::find_if(sources.begin(), sources.end(),
+                                [&](int source) { return Node(source).textField != kNone; }));
+}
+
+void RowEngine::LoseValue(Bring::Field& field, int node) {
+    field.state = Bring::FieldState::Lost;
+    field.text = std::string();
+    NoteLostValue(node);
+}
+
+void RowEngine::NoteLostValue(int node) {
+    anyLost_ = true;
+    notices_.Add(RowLimit::ValueSize, Innermost().number, [&] {
+        return "a value exceeds " + std::to_string(limits_.valueSize) + " bytes: rows that hold it, from " +
+               Describe(Innermost(), node) + ", are left out";
+    });
+}
+
+std::string RowEngine::Describe(const Frame& frame, int node) const {
+    const PathName& name = Node(node).name;
+    return "element " + std::to_string(frame.number) + (name.name.empty() ? "" : " (" + name.name + ")");
 }
 
 void RowEngine::PlainText(std::string_view text) {
-    Frame& frame = Innermost();
-    CheckSize(text.size(), *frame.text);
-    *frame.text = text;
-    frame.isPlain = true;
-}
-
-void RowEngine::CheckSize(std::size_t more, const std::string& text) const {
-    if (more > kMaxValue - text.size())
-        throw RowDefinitionError("Error: a value exceeds " + std::to_string(kMaxValue) + " bytes");
+    Innermost().isPlain = true;
+    if (text.size() > limits_.valueSize) return LoseText();
+    *Innermost().text = text;
 }
 
 void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes) {
@@ -66,9 +106,9 @@ void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute>
         Innermost().text = &bring->fields[static_cast<std::size_t>(pattern.textField)].text;
     const bool brings = pattern.knowsAtOpen && FillAtOpen(node, *bring.get(), attributes);
     Entries& entries = EntriesOf(open_, node);
-    entries.push_back({Level(), std::move(bring)});
+    entries.push_back({Level(), std::move(bring), {}});
     // What is not whole before the element closes comes then.
-    if (brings && !pattern.needsEnd && IsDelivered(node)) Deliver(node, entries.back().bring);
+    if (brings && !pattern.needsEnd && IsDelivered(node)) Announce(node, entries.back().bring);
 }
 
 // True when there is anything to bring. A missing attribute beside others is an empty one.
@@ -83,14 +123,19 @@ bool RowEngine::FillAtOpen(int node, Bring& bring, std::span<const StreamingXml:
                 return given.IsNamed(operand.what.attribute);
             });
             const bool found = attribute != attributes.end();
-            if (found) attribute->AppendValue(field.text);
             field.state = found ? Bring::FieldState::Known : Bring::FieldState::Absent;
+            if (found && attribute->value.size() <= limits_.valueSize) {
+                attribute->AppendValue(field.text);
+            } else if (found) {
+                LoseValue(field, node);
+            }
             field.nearest = around.empty() ? nullptr : around.back().bring->fields[operand.field].nearest;
             if (found) field.nearest = &bring;
             brings |= found;
         } else if (operand.KnownAtOpen()) {
             AppendFact(operand.what, field.text);
             field.state = Bring::FieldState::Known;
+            if (field.text.size() > limits_.valueSize) LoseValue(field, node);
             brings = true;
         }
     }
@@ -118,25 +163,33 @@ void RowEngine::SettleText(Bring::Field& field) {
         while (!text.empty() && StreamingXml::IsBlank(text.back())) text.pop_back();
         StreamingXml::Unescape(text);
     }
-    field.state = Bring::FieldState::Known;
+    field.state = Innermost().textLost ? Bring::FieldState::Lost : Bring::FieldState::Known;
 }
 
 bool RowEngine::CloseElement() {
+    if (skipped_ > 0) return CloseSkipped();
     if (depth_ == 0) return false;
     const MatchState& state = *Innermost().state;
     if (Innermost().endAwaited) FillAwaitedEnds();
     if (!state.sources.empty()) CloseSources(state);
+    if (Innermost().endAwaited) ConcludeParked();
     CloseGathers(state);
     for (const int source : state.sources) {
-        Entries& entries = EntriesOf(open_, source);
-        if (Node(source).needsEnd && !BringsToOwnJoint(source)) Deliver(source, entries.back().bring);
-        entries.pop_back();
+        if (Node(source).needsEnd && !BringsToOwnJoint(source))
+            Announce(source, EntriesOf(open_, source).back().bring);
     }
-    if (Innermost().endAwaited) ConcludeParked();
+    if (!arrivals_.empty()) DeliverArrivals();
+    for (const int source : state.sources) EntriesOf(open_, source).pop_back();
     if (Innermost().foundBelow) ForgetFound();
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
     wantsText_ = Innermost().state->wantsText;
+    return true;
+}
+
+bool RowEngine::CloseSkipped() {
+    --skipped_;
+    wantsText_ = skipped_ == 0 && Innermost().state->wantsText;
     return true;
 }
 
@@ -147,8 +200,9 @@ void RowEngine::CloseSources(const MatchState& state) {
         const BringRef& bring = EntriesOf(open_, source).back().bring;
         FillAtEnd(source, bring);
         if (Node(source).soughtAround) RememberText(source, bring);
-        if (BringsToOwnJoint(source) && IsDelivered(source)) Deliver(source, bring);
+        if (BringsToOwnJoint(source) && IsDelivered(source)) Announce(source, bring);
     }
+    if (!arrivals_.empty()) DeliverArrivals();
 }
 
 void RowEngine::RememberText(int node, const BringRef& bring) {
@@ -158,9 +212,9 @@ void RowEngine::RememberText(int node, const BringRef& bring) {
     const auto place = std::find_if(entries.rbegin(), entries.rend(),
                                     [&](const Entry& entry) { return entry.level <= around; });
     if (place != entries.rend() && place->level == around) {
-        place->bring = bring;
+        place->before = std::exchange(place->bring, bring);
     } else {
-        entries.insert(place.base(), {around, bring});
+        entries.insert(place.base(), {around, bring, {}});
     }
     frames_[around].foundBelow = true;
 }
@@ -186,7 +240,7 @@ void RowEngine::Finish() {
 }
 
 bool RowEngine::LeavesOut() const {
-    return !Innermost().state->sources.empty();
+    return skipped_ == 0 && !Innermost().state->sources.empty();
 }
 
 }  // namespace Metrics::detail

@@ -18,9 +18,13 @@ namespace Metrics::detail {
 class RowReader final : private ValueSource, public RowReceiver {
   public:
     // `onRow` is called with each row to be written as the current one. The row must live as long.
-    RowReader(const CompiledRow& row, std::function<void()> onRow);
+    RowReader(const CompiledRow& row, std::function<void()> onRow, const RowLimits& limits = {});
 
     const CompiledRow& Row() const { return row_; }
+    // What the limits have cost, in all engines together.
+    RowNotices& Notices() { return notices_; }
+    const RowNotices& Notices() const { return notices_; }
+    const RowLimits& Limits() const { return limits_; }
     // Only the first row is given out.
     void StopAfterFirstRow() { limit_ = 1; }
     bool IsFull() const { return rowNumber_ >= limit_; }
@@ -33,18 +37,21 @@ class RowReader final : private ValueSource, public RowReceiver {
     void AppendCurrent(std::string& out, char separator, bool includeAggregates) const;
 
   private:
-    void OnRow(const RowView& row) override;
+    void OnRow(const RowView& row, std::uint64_t lastElement) override;
     bool Passes() const;
+    void NoteUncounted(std::uint64_t element);
     void AppendPlainLine(std::string& out, char separator) const;
     CellView OperandAt(std::uint32_t operand) const override { return current_->At(operand); }
     Value AggregateAt(std::uint32_t) const override { return {}; }
     std::int64_t RowNumber() const override { return rowNumber_; }
 
     const CompiledRow& row_;
+    const RowLimits limits_;
     std::function<void()> onRow_;
     bool hasFilters_;
     bool hasPlainColumns_;  // each column is one field and no row is multiplied
     std::unique_ptr<Summary> summary_;
+    RowNotices notices_;
     std::int64_t rowNumber_ = 0;
     std::int64_t limit_ = INT64_MAX;
     const RowView* current_ = nullptr;

@@ -17,6 +17,7 @@ using Metrics::detail::RowReader;
 
 struct XmlParser::State {
     RowCallback callback;
+    NoticeCallback noticeCallback;
     std::uint32_t options = 0;
     CompiledRow row;
     std::ostream* copyStream = nullptr;
@@ -85,10 +86,26 @@ void XmlParser::Build() {
         if (state_->reader->IsFull()) state_->scanner->Stop();
     });
     if (state.options & SingleRow) state.reader->StopAfterFirstRow();
-    state.engine = std::make_unique<RowEngine>(state.row, *state.reader);
+    state.engine = std::make_unique<RowEngine>(state.row, *state.reader, state.reader->Notices());
     state.scanner = std::make_unique<XmlScanner>(*state.engine);
     if (state.options & UsesLineNumbers) state.scanner->GiveLines();
     SetCopyStream(state.copyStream);
+    if (state.noticeCallback) SetNoticeCallback(std::move(state.noticeCallback));
+}
+
+void XmlParser::SetNoticeCallback(NoticeCallback callback) {
+    state_->noticeCallback = std::move(callback);
+    state_->scanner->TrackLines();
+    state_->reader->Notices().SetHandler([this](const Metrics::detail::RowNotice& notice) {
+        const auto [line, column] = state_->scanner->TagPosition();
+        if (!state_->noticeCallback) return;
+        state_->noticeCallback("line " + std::to_string(line) + ", column " + std::to_string(column) + ": " +
+                               notice.text);
+    });
+}
+
+std::uint64_t XmlParser::LeftOut() const noexcept {
+    return state_->reader->Notices().Count();
 }
 
 void XmlParser::SetCopyStream(std::ostream* out) {

@@ -59,7 +59,7 @@ std::vector<MetricsEvent> BufferedBy(Mode mode, const std::vector<MetricsEvent>&
 
 std::string Rows(const std::string& definition, const std::vector<MetricsEvent>& events) {
     std::ostringstream rows;
-    TextWriter writer(rows, "", ',', detail::SplitDefinition(definition));
+    TextWriter writer(rows, ',', detail::SplitDefinition(definition));
     writer.Begin();
     for (const MetricsEvent& event : events) writer.Write(event);
     writer.End();

@@ -17,8 +17,6 @@ std::string Repeat(const std::string& text, std::size_t times) {
 
 TEST(HostileRows, EverythingHasALimit) {
     EXPECT_EQ(RunRows("b.x", Repeat("<a>", 10000)), "");
-    for (const std::size_t depth : {10001U, 100000U})
-        EXPECT_EQ(RunRows("b.x", Repeat("<a>", depth)), "! Error: more than 10000 nested elements\n");
     EXPECT_EQ(RunRows(Repeat("x;", 1000), "<x>1</x>"), Repeat("1,", 999) + "1\n");
     for (const std::string& definition : {Repeat("x;", 1001), std::string("scopes(x,1000);x")})
         EXPECT_EQ(RunRows(definition, "<x>1</x>"), "! Error: more than 1000 columns\n");
@@ -45,7 +43,6 @@ TEST(HostileRows, OnlyAWantedTextIsKept) {
     constexpr std::size_t kMost = 16 << 20;
     const std::string input = "<a>" + std::string(6 * kMost, 't') + "<x>" + std::string(kMost, 't');
     EXPECT_EQ(RunRows("a.x;y", input, 1 << 20), "");
-    EXPECT_EQ(RunRows("a.x;y", input + "t", 1 << 20), "! Error: a value exceeds 16777216 bytes\n");
 }
 
 TEST(HostileRows, WaitingRowsAreBounded) {

@@ -56,7 +56,7 @@ std::string LiveTwice(const std::string& definition, const std::vector<MetricsEv
                       char separator) {
     std::ostringstream out;
     detail::LiveTable table(out, separator, detail::SplitDefinition(definition));
-    detail::LiveRows rows(table.Row(), table.Reader());
+    detail::LiveRows rows(table.Reader());
     for (int root = 0; root < 2; ++root) {
         for (const MetricsEvent& event : events) rows.Write(event);
         rows.End();

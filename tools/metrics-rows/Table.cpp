@@ -13,6 +13,8 @@
 
 namespace {
 
+using Metrics::detail::RowNotice;
+
 constexpr std::size_t kReadBlock = 65536;
 constexpr std::size_t kWriteBlock = 65536;
 constexpr std::uint64_t kLargeInput = 64 << 20;  // before that nobody waits long enough to wonder
@@ -39,6 +41,15 @@ std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t coun
     return {};
 }
 
+std::string PlaceIn(StreamingXml::XmlScanner& scanner) {
+    const auto [line, column] = scanner.TagPosition();
+    return ":" + std::to_string(line) + ":" + std::to_string(column);
+}
+
+void ShowNotice(const std::string& text) {
+    std::cerr << "metrics-rows: " << text << '\n';
+}
+
 }  // namespace
 
 Table::Table(const Metrics::detail::CompiledRow& row, std::ostream& out, char separator)
@@ -58,19 +69,19 @@ void Table::WriteHeader() {
 }
 
 void Table::ReadXml(const std::string& name, std::istream& in) {
-    Metrics::detail::RowEngine engine(row_, reader_);
+    Metrics::detail::RowEngine engine(row_, reader_, reader_.Notices());
     StreamingXml::XmlScanner scanner(engine);
     scanner.TrackLines();
     if (row_.usesLines) scanner.GiveLines();
     scanner.SetInterrupt(&Metrics::platform::InterruptHandler::Flag());
+    reader_.Notices().SetHandler(
+        [&](const RowNotice& notice) { ShowNotice(name + PlaceIn(scanner) + ": " + notice.text); });
     try {
         Feed(scanner, in);
         if (!brokenOff_) engine.Finish();
         scanner.End();
     } catch (const Metrics::RowDefinitionError& error) {
-        const auto [line, column] = scanner.TagPosition();
-        throw InputError(name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
-                         error.what());
+        throw InputError(name + PlaceIn(scanner) + ": " + error.what());
     }
     if (in.bad()) throw InputError(name + ": cannot be read");
 }
@@ -91,7 +102,8 @@ void Table::ReadBuffer(const std::string& name, std::istream& in) {
     const Metrics::MetricsBufferHeader header = buffer.ReadHeader();
     if (header.magic != Metrics::MetricsBufferHeader().magic || buffer.Bytes().size() < header.kSize)
         throw InputError(name + ": not an event buffer");
-    Metrics::detail::LiveRows rows(row_, reader_);
+    Metrics::detail::LiveRows rows(reader_);
+    reader_.Notices().SetHandler([&](const RowNotice& notice) { ShowNotice(name + ": " + notice.text); });
     std::string complaint;
     try {
         complaint = Replay(buffer, header.eventCount, rows);
@@ -107,6 +119,10 @@ void Table::Finish() {
     reader_.GiveGroups();
     WriteLines();
     out_.flush();
+}
+
+void Table::ShowLeftOut() const {
+    for (const std::string& total : reader_.Notices().Totals()) ShowNotice(total);
 }
 
 void Table::WriteLines() {

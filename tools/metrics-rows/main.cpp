@@ -57,6 +57,7 @@ int WriteTable(const Options& options, const Metrics::detail::CompiledRow& row, 
         complaint = error.what();
     }
     table.Finish();
+    table.ShowLeftOut();
     if (!out.good()) return OutputFailed(options, errno);
     if (!complaint.empty()) return Complain(complaint, kBadInput);
     if (Metrics::platform::InterruptHandler::Flag().load()) return kInterrupted;
