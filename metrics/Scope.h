@@ -126,7 +126,7 @@ class METRICS_API Scope {
     friend class SmallScope;
     friend detail::ValueTarget detail::FindValueTarget() noexcept;
 
-    static detail::ValueTarget FindValueTarget() noexcept;
+    static detail::ValueTarget FindOtherTarget(MetricsThreadContext& record) noexcept;
 
     static constexpr unsigned long long kOpen = 0x1000;
     static constexpr unsigned long long kNoTimeStack = 0x10000;

@@ -242,7 +242,7 @@ void Scope::PostClosingOn(MetricsThreadContext& record, detail::ContextState* co
     if (counts) detail::ContextStack::PopTime(*context);
     PostClosing(record);
     if (!counts || context->timeStack.Size() != 1) return;
-    if (!context->keepsValues.load(std::memory_order_relaxed)) return;
+    if (!context->keepsValues) return;
     if (Context* owner = context->owner.load(std::memory_order_relaxed)) owner->PostKeptValues();
 }
 
@@ -265,8 +265,7 @@ void Scope::Close() noexcept {
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
            !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
-           !body_.data.context_->timeStack.IsMeasured() &&
-           !body_.data.context_->keepsValues.load(std::memory_order_relaxed);
+           !body_.data.context_->timeStack.IsMeasured() && !body_.data.context_->keepsValues;
 }
 
 // Everything that ends with the object, with one look for the thread's record.
@@ -346,13 +345,19 @@ Scope* Scope::Innermost() {
     return record != nullptr ? record->Innermost() : nullptr;
 }
 
-// The scopes of the thread may be of any of its contexts; nearly always the innermost is of the current one.
-detail::ValueTarget Scope::FindValueTarget() noexcept {
+// Nearly always the innermost scope of the thread is of its current context.
+detail::ValueTarget detail::FindValueTarget() noexcept {
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return {};
-    const detail::ContextState* current = record->Current();
-    if (current != nullptr) {
-        const auto& scopes = record->OpenScopes();
+    Scope* innermost = record->Innermost();
+    if (innermost != nullptr && innermost->body_.data.context_ == record->Current()) [[likely]]
+        return {innermost, nullptr};
+    return Scope::FindOtherTarget(*record);
+}
+
+detail::ValueTarget Scope::FindOtherTarget(MetricsThreadContext& record) noexcept {
+    if (const detail::ContextState* current = record.Current()) {
+        const auto& scopes = record.OpenScopes();
         const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
             return scope->body_.data.context_ == current;
         });
@@ -360,12 +365,8 @@ detail::ValueTarget Scope::FindValueTarget() noexcept {
         if (!IsUsable(current)) return {};
         if (Context* owner = current->owner.load(std::memory_order_relaxed)) return {nullptr, owner};
     }
-    record->NoteLeftOut();
+    record.NoteLeftOut();
     return {};
-}
-
-detail::ValueTarget detail::FindValueTarget() noexcept {
-    return Scope::FindValueTarget();
 }
 
 void detail::EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept {
