@@ -15,13 +15,13 @@ Scope* Scope::Innermost() {
 }
 
 // Nearly always the innermost scope of the thread is of its current context.
-detail::ValueTarget detail::FindValueTarget() noexcept {
+detail::ValueTarget Scope::FindValueTarget() noexcept {
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return {};
     Scope* innermost = record->Innermost();
     if (innermost != nullptr && innermost->body_.data.context_ == record->Current()) [[likely]]
         return {innermost, nullptr};
-    return Scope::FindOtherTarget(*record);
+    return FindOtherTarget(*record);
 }
 
 detail::ValueTarget Scope::FindOtherTarget(MetricsThreadContext& record) noexcept {
