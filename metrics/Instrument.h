@@ -41,7 +41,7 @@
 #define METRICS_VALUE(name, value)                                                                 \
     do {                                                                                           \
         static constinit ::Metrics::detail::CallSite metricsSite{name "", __FILE__};               \
-        if (const auto metricsTarget = ::Metrics::detail::FindValueTarget())                       \
+        if (const auto metricsTarget = ::Metrics::Scope::FindValueTarget())                        \
             ::Metrics::detail::EmitAt(metricsSite, metricsTarget, ::Metrics::MetricsValue(value)); \
     } while (false)
 

@@ -281,7 +281,7 @@ bool Context::Emit(const MetricsValue& name, const MetricsValue& value) noexcept
             return ownScope_->Emit(name, value);
         }
         keptValues_.push_back({name, value});
-        state_->keepsValues.store(true, kRelaxed);
+        state_->keepsValues = true;
         return true;
     } catch (const std::bad_alloc&) {
         if (const MetricsThreadContext* record = ThreadRecord()) record->Core()->CountDropped();
@@ -290,7 +290,7 @@ bool Context::Emit(const MetricsValue& name, const MetricsValue& value) noexcept
 }
 
 void Context::PostKeptValues() noexcept {
-    state_->keepsValues.store(false, kRelaxed);
+    state_->keepsValues = false;
     if (!ownScope_ || !ownScope_->IsOpen()) return LeaveOutKeptValues();
     for (const KeptValue& kept : keptValues_) ownScope_->Emit(kept.name, kept.value);
     keptValues_.clear();

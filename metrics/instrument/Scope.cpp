@@ -1,6 +1,5 @@
 #include "metrics/Scope.h"
 
-#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -39,16 +38,11 @@ template <class Make>
     }
 }
 
-// Whether a scope could open now on what it has, or would get, as its context.
-bool IsUsable(const detail::ContextState* context) {
-    return context != nullptr && context->id != 0 && context->IsEnabled();
-}
-
 // The context that a scope of this thread could open on now, or null. One that lacks a context is counted.
 inline detail::ContextState* UsableContext(MetricsThreadContext& record) noexcept {
     detail::ContextState* context = record.Current();
     if (context == nullptr) record.NoteLeftOut();
-    return IsUsable(context) ? context : nullptr;
+    return context != nullptr && context->IsUsable() ? context : nullptr;
 }
 
 // Without memory it is left out; the scope opens all the same.
@@ -160,7 +154,7 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
 
 bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                       int line) noexcept {
-    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !IsUsable(body_.data.context_)) return false;
+    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !body_.data.context_->IsUsable()) return false;
     try {
         body_.data.event_.param1 = value;
         body_.data.event_.SetType(MetricsEventType::ScopeOpen);
@@ -242,7 +236,7 @@ void Scope::PostClosingOn(MetricsThreadContext& record, detail::ContextState* co
     if (counts) detail::ContextStack::PopTime(*context);
     PostClosing(record);
     if (!counts || context->timeStack.Size() != 1) return;
-    if (!context->keepsValues.load(std::memory_order_relaxed)) return;
+    if (!context->keepsValues) return;
     if (Context* owner = context->owner.load(std::memory_order_relaxed)) owner->PostKeptValues();
 }
 
@@ -265,8 +259,7 @@ void Scope::Close() noexcept {
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
            !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
-           !body_.data.context_->timeStack.IsMeasured() &&
-           !body_.data.context_->keepsValues.load(std::memory_order_relaxed);
+           !body_.data.context_->timeStack.IsMeasured() && !body_.data.context_->keepsValues;
 }
 
 // Everything that ends with the object, with one look for the thread's record.
@@ -339,45 +332,6 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
 const MetricsValue& Scope::Value() const {
     static const MetricsValue none;
     return live_ ? body_.data.event_.param1 : none;
-}
-
-Scope* Scope::Innermost() {
-    MetricsThreadContext* record = ThreadRecord();
-    return record != nullptr ? record->Innermost() : nullptr;
-}
-
-// The scopes of the thread may be of any of its contexts; nearly always the innermost is of the current one.
-detail::ValueTarget Scope::FindValueTarget() noexcept {
-    MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr) return {};
-    const detail::ContextState* current = record->Current();
-    if (current != nullptr) {
-        const auto& scopes = record->OpenScopes();
-        const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
-            return scope->body_.data.context_ == current;
-        });
-        if (it != scopes.rend()) return {*it, nullptr};
-        if (!IsUsable(current)) return {};
-        if (Context* owner = current->owner.load(std::memory_order_relaxed)) return {nullptr, owner};
-    }
-    record->NoteLeftOut();
-    return {};
-}
-
-detail::ValueTarget detail::FindValueTarget() noexcept {
-    return Scope::FindValueTarget();
-}
-
-void detail::EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept {
-    try {
-        const MetricsValue name = MetricsValue::Ref(KeepTexts(site).name);
-        if (target.scope != nullptr) {
-            target.scope->Emit(name, value);
-        } else {
-            target.context->Emit(name, value);
-        }
-    } catch (const std::bad_alloc&) {
-    }
 }
 
 }  // namespace Metrics
