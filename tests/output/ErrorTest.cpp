@@ -333,13 +333,13 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
           "the manager is not collecting)"}},
         {Mode::Borrowed, Format::RawUnordered, [&](auto& output) { output.OpenFile(Path("t"), 0); }, {}},
         {Mode::Borrowed,
-         Format::Xml,  // in cycles and at the end
+         Format::Xml,  // known while the output works
          [&](auto& output) {
              output.OpenFile(Path("t"), before);
              wait(output);
-             output.OpenFile(Path("t"), before);
+             output.SetError("x");  // after it nothing is looked for
          },
-         {empty(1)}},
+         {empty(1), "x"}},
         {Mode::Borrowed, Format::Xml, [&](auto& output) { output.OpenFile(Path("t"), before); }, {empty(1)}},
         {Mode::PerContext,
          Format::Xml,

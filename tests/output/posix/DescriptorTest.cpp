@@ -194,6 +194,7 @@ TEST_F(OutputDescriptors, AStreamThatTheHostMadeNonBlockingIsWaitedFor) {
     close(ends[1]);
     std::size_t size = 0;
     std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the pipe is full by then
         std::string text(100000, ' ');
         for (ssize_t length; (length = read(ends[0], text.data(), text.size())) > 0;)
             size += static_cast<std::size_t>(length);
