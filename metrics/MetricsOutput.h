@@ -67,7 +67,7 @@ class METRICS_API MetricsOutput {
     enum class Format : std::uint32_t {
         RawUnordered = 0,  ///< A line per event, of all contexts, as they come, to every target.
         Raw = 1,           ///< A line per event, in nested order.
-        Xml = 2,           ///< Indented elements.
+        Xml = 2,           ///< Indented elements, well-formed whatever names and texts are.
         CsvComma = 3,      ///< Rows of a row definition, separated by commas.
         CsvPipe = 4,       ///< The same, separated by '|'.
         Buffer = 5,        ///< The binary form that MetricsManager::MergeRemoteEvents reads, see GetBuffer.
@@ -136,7 +136,8 @@ class METRICS_API MetricsOutput {
     void Close();
 
     /// The finished buffer of a context, null while there is none. GetBuffer leaves it here, so that it can
-    /// be had again; TakeBuffer does not, and keeps memory flat.
+    /// be had again; TakeBuffer does not, and keeps memory flat. In it texts are cut at 254 bytes, which is
+    /// logged once.
     std::shared_ptr<MetricsValueBuffer> GetBuffer(unsigned long long contextId) const;
     std::shared_ptr<MetricsValueBuffer> TakeBuffer(unsigned long long contextId);
 
