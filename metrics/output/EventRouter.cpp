@@ -188,6 +188,7 @@ void EventRouter::ServeShared() {
 }
 
 void EventRouter::FinishShared(Audience& audience) {
+    if (sequencer_.Forest().Blocks().Bytes() <= heldLimit_) threshold_ = heldLimit_;
     if (mode_ == Mode::OneAfterTheOther && !sequencer_.InTurn()) TakeTurnsAgain();
     if (sequencer_.InTurn()) return ServeInTurn(audience);
     while (ServeContextless(audience)) continue;
