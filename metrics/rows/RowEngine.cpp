@@ -95,7 +95,7 @@ void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute>
         Innermost().text = &bring->fields[static_cast<std::size_t>(pattern.textField)].text;
     const bool brings = pattern.knowsAtOpen && FillAtOpen(node, *bring.get(), attributes);
     Entries& entries = EntriesOf(open_, node);
-    entries.push_back({Level(), std::move(bring), {}});
+    entries.push_back({Level(), std::move(bring)});
     // What is not whole before the element closes comes then.
     if (brings && !pattern.needsEnd && IsDelivered(node)) Announce(node, entries.back().bring);
 }
@@ -163,12 +163,7 @@ bool RowEngine::CloseElement() {
     if (!state.sources.empty()) CloseSources(state);
     if (Innermost().endAwaited) ConcludeParked();
     CloseGathers(state);
-    for (const int source : state.sources) {
-        if (Node(source).needsEnd && !BringsToOwnJoint(source))
-            Announce(source, EntriesOf(open_, source).back().bring);
-    }
-    if (!arrivals_.empty()) DeliverArrivals();
-    for (const int source : state.sources) EntriesOf(open_, source).pop_back();
+    if (!state.sources.empty()) LeaveSources(state);
     if (Innermost().foundBelow) ForgetFound();
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
@@ -194,12 +189,21 @@ void RowEngine::CloseSources(const MatchState& state) {
     if (!arrivals_.empty()) DeliverArrivals();
 }
 
+void RowEngine::LeaveSources(const MatchState& state) {
+    for (const int source : state.sources) {
+        if (Node(source).needsEnd && !BringsToOwnJoint(source))
+            Announce(source, EntriesOf(open_, source).back().bring);
+    }
+    if (!arrivals_.empty()) DeliverArrivals();
+    for (const int source : state.sources) EntriesOf(open_, source).pop_back();
+}
+
 void RowEngine::RememberText(int node, const BringRef& bring) {
     const std::uint32_t around = Level() - 1;
-    Entries& entries = EntriesOf(found_, node);
+    auto& entries = found_[static_cast<std::size_t>(node)];
     // The element itself may still have an entry on top: what its own children brought.
     const auto place = std::find_if(entries.rbegin(), entries.rend(),
-                                    [&](const Entry& entry) { return entry.level <= around; });
+                                    [&](const Found& entry) { return entry.level <= around; });
     if (place != entries.rend() && place->level == around) {
         place->before = std::exchange(place->bring, bring);
     } else {
@@ -209,7 +213,7 @@ void RowEngine::RememberText(int node, const BringRef& bring) {
 }
 
 void RowEngine::ForgetFound() {
-    for (Entries& entries : found_) {
+    for (auto& entries : found_) {
         while (!entries.empty() && entries.back().level >= Level()) entries.pop_back();
     }
 }
