@@ -33,7 +33,7 @@ void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml:
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
-    if (!arrivals_.empty()) DeliverArrivals();
+    if (!arrivals_.empty()) DeliverArrivals(arrivals_);
 }
 
 // It has its number, so that those of all others stay what they are.
@@ -97,7 +97,8 @@ void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute>
     Entries& entries = EntriesOf(open_, node);
     entries.push_back({Level(), std::move(bring)});
     // What is not whole before the element closes comes then.
-    if (brings && !pattern.needsEnd && IsDelivered(node)) Announce(node, entries.back().bring);
+    if (brings && !pattern.needsEnd && IsDelivered(node))
+        arrivals_.push_back(ArrivalOf(node, entries.back().bring));
 }
 
 // True when there is anything to bring. A missing attribute beside others is an empty one.
@@ -184,17 +185,22 @@ void RowEngine::CloseSources(const MatchState& state) {
         const BringRef& bring = EntriesOf(open_, source).back().bring;
         FillAtEnd(source, bring);
         if (Node(source).soughtAround) RememberText(source, bring);
-        if (BringsToOwnJoint(source) && IsDelivered(source)) Announce(source, bring);
+        if (BringsToOwnJoint(source) && IsDelivered(source)) arrivals_.push_back(ArrivalOf(source, bring));
     }
-    if (!arrivals_.empty()) DeliverArrivals();
+    if (!arrivals_.empty()) DeliverArrivals(arrivals_);
 }
 
 void RowEngine::LeaveSources(const MatchState& state) {
     for (const int source : state.sources) {
-        if (Node(source).needsEnd && !BringsToOwnJoint(source))
-            Announce(source, EntriesOf(open_, source).back().bring);
+        if (!Node(source).needsEnd || BringsToOwnJoint(source)) continue;
+        const Arrival arrival = ArrivalOf(source, EntriesOf(open_, source).back().bring);
+        if (state.sources.size() == 1) {
+            DeliverArrivals({&arrival, 1});
+        } else {
+            arrivals_.push_back(arrival);
+        }
     }
-    if (!arrivals_.empty()) DeliverArrivals();
+    if (!arrivals_.empty()) DeliverArrivals(arrivals_);
     for (const int source : state.sources) EntriesOf(open_, source).pop_back();
 }
 

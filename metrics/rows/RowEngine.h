@@ -121,8 +121,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void ConcludeParked();
 
     // Rows (RowGathering.cpp)
-    void Announce(int node, const BringRef& bring);
-    void DeliverArrivals();
+    Arrival ArrivalOf(int node, const BringRef& bring);
+    void DeliverArrivals(std::span<const Arrival> arrivals);
     void MakeRowBefore(const Arrival& arrival);
     void MarkArriving(bool isArriving);
     static bool HoldsWaiting(Gather& gather);

@@ -6,23 +6,23 @@
 
 namespace Metrics::detail {
 
-void RowEngine::Announce(int node, const BringRef& bring) {
+RowEngine::Arrival RowEngine::ArrivalOf(int node, const BringRef& bring) {
     const PatternNode& pattern = Node(node);
     const Joint& joint = JointAt(pattern.joint);
     const std::uint32_t level = bring->level - static_cast<std::uint32_t>(pattern.depth - joint.depth);
-    arrivals_.push_back({node, pattern.joint, joint.branchOf[pattern.operands.front()], &bring,
-                         &GatherAt(pattern.joint, level)});
+    return {node, pattern.joint, joint.branchOf[pattern.operands.front()], &bring,
+            &GatherAt(pattern.joint, level)};
 }
 
 // All that one element brings comes at once: rows of what came before it hold none of it.
-void RowEngine::DeliverArrivals() {
-    for (const Arrival& arrival : arrivals_) MakeRowBefore(arrival);
-    for (const auto& [node, joint, branch, bring, gather] : arrivals_) {
+void RowEngine::DeliverArrivals(std::span<const Arrival> arrivals) {
+    for (const Arrival& arrival : arrivals) MakeRowBefore(arrival);
+    for (const auto& [node, joint, branch, bring, gather] : arrivals) {
         gather->pending[static_cast<std::size_t>(branch)] = *bring;
         gather->pendingNode[static_cast<std::size_t>(branch)] = node;
         for (const std::uint32_t operand : Node(node).operands) gather->last[operand] = *bring;
     }
-    for (const Arrival& arrival : arrivals_) {
+    for (const Arrival& arrival : arrivals) {
         if (!arrival.gather->waiting.empty()) OfferToWaiting(arrival.joint, *arrival.gather, arrival.branch);
     }
     arrivals_.clear();
