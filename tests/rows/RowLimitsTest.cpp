@@ -14,7 +14,7 @@ namespace {
 using namespace Metrics::detail;
 
 // The rows, the notices as "! " lines among them, the counts behind.
-std::string Run(std::string_view definition, std::string_view input, const RowLimits& limits) {
+std::string RowsWithin(std::string_view definition, std::string_view input, const RowLimits& limits) {
     CompiledRow row;
     CompileRow(SplitDefinition(definition), row);
     std::string out;
@@ -40,11 +40,11 @@ TEST(RowLimits, CostWhatIsBeyondThem) {
         const char* rows;
     } cases[] = {
         {"a.x;path(x)", "<a><b><x>0<i/></x></b><x>1</x></a>", {.depth = 2}, "! 0 at 3\n1,a.x\n! 2\n"},
-        // A value that is too long neither labels nor is replaced by the one before it.
+        // A value that is too long is not replaced by the one before it.
         {"l.n;l.i",
          "<l><n>1</n><i>2</i><n>long</n><i>3</i><i>4</i><n>5</n><i>6</i></l>",
          {.valueSize = 3},
-         "1,2\n! 1 at 4\n5,6\n! 1\n"},
+         "! 1 at 4\n1,2\n5,4\n5,6\n! 1\n"},
         {"a..k;path(a.x);a.x",
          "<a k='long'><x>1</x></a><a k='s'><x>2</x><xyz/></a>",
          {.valueSize = 3},
@@ -62,7 +62,7 @@ TEST(RowLimits, CostWhatIsBeyondThem) {
         {"a;[n]:count(a)", "<a>1</a><a>2</a><a>1</a>", {.groupBytes = 200}, "! 3 at 2\n1,2\n! 1\n"},
     };
     for (const auto& [definition, input, limits, rows] : cases)
-        EXPECT_EQ(Run(definition, input, limits), rows) << definition << "\n" << input;
+        EXPECT_EQ(RowsWithin(definition, input, limits), rows) << definition << "\n" << input;
 }
 
 #if defined(__linux__)
