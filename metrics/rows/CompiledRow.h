@@ -48,9 +48,9 @@ struct Joint {
     int branches = 1;            // 0 is what the node itself brings, then its children
     std::vector<int> branchOf;   // of each operand; kNone for one that is not below
     std::vector<std::vector<std::uint32_t>> operandsOf;  // by branch
-    // By branch of the root: all of it is had from inside the elements that the branch matches, so that such
+    // Of the root: the branches of which all is had from inside the elements that they match, so that such
     // elements around go before those inside.
-    std::vector<bool> isLabel;
+    std::vector<int> labels;
     std::vector<bool> ownPath;     // of each operand: its named node is this joint's or one above it
     std::vector<bool> sharesName;  // of each operand: its path and the joint's begin with the same name
     bool allShareName = false;

@@ -38,7 +38,7 @@ void RowEngine::OpenPlain(std::string_view name, std::span<const StreamingXml::X
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
-    if (!arrivals_.empty()) DeliverArrivals();
+    if (!arrivals_.empty()) DeliverArrivals(arrivals_);
 }
 
 // It has its number, so that those of all others stay what they are.
@@ -106,9 +106,10 @@ void RowEngine::OpenSource(int node, std::span<const StreamingXml::XmlAttribute>
         Innermost().text = &bring->fields[static_cast<std::size_t>(pattern.textField)].text;
     const bool brings = pattern.knowsAtOpen && FillAtOpen(node, *bring.get(), attributes);
     Entries& entries = EntriesOf(open_, node);
-    entries.push_back({Level(), std::move(bring), {}});
+    entries.push_back({Level(), std::move(bring)});
     // What is not whole before the element closes comes then.
-    if (brings && !pattern.needsEnd && IsDelivered(node)) Announce(node, entries.back().bring);
+    if (brings && !pattern.needsEnd && IsDelivered(node))
+        arrivals_.push_back(ArrivalOf(node, entries.back().bring));
 }
 
 // True when there is anything to bring. A missing attribute beside others is an empty one.
@@ -174,12 +175,7 @@ bool RowEngine::CloseElement() {
     if (!state.sources.empty()) CloseSources(state);
     if (Innermost().endAwaited) ConcludeParked();
     CloseGathers(state);
-    for (const int source : state.sources) {
-        if (Node(source).needsEnd && !BringsToOwnJoint(source))
-            Announce(source, EntriesOf(open_, source).back().bring);
-    }
-    if (!arrivals_.empty()) DeliverArrivals();
-    for (const int source : state.sources) EntriesOf(open_, source).pop_back();
+    if (!state.sources.empty()) LeaveSources(state);
     if (Innermost().foundBelow) ForgetFound();
     if (row_.usesNames) names_.resize(Innermost().nameStart);
     --depth_;
@@ -200,17 +196,31 @@ void RowEngine::CloseSources(const MatchState& state) {
         const BringRef& bring = EntriesOf(open_, source).back().bring;
         FillAtEnd(source, bring);
         if (Node(source).soughtAround) RememberText(source, bring);
-        if (BringsToOwnJoint(source) && IsDelivered(source)) Announce(source, bring);
+        if (BringsToOwnJoint(source) && IsDelivered(source)) arrivals_.push_back(ArrivalOf(source, bring));
     }
-    if (!arrivals_.empty()) DeliverArrivals();
+    if (!arrivals_.empty()) DeliverArrivals(arrivals_);
+}
+
+void RowEngine::LeaveSources(const MatchState& state) {
+    for (const int source : state.sources) {
+        if (!Node(source).needsEnd || BringsToOwnJoint(source)) continue;
+        const Arrival arrival = ArrivalOf(source, EntriesOf(open_, source).back().bring);
+        if (state.sources.size() == 1) {
+            DeliverArrivals({&arrival, 1});
+        } else {
+            arrivals_.push_back(arrival);
+        }
+    }
+    if (!arrivals_.empty()) DeliverArrivals(arrivals_);
+    for (const int source : state.sources) EntriesOf(open_, source).pop_back();
 }
 
 void RowEngine::RememberText(int node, const BringRef& bring) {
     const std::uint32_t around = Level() - 1;
-    Entries& entries = EntriesOf(found_, node);
+    auto& entries = found_[static_cast<std::size_t>(node)];
     // The element itself may still have an entry on top: what its own children brought.
     const auto place = std::find_if(entries.rbegin(), entries.rend(),
-                                    [&](const Entry& entry) { return entry.level <= around; });
+                                    [&](const Found& entry) { return entry.level <= around; });
     if (place != entries.rend() && place->level == around) {
         place->before = std::exchange(place->bring, bring);
     } else {
@@ -220,7 +230,7 @@ void RowEngine::RememberText(int node, const BringRef& bring) {
 }
 
 void RowEngine::ForgetFound() {
-    for (Entries& entries : found_) {
+    for (auto& entries : found_) {
         while (!entries.empty() && entries.back().level >= Level()) entries.pop_back();
     }
 }

@@ -60,17 +60,24 @@ class RowEngine final : public StreamingXml::XmlHandler {
         bool isPlain = false;         // its text means itself
         bool textLost = false;        // it exceeded the limit
     };
-    // An open element that matches a node, or one whose child brought a text.
+    // An open element that matches a node.
     struct Entry {
         std::uint32_t level;
         BringRef bring;
-        BringRef before;  // of a text that is arriving: the one before it
     };
     using Entries = std::vector<Entry>;
-    // What an element brings, on its way to where it is gathered.
+    // An open element whose child brought a text.
+    struct Found {
+        std::uint32_t level;
+        BringRef bring;
+        BringRef before;  // what it had before that
+    };
+    // What an element brings, on its way to where it is gathered; held by open_.
     struct Arrival {
         int node;
-        BringRef bring;
+        int joint;
+        int branch;
+        const BringRef* bring;
         Gather* gather;
     };
     // A field that is the number of an enclosing element's end.
@@ -99,6 +106,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void FillAtEnd(int node, const BringRef& bring);
     void SettleText(Bring::Field& field);
     void CloseSources(const MatchState& state);
+    void LeaveSources(const MatchState& state);
     void RememberText(int node, const BringRef& bring);
     void ForgetFound();
     void CloseGathers(const MatchState& state);
@@ -120,8 +128,9 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void ConcludeParked();
 
     // Rows (RowGathering.cpp)
-    void Announce(int node, const BringRef& bring);
-    void DeliverArrivals();
+    Arrival ArrivalOf(int node, const BringRef& bring);
+    void DeliverArrivals(std::span<const Arrival> arrivals);
+    void MakeRowBefore(const Arrival& arrival);
     void MarkArriving(bool isArriving);
     static bool HoldsWaiting(Gather& gather);
     static void Forget(Gather& gather, Gather::Waiting::iterator row);
@@ -158,7 +167,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
     bool Complete(int joint, const Gather& gather, Row& row);  // true when it lacks nothing
     void PreferAround(const Joint& joint, Row& row);
     bool IsOutranked(const Joint& joint, const Row& row, std::uint32_t level) const;
-    bool AnyAround(const Joint& joint, std::size_t branch, std::uint32_t level) const;
+    static bool IsOwnAny(const Joint& joint, int branch, const Row& row);
+    bool AnyAround(const Joint& joint, int branch, std::uint32_t level) const;
     void LookInOwnPath(int joint, Row& row, std::size_t operand);
     bool FindAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
     bool FindTextAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
@@ -182,8 +192,8 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::uint64_t skipped_ = 0;  // open elements beyond the limit
     bool anyLost_ = false;       // a value has exceeded the limit
 
-    std::vector<Entries> open_;   // by node: the open elements that match it
-    std::vector<Entries> found_;  // by node: open elements with the last text that a child brought for it
+    std::vector<Entries> open_;              // by node: the open elements that match it
+    std::vector<std::vector<Found>> found_;  // by node: with the last text that a child brought for it
     std::vector<std::vector<std::unique_ptr<Gather>>> gathers_;  // by joint, the innermost last
     std::vector<std::unique_ptr<Gather>> spareGathers_;
     int rootJoint_ = kNone;

@@ -6,43 +6,39 @@
 
 namespace Metrics::detail {
 
-void RowEngine::Announce(int node, const BringRef& bring) {
+RowEngine::Arrival RowEngine::ArrivalOf(int node, const BringRef& bring) {
     const PatternNode& pattern = Node(node);
     const Joint& joint = JointAt(pattern.joint);
     const std::uint32_t level = bring->level - static_cast<std::uint32_t>(pattern.depth - joint.depth);
-    arrivals_.push_back({node, bring, &GatherAt(pattern.joint, level)});
+    return {node, pattern.joint, joint.branchOf[pattern.operands.front()], &bring,
+            &GatherAt(pattern.joint, level)};
+}
+
+// All that one element brings comes at once: rows of what came before it hold none of it.
+void RowEngine::DeliverArrivals(std::span<const Arrival> arrivals) {
+    for (const Arrival& arrival : arrivals) MakeRowBefore(arrival);
+    for (const auto& [node, joint, branch, bring, gather] : arrivals) {
+        gather->pending[static_cast<std::size_t>(branch)] = *bring;
+        gather->pendingNode[static_cast<std::size_t>(branch)] = node;
+        for (const std::uint32_t operand : Node(node).operands) gather->last[operand] = *bring;
+    }
+    for (const Arrival& arrival : arrivals) {
+        if (!arrival.gather->waiting.empty()) OfferToWaiting(arrival.joint, *arrival.gather, arrival.branch);
+    }
+    arrivals_.clear();
+}
+
+void RowEngine::MakeRowBefore(const Arrival& arrival) {
+    const BringRef& last = arrival.gather->pending[static_cast<std::size_t>(arrival.branch)];
+    if (!last || last->used) return;
+    MarkArriving(true);
+    MakeRow(arrival.joint, *arrival.gather, Moment::BroughtAgain);
+    MarkArriving(false);
 }
 
 void RowEngine::MarkArriving(bool isArriving) {
     for (const int source : Innermost().state->sources)
         EntriesOf(open_, source).back().bring->isArriving = isArriving;
-}
-
-// All that one element brings comes at once: rows of what came before it hold none of it.
-void RowEngine::DeliverArrivals() {
-    const auto branchOf = [this](const Arrival& arrival) {
-        const PatternNode& node = Node(arrival.node);
-        return JointAt(node.joint).branchOf[node.operands.front()];
-    };
-    for (const Arrival& arrival : arrivals_) {
-        const BringRef& last = arrival.gather->pending[static_cast<std::size_t>(branchOf(arrival))];
-        if (!last || last->used) continue;
-        MarkArriving(true);
-        MakeRow(Node(arrival.node).joint, *arrival.gather, Moment::BroughtAgain);
-        MarkArriving(false);
-    }
-    for (const Arrival& arrival : arrivals_) {
-        const auto branch = static_cast<std::size_t>(branchOf(arrival));
-        arrival.gather->pending[branch] = arrival.bring;
-        arrival.gather->pendingNode[branch] = arrival.node;
-        for (const std::uint32_t operand : Node(arrival.node).operands)
-            arrival.gather->last[operand] = arrival.bring;
-    }
-    for (const Arrival& arrival : arrivals_) {
-        if (!arrival.gather->waiting.empty())
-            OfferToWaiting(Node(arrival.node).joint, *arrival.gather, branchOf(arrival));
-    }
-    arrivals_.clear();
 }
 
 Gather* RowEngine::FindGather(int joint, std::uint32_t level) const {
@@ -149,7 +145,7 @@ void RowEngine::OfferToWaiting(int joint, Gather& gather, int branch) {
         if (isLive) {
             for (const std::uint32_t operand : at.operandsOf[slot])
                 if (gather.last[operand]) row.cells[operand] = {gather.last[operand], true, false};
-            if (at.node == kRoot) PreferAround(at, row);
+            if (!at.labels.empty()) PreferAround(at, row);
             if (!LacksNothing(row)) continue;
             Write(row);
         }

@@ -58,7 +58,7 @@ bool RowEngine::Complete(int joint, const Gather& gather, Row& row) {
     const Joint& origin = JointAt(row.origin);
     const Joint& at = JointAt(joint);
     if (origin.allShareName && LacksNothing(row)) return true;
-    if (at.node == kRoot) PreferAround(at, row);
+    if (!at.labels.empty()) PreferAround(at, row);
     for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
         if (IsSet(row, operand)) continue;
         if (origin.ownPath[operand]) {
@@ -76,13 +76,10 @@ bool RowEngine::Complete(int joint, const Gather& gather, Row& row) {
 // A nested context's id never labels the outer one's time: where the row gathered a label from inside and
 // there is one around, all of it is had from there.
 void RowEngine::PreferAround(const Joint& joint, Row& row) {
-    for (std::size_t branch = 0; branch < joint.isLabel.size(); ++branch) {
-        const auto& operands = joint.operandsOf[branch];
-        const auto isOwn = [&](std::uint32_t operand) { return row.cells[operand].own; };
-        if (!joint.isLabel[branch] || std::none_of(operands.begin(), operands.end(), isOwn)) continue;
-        if (!HoldsUnusedBeside(row, joint, static_cast<int>(branch)) || !AnyAround(joint, branch, row.level))
-            continue;
-        for (const std::uint32_t operand : operands) {
+    for (const int branch : joint.labels) {
+        if (!IsOwnAny(joint, branch, row) || !HoldsUnusedBeside(row, joint, branch)) continue;
+        if (!AnyAround(joint, branch, row.level)) continue;
+        for (const std::uint32_t operand : joint.operandsOf[static_cast<std::size_t>(branch)]) {
             row.cells[operand] = {};
             FindAround(operand, row.level, row.cells[operand]);
         }
@@ -91,18 +88,19 @@ void RowEngine::PreferAround(const Joint& joint, Row& row) {
 
 // Whether it is itself such a label where the joint's element gathers.
 bool RowEngine::IsOutranked(const Joint& joint, const Row& row, std::uint32_t level) const {
-    for (std::size_t branch = 0; branch < joint.isLabel.size(); ++branch) {
-        const auto& operands = joint.operandsOf[branch];
-        const auto isOwn = [&](std::uint32_t operand) { return row.cells[operand].own; };
-        if (joint.isLabel[branch] && std::any_of(operands.begin(), operands.end(), isOwn) &&
-            AnyAround(joint, branch, level))
-            return true;
-    }
-    return false;
+    return std::any_of(joint.labels.begin(), joint.labels.end(), [&](int branch) {
+        return IsOwnAny(joint, branch, row) && AnyAround(joint, branch, level);
+    });
 }
 
-bool RowEngine::AnyAround(const Joint& joint, std::size_t branch, std::uint32_t level) const {
-    const auto& operands = joint.operandsOf[branch];
+bool RowEngine::IsOwnAny(const Joint& joint, int branch, const Row& row) {
+    const auto& operands = joint.operandsOf[static_cast<std::size_t>(branch)];
+    return std::any_of(operands.begin(), operands.end(),
+                       [&](std::uint32_t operand) { return row.cells[operand].own; });
+}
+
+bool RowEngine::AnyAround(const Joint& joint, int branch, std::uint32_t level) const {
+    const auto& operands = joint.operandsOf[static_cast<std::size_t>(branch)];
     return std::any_of(operands.begin(), operands.end(), [&](std::uint32_t operand) {
         Cell cell;
         return FindAround(operand, level, cell);
@@ -142,7 +140,7 @@ bool RowEngine::FindAround(std::size_t operand, std::uint32_t level, Cell& cell)
 }
 
 bool RowEngine::FindTextAround(std::size_t operand, std::uint32_t level, Cell& cell) const {
-    const Entries& entries = found_[static_cast<std::size_t>(row_.operands[operand].node)];
+    const auto& entries = found_[static_cast<std::size_t>(row_.operands[operand].node)];
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
         if (entry->level > level) continue;
         const BringRef& bring = entry->bring->isArriving ? entry->before : entry->bring;
