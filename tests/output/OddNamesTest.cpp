@@ -159,6 +159,7 @@ TEST(OddNames, ThatABufferCutsAreMentionedOnce) {
         output.OpenStream(nullptr, 1);
         output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, std::string(size, 'x').c_str())});
         output.CloseDown();
+        output.Conclude();
         const Lines line = {"MX: MetricsOutput: texts of more than 254 bytes were cut in a buffer"};
         EXPECT_EQ(log.Take(), size == 255 ? line : Lines()) << size;
     }

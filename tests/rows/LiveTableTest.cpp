@@ -15,7 +15,7 @@ using enum MetricsEventType;
 // As an output drives it: what is there is handed on now and then.
 std::string Live(const std::string& definition, const std::vector<MetricsEvent>& events, char separator) {
     std::ostringstream out;
-    TextWriter table(out, "", separator, detail::SplitDefinition(definition));
+    TextWriter table(out, separator, detail::SplitDefinition(definition));
     try {
         table.Begin();
         for (const MetricsEvent& event : events) {
@@ -37,7 +37,7 @@ TEST(LiveTable, HeaderAndRowsComeAtOnceThoseOfASummaryWithTheEnd) {
                   {"[n]:count(x)", "", "", "n\n1\n"}};
     for (const auto& [definition, begun, flushed, ended] : tables) {
         std::ostringstream out;
-        TextWriter table(out, "", '|', {definition});
+        TextWriter table(out, '|', {definition});
         table.Begin();
         EXPECT_EQ(out.str(), begun);
         table.Write(Value(1, "x", 2));
@@ -71,7 +71,7 @@ TEST(LiveTable, HasOneOfEverythingForTheFeedsOfManyRoots) {
     detail::LiveTable table(out, ',', {"rownum()", "*.v", "nodenum(*.v)", "linenum(*.v)", "id(*.v)"});
     table.Begin();
     std::deque<detail::LiveRows> roots;
-    for (int root = 0; root < 2; ++root) roots.emplace_back(table.Row(), table.Reader());
+    for (int root = 0; root < 2; ++root) roots.emplace_back(table.Reader());
     for (int value = 0; value < 2; ++value)
         for (int root = 0; root < 2; ++root) {
             roots[root].Write(OpenScope(root, "a"));

@@ -3,6 +3,7 @@
 
 #include "metrics/reader/XmlScanner.h"
 #include "metrics/rows/ColumnSpec.h"
+#include "metrics/rows/RowEngine.h"
 #include "metrics/rows/RowReader.h"
 
 #if defined(__linux__)
