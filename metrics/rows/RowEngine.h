@@ -95,6 +95,11 @@ class RowEngine final : public StreamingXml::XmlHandler {
     Entries& EntriesOf(std::vector<Entries>& all, int node) { return all[static_cast<std::size_t>(node)]; }
 
     // Elements (RowEngine.cpp)
+    template <bool isMarkup>
+    void Open(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+              std::uint64_t line);
+    void OpenUndone(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                    std::uint64_t line);
     void SkipElement(std::string_view name);
     bool CloseSkipped();
     void LoseText();
@@ -188,7 +193,6 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::size_t depth_ = 0;
     std::string names_;  // of the open elements, when a fact needs them
     std::uint64_t lastNumber_ = 0;
-    std::string undoneName_;
     std::uint64_t skipped_ = 0;  // open elements beyond the limit
     bool anyLost_ = false;       // a value has exceeded the limit
 
