@@ -1,5 +1,6 @@
 #include "metrics/output/FileTarget.h"
 
+#include <exception>
 #include <memory>
 #include <utility>
 
@@ -16,6 +17,19 @@ OutputTarget MakeFileTarget(const WriterSettings& settings, const std::string& n
     target.writer = MakeWriter(settings, target.stream, name);
     target.file->Open(name, opening);
     return target;
+}
+
+FileTargets MakeFileTargets(const WriterSettings& settings, const std::string& pattern,
+                            const std::vector<std::uint64_t>& roots) {
+    FileTargets targets;
+    try {
+        for (const std::uint64_t id : roots)
+            targets.try_emplace(id, MakeFileTarget(settings, WildcardName(pattern, id),
+                                                   OutputFileStream::Opening::DoesNotWait));
+    } catch (const std::exception&) {
+        // Whoever needs it will find out.
+    }
+    return targets;
 }
 
 OutputTarget MakeNullTarget(const WriterSettings& settings) {

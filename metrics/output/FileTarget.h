@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "metrics/output/OutputFile.h"
 #include "metrics/output/TargetList.h"
@@ -12,6 +15,10 @@ namespace Metrics::detail {
 // the row definition before it looks for the file, and then a FileError.
 OutputTarget MakeFileTarget(const WriterSettings& settings, const std::string& name,
                             OutputFileStream::Opening opening);
+// The same for roots, by their ids, up to the first file that can't be opened.
+using FileTargets = std::map<std::uint64_t, OutputTarget>;
+FileTargets MakeFileTargets(const WriterSettings& settings, const std::string& pattern,
+                            const std::vector<std::uint64_t>& roots);
 // A target that writes nowhere.
 OutputTarget MakeNullTarget(const WriterSettings& settings);
 

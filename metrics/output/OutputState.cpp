@@ -5,7 +5,6 @@
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/base/FileError.h"
 #include "metrics/output/EventKind.h"
-#include "metrics/output/FileTarget.h"
 #include "metrics/rows/ColumnSpec.h"
 
 namespace Metrics::detail {
@@ -46,6 +45,13 @@ RootStreams::Form FormOf(MetricsOutput::Format format) {
         case MetricsOutput::Format::Buffer: return RootStreams::Form::Events;
         default: return RootStreams::Form::Elements;
     }
+}
+
+std::vector<std::uint64_t> RootsIn(const std::vector<MetricsEvent>& batch) {
+    std::vector<std::uint64_t> roots;
+    for (const MetricsEvent& event : batch)
+        if (CreatesRoot(event) && CreatedContext(event) != 0) roots.push_back(CreatedContext(event));
+    return roots;
 }
 
 }  // namespace
@@ -108,7 +114,7 @@ void OutputState::Guarded(Action action, bool flush) noexcept {
 void OutputState::ProcessBatch(const std::vector<MetricsEvent>& batch) noexcept {
     const Teller teller(*this);
     const bool endsCycle = !core_->MoreFollows();
-    Prepared prepared = PrepareFiles(batch);
+    FileTargets prepared = PrepareFiles(batch);
     const auto process = [&] {
         if (!Writes()) return;
         prepared_.swap(prepared);
@@ -125,30 +131,21 @@ void OutputState::ProcessBatch(const std::vector<MetricsEvent>& batch) noexcept 
 
 // The system may take its time to open a file, so that is done before the lock is taken. What can't be opened
 // is tried again when the root begins, and then is an error.
-OutputState::Prepared OutputState::PrepareFiles(const std::vector<MetricsEvent>& batch) noexcept {
-    Prepared prepared;
-    if (mode_ != Mode::PerContext) return prepared;
-    try {
-        std::vector<std::uint64_t> roots;
-        for (const MetricsEvent& event : batch)
-            if (CreatesRoot(event)) roots.push_back(CreatedContext(event));
-        if (roots.empty()) return prepared;
-        std::unique_lock lock(lock_);
-        if (!Writes() || !router_ || wildcard_.empty()) return prepared;
-        std::erase_if(roots, [&](std::uint64_t id) {
-            return id == 0 || targets_.Audiences().contains(id) || router_->HasRoot(id) ||
-                   router_->IsChild(id);
-        });
-        const WriterSettings settings = settings_;
-        const std::string pattern = wildcard_;
-        lock.unlock();
-        for (const std::uint64_t id : roots)
-            prepared.try_emplace(id,
-                                 MakeFileTarget(settings, WildcardName(pattern, id), Opening::DoesNotWait));
-    } catch (...) {
-        // As above.
-    }
-    return prepared;
+FileTargets OutputState::PrepareFiles(const std::vector<MetricsEvent>& batch) noexcept try {
+    if (mode_ != Mode::PerContext) return {};
+    std::vector<std::uint64_t> roots = RootsIn(batch);
+    if (roots.empty()) return {};
+    std::unique_lock lock(lock_);
+    if (!Writes() || !router_ || wildcard_.empty()) return {};
+    std::erase_if(roots, [&](std::uint64_t id) {
+        return targets_.Audiences().contains(id) || router_->HasRoot(id) || router_->IsChild(id);
+    });
+    const WriterSettings settings = settings_;
+    const std::string pattern = wildcard_;
+    lock.unlock();
+    return MakeFileTargets(settings, pattern, roots);
+} catch (...) {
+    return {};  // no memory
 }
 
 void OutputState::OpenFile(const std::string& name, std::uint64_t contextId, bool isNew) {
@@ -159,9 +156,9 @@ void OutputState::OpenFile(const std::string& name, std::uint64_t contextId, boo
         const bool mayWait = !core_->OnWorkerThread();
         OutputTarget target =
             MakeFileTarget(settings, name, mayWait ? Opening::MayWait : Opening::DoesNotWait);
-        target.file->Empty();
         const TableSchema schema{name, mode_ == Mode::Borrowed ? std::string() : SchemaBeside(target)};
         if (!schema.entries.empty()) WriteSchemas({&schema, 1});
+        target.file->Empty();
         const Locked locked(*this);
         HintAtDefinition(name);
         streams_.reserve(streams_.size() + 1);
@@ -250,7 +247,8 @@ void OutputState::HintAtDefinition(const std::string& destination) {
 }
 
 void OutputState::HintAtContext(std::uint64_t contextId, bool isNew) {
-    if (!router_ || mode_ == Mode::Single || mode_ == Mode::Completed) return;
+    const bool servesOneContext = mode_ == Mode::Borrowed || mode_ == Mode::PerContext;
+    if (!router_ || !servesOneContext) return;
     if (contextId == 0) return hints_.ContextZero();
     if (router_->IsChild(contextId)) return hints_.NoRoot(contextId);
     if (!isNew && !router_->HasRoot(contextId) && contextId <= core_->LastContextId())

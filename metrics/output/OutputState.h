@@ -12,6 +12,7 @@
 #include "metrics/MetricsOutput.h"
 #include "metrics/manager/Core.h"
 #include "metrics/output/EventRouter.h"
+#include "metrics/output/FileTarget.h"
 #include "metrics/output/Notices.h"
 #include "metrics/output/TargetHints.h"
 #include "metrics/output/TargetList.h"
@@ -72,8 +73,6 @@ class OutputState {
   private:
     class Locked;
     class Teller;
-    using Prepared = std::map<std::uint64_t, OutputTarget>;  // by root
-
     bool Writes() const { return !closed_ && errors_.empty(); }
     // Runs an action under the lock and finishes the batch. What it throws becomes an error.
     template <class Action>
@@ -84,7 +83,7 @@ class OutputState {
 
     // These two without the lock.
     bool MayOpen(const std::string& name, WriterSettings& settings);
-    Prepared PrepareFiles(const std::vector<MetricsEvent>& batch) noexcept;
+    FileTargets PrepareFiles(const std::vector<MetricsEvent>& batch) noexcept;
 
     // A target that the host opened gets what is there already.
     void Begin(OutputTarget& target, bool isNew);
@@ -118,7 +117,7 @@ class OutputState {
     bool misnested_ = false;             // to be told
     std::map<std::uint64_t, std::shared_ptr<MetricsValueBuffer>> buffers_;
 
-    Prepared prepared_;                 // files that were opened for new roots of the batch
+    FileTargets prepared_;              // files that were opened for new roots of the batch
     std::vector<TableSchema> schemas_;  // of tables that opened by themselves: due when the cycle ends
     std::vector<Notice> notices_;
     TargetHints hints_{notices_};

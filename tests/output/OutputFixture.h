@@ -10,6 +10,7 @@
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/output/OutputState.h"
 #include "tests/support/FolderTest.h"
+#include "tests/support/Recorder.h"
 
 namespace Metrics::Testing {
 
@@ -117,6 +118,13 @@ inline Briefs Decode(const std::shared_ptr<MetricsValueBuffer>& buffer) {
     Briefs briefs;
     for (const MetricsEvent& event : ReadEvents(*buffer)) briefs.push_back(Brief(event));
     return briefs;
+}
+
+// What an output says in the log.
+inline Lines InLog(const Lines& errors) {
+    Lines lines;
+    for (const std::string& error : errors) lines.push_back("MX: MetricsOutput: " + error);
+    return lines;
 }
 
 using OutputTest = FolderTest;
