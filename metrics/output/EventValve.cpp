@@ -70,15 +70,16 @@ void EventRouter::LeaveTurns(Audience& audience) {
 void EventRouter::LogLeaving(const RootRecord& root) {
     std::size_t waiting = 0;
     for (const auto& [id, one] : sequencer_.Forest().Roots()) waiting += one.waiting;
-    log_("MetricsOutput: more than " + std::to_string(heldLimit_ >> 20) + " MiB wait: " +
-         std::to_string(waiting) + " events, for context " + std::to_string(root.chain.back()) +
-         " to close, which holds root " + std::to_string(root.id) +
+    log_("MetricsOutput: more than " + std::to_string(heldLimit_ >> 20) +
+         " MiB wait: " + std::to_string(waiting) + " events, for context " +
+         std::to_string(root.chain.back()) + " to close, which holds root " + std::to_string(root.id) +
          "; until nothing waits, roots are written in the order in which they end");
 }
 
 void EventRouter::TakeTurnsAgain() {
     const auto& roots = sequencer_.Forest().Roots();
-    if (std::any_of(roots.begin(), roots.end(), [](const auto& entry) { return Waits(entry.second); })) return;
+    if (std::any_of(roots.begin(), roots.end(), [](const auto& entry) { return Waits(entry.second); }))
+        return;
     sequencer_.TakeTurns(leftAt_);
 }
 

@@ -12,7 +12,8 @@ namespace Metrics::detail {
 namespace {
 
 constexpr char kMisnested[] =
-    "MetricsOutput: a context or scope closed while scopes inside it were open; they are written as ended there";
+    "MetricsOutput: a context or scope closed while scopes inside it were open; they are written as ended "
+    "there";
 
 OutputTarget MakeNullTarget() {
     OutputTarget target;
@@ -70,9 +71,8 @@ OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format f
     if (format == Format::RawUnordered) return;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };
-    router_ =
-        std::make_unique<EventRouter>(RoutingOf(mode), FormOf(format), targets_, std::move(onRoot),
-                                      [this](std::string line) { log_.push_back(std::move(line)); });
+    router_ = std::make_unique<EventRouter>(RoutingOf(mode), FormOf(format), targets_, std::move(onRoot),
+                                            [this](std::string line) { log_.push_back(std::move(line)); });
 }
 
 template <class Action>

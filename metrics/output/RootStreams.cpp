@@ -82,7 +82,9 @@ void RootStreams::SplitOff(Audience& audience, RootRecord& parent, RootRecord& c
     own.open = stream.open;
     own.open.StartElsewhere();
     if (stream.open.IsCut()) return stream.open.Forget(child.id);
-    stream.open.CloseOf(child.id, [&](const MetricsEvent& closing) { Send(audience, stream, {&closing, 1}); });
+    stream.open.CloseOf(child.id, [&](const MetricsEvent& closing) {
+        Send(audience, stream, {&closing, 1});
+    });
     if (form_ == Form::Rows) targets_.WriteRows(audience, stream.table, {});
     targets_.Interrupt(audience);
 }

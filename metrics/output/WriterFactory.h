@@ -15,7 +15,7 @@ struct WriterSettings {
     MetricsOutput::Format format;
     bool mute = false;
     std::vector<std::string> rowDefinition;
-    bool misnested = false;  // set by writers when something closed before what is open inside
+    bool misnested = false;   // set by writers when something closed before what is open inside
     std::string rootElement;  // of XML, or empty
 };
 
@@ -23,7 +23,8 @@ struct WriterSettings {
 void CheckDefinition(const WriterSettings& settings);
 
 // Makes the writer of a new target. `stream` may be null for Buffer only; `schemaFor` is the file that a
-// table is to be described for, or empty. The settings must live as long. Throws RowDefinitionError, and std::runtime_error without a stream.
+// table is to be described for, or empty. The settings must live as long. Throws RowDefinitionError, and
+// std::runtime_error without a stream.
 std::unique_ptr<IWriter> MakeWriter(WriterSettings& settings, std::ostream* stream,
                                     const std::string& schemaFor);
 
