@@ -137,8 +137,8 @@ class METRICS_API MetricsOutput {
 
     /// Waits until what was posted before has been written, then closes by force the children that hold back
     /// a closed root: of root `contextId`, or of all with 0. In Single and Completed only 0 has an effect,
-    /// and open roots are closed too. Does nothing once closed. To be avoided in a subscriber's callback, where it cannot
-    /// wait.
+    /// and open roots are closed too. Does nothing once closed. To be avoided in a subscriber's callback,
+    /// where it cannot wait.
     void Finish(unsigned long long contextId);
     /// Waits until what was posted before has been delivered, and flushes what could be written. Forces
     /// nothing: in Single what came behind a root that is open still waits for it, in Completed what a root

@@ -2,14 +2,11 @@
 
 namespace Metrics::detail {
 
-std::size_t ElementStack::CloseFurtherOut(const Element& element) {
-    for (std::size_t at = open_.size(); at != 0 && open_[at - 1].context == element.context; --at) {
-        if (open_[at - 1].sequence != element.sequence) continue;
-        const std::size_t ended = open_.size() - at + 1;
-        open_.resize(at - 1, element);
-        return ended;
-    }
-    return 0;
+std::size_t ElementStack::FindFurtherOut(const MetricsEvent& event) const {
+    const std::uint64_t context = ContextOf(event);
+    for (std::size_t at = open_.size(); at != 0 && open_[at - 1].context == context; --at)
+        if (open_[at - 1].sequence == event.SequenceNumber()) return at - 1;
+    return open_.size();
 }
 
 }  // namespace Metrics::detail

@@ -15,38 +15,45 @@ namespace Metrics::detail {
 // are over by then; so nothing but scopes of the same context is ever ended along with one.
 class ElementStack {
   public:
-    std::size_t Size() const { return open_.size(); }
-
-    void Open(const MetricsEvent& event) { open_.push_back(Key(event)); }
-    // Ends the scope that the event closes. Returns how many elements that ended: 0 when it is not open.
-    std::size_t Close(const MetricsEvent& event) {
-        if (open_.empty() || !(open_.back() == Key(event))) [[unlikely]]
-            return CloseFurtherOut(Key(event));
-        open_.pop_back();
-        return 1;
-    }
-    // Ends what a context has open on top. Returns how many elements that were.
-    std::size_t Leave(std::uint64_t context) {
-        const std::size_t before = Size();
-        while (!open_.empty() && open_.back().context == context) open_.pop_back();
-        return before - Size();
-    }
-
-    void Clear() { open_.clear(); }
-
-  private:
     struct Element {
-        explicit Element(std::uint64_t id, std::uint32_t number) : context(id), sequence(number) {}
-        bool operator==(const Element&) const = default;
-
         std::uint64_t context;
         std::uint32_t sequence;
+        std::uint32_t part = 0;  // this and the next are for who cuts the stream, see PartStack
+        std::size_t first = 0;
     };
 
-    static Element Key(const MetricsEvent& event) {
-        return Element(ContextOf(event), event.SequenceNumber());
+    std::size_t Size() const { return open_.size(); }
+    Element& operator[](std::size_t index) { return open_[index]; }
+    const Element& operator[](std::size_t index) const { return open_[index]; }
+
+    void Open(const MetricsEvent& event, std::uint32_t part = 0, std::size_t first = 0) {
+        open_.push_back({ContextOf(event), event.SequenceNumber(), part, first});
     }
-    std::size_t CloseFurtherOut(const Element& element);
+    // Whether the event closes the innermost element.
+    bool ClosesInnermost(const MetricsEvent& event) const {
+        return !open_.empty() && open_.back().sequence == event.SequenceNumber() &&
+               open_.back().context == ContextOf(event);
+    }
+    // The element that the event closes; all from there on end with it. Size() when it is not open.
+    std::size_t Find(const MetricsEvent& event) const {
+        return ClosesInnermost(event) ? open_.size() - 1 : FindFurtherOut(event);
+    }
+    // The first of the elements on top that are of a context; Size() when none is.
+    std::size_t FirstOf(std::uint64_t context) const {
+        std::size_t at = open_.size();
+        while (at != 0 && open_[at - 1].context == context) --at;
+        return at;
+    }
+    // Ends all elements from this one on. Returns how many.
+    std::size_t EndFrom(std::size_t index) {
+        const std::size_t ended = open_.size() - index;
+        open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(index), open_.end());
+        return ended;
+    }
+    void EndInnermost() { open_.pop_back(); }
+
+  private:
+    std::size_t FindFurtherOut(const MetricsEvent& event) const;
 
     std::vector<Element> open_;
 };

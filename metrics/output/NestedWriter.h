@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <utility>
 
 #include "metrics/MetricsEvent.h"
@@ -23,32 +24,39 @@ class Nesting {
 
     template <class Sink>
     void Write(const MetricsEvent& event, Sink& sink) {
-        switch (event.Type()) {
-            case MetricsEventType::ScopeOpen: elements_.Open(event); break;
-            case MetricsEventType::ScopeClose:
-                if (const std::size_t ended = elements_.Close(event); ended != 1) [[unlikely]]
-                    return WriteClosings(event, ended, sink);
-                break;
-            case MetricsEventType::ContextClose:
-                if (const std::size_t ended = elements_.Leave(ContextOf(event)); ended != 0) [[unlikely]]
-                    WriteClosings(event, ended, sink);
-                break;
-            case MetricsEventType::DemuxSynthesized: return sink.Write(Forced(event));
-            default: break;
-        }
+        if (OpensOrCloses(event) && !Passes(event)) [[unlikely]]
+            return WriteOther(event, sink);
         sink.Write(event);
     }
 
-    void Clear() { elements_.Clear(); }
+    void Clear() { elements_.EndFrom(0); }
 
   private:
+    // Whether the sink may have the event as it is.
+    [[gnu::noinline]] bool Passes(const MetricsEvent& event) {
+        switch (event.Type()) {
+            case MetricsEventType::ScopeOpen: elements_.Open(event); return true;
+            case MetricsEventType::ScopeClose:
+                if (!elements_.ClosesInnermost(event)) return false;
+                elements_.EndInnermost();
+                return true;
+            case MetricsEventType::ContextClose:
+                return elements_.FirstOf(ContextOf(event)) == elements_.Size();
+            default: return event.Type() != MetricsEventType::DemuxSynthesized;
+        }
+    }
     template <class Sink>
-    void WriteClosings(const MetricsEvent& cause, std::size_t ended, Sink& sink) {
+    [[gnu::noinline]] void WriteOther(const MetricsEvent& event, Sink& sink) {
+        if (event.Type() == MetricsEventType::DemuxSynthesized) return sink.Write(Forced(event));
+        const bool isScope = event.Type() == MetricsEventType::ScopeClose;
+        std::size_t ended =
+            elements_.EndFrom(isScope ? elements_.Find(event) : elements_.FirstOf(ContextOf(event)));
         if (ended == 0) return sink.Write(ForceNothing());
         if (misnested_ != nullptr) *misnested_ = true;
-        MetricsEvent closing = cause;
+        MetricsEvent closing = event;
         closing.SetType(MetricsEventType::ScopeClose);
         for (; ended != 0; --ended) sink.Write(closing);
+        if (!isScope) sink.Write(event);
     }
     MetricsEvent Forced(const MetricsEvent& event);
 

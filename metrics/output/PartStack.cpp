@@ -34,14 +34,14 @@ void PartStack::SetOwnPartsAside(std::size_t end) {
 
 std::vector<std::size_t> PartStack::FirstParts(const EventFifo& events) const {
     ElementStack elements = elements_;
+    for (std::size_t i = 0; i < elements.Size(); ++i) elements[i].first = 0;  // of its marks, from here on
     std::vector<std::size_t> marks;
-    std::vector<std::size_t> first(open_.size(), 0);  // of the marks of each open element
-    std::size_t waiting = 0;                          // where those of the next one begin
+    std::size_t waiting = 0;  // where those of the next element begin
     std::size_t index = 0;
-    const auto drop = [&](std::size_t ended) {
-        if (ended != 0) {
-            waiting = first[first.size() - ended];
-            first.resize(first.size() - ended);
+    const auto drop = [&](std::size_t from) {
+        if (from != elements.Size()) {
+            waiting = elements[from].first;
+            elements.EndFrom(from);
         }
         marks.resize(waiting);
     };
@@ -51,16 +51,16 @@ std::vector<std::size_t> PartStack::FirstParts(const EventFifo& events) const {
                 if (IsCalledPart(event)) marks.push_back(index);
                 break;
             case MetricsEventType::ScopeOpen:
-                elements.Open(event);
-                first.push_back(waiting);
+                elements.Open(event, 0, waiting);
                 marks.push_back(index);
                 waiting = marks.size();
                 break;
-            case MetricsEventType::ScopeClose: drop(elements.Close(event)); break;
+            case MetricsEventType::ScopeClose: drop(elements.Find(event)); break;
             case MetricsEventType::ContextClose:
-                if (const std::size_t ended = elements.Leave(ContextOf(event)); ended != 0) drop(ended);
+                if (const std::size_t first = elements.FirstOf(ContextOf(event)); first != elements.Size())
+                    drop(first);
                 break;
-            case MetricsEventType::DemuxSynthesized: drop(elements.Leave(ContextOf(event))); break;
+            case MetricsEventType::DemuxSynthesized: drop(elements.FirstOf(ContextOf(event))); break;
             default: break;
         }
         ++index;
@@ -70,9 +70,8 @@ std::vector<std::size_t> PartStack::FirstParts(const EventFifo& events) const {
 }
 
 void PartStack::Clear() {
-    elements_.Clear();
-    open_.clear();
-    kept_.clear();
+    elements_.EndFrom(0);
+    kept_.Truncate(0);
     waiting_ = 0;
     isCut_ = false;
 }

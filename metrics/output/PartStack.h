@@ -7,6 +7,7 @@
 
 #include "metrics/output/ElementStack.h"
 #include "metrics/output/EventFifo.h"
+#include "metrics/output/EventStack.h"
 
 namespace Metrics::detail {
 
@@ -19,7 +20,8 @@ class PartStack {
   public:
     // Takes note of what is written as it is. Only while the stream is not cut.
     void Follow(std::span<const MetricsEvent> events) {
-        for (const MetricsEvent& event : events) Follow(event);
+        for (const MetricsEvent& event : events)
+            if (event.Type() == MetricsEventType::NameValue || OpensOrCloses(event)) Follow(event);
     }
     // Writes an event, whether the stream is cut or not.
     template <class Emit>
@@ -36,13 +38,13 @@ class PartStack {
     void Cut(Emit emit);
     bool IsCut() const { return isCut_; }
     // Nothing is open, and no attribute waits for what opens next.
-    bool Empty() const { return kept_.empty(); }
+    bool Empty() const { return kept_.Size() == 0; }
 
     // Ends what a context has open, when the others go on. For a stream that is not cut.
     template <class Emit>
     void CloseOf(std::uint64_t context, Emit emit);
     // The same for a stream that is cut, where nothing is to be written for that.
-    void Forget(std::uint64_t context) { Drop(elements_.Leave(context)); }
+    void Forget(std::uint64_t context) { Drop(elements_.FirstOf(context)); }
     // From now on the stream goes on elsewhere, where none of its elements is open yet.
     void StartElsewhere() { isCut_ = !Empty(); }
 
@@ -55,42 +57,38 @@ class PartStack {
   private:
     static constexpr std::size_t kMostAttributes = 4096;  // of one element
 
-    struct Open {
-        std::size_t first;  // of its attributes in kept_; its opening follows them
-        std::int64_t part;  // that is written, or was
-    };
-
     void Follow(const MetricsEvent& event) {
         switch (event.Type()) {
             case MetricsEventType::NameValue:
-                if (kept_.size() - waiting_ < kMostAttributes) kept_.push_back(event);
+                if (kept_.Size() - waiting_ < kMostAttributes) kept_.Push(event);
                 return;
             case MetricsEventType::ScopeOpen:
-                elements_.Open(event);
-                open_.push_back({waiting_, 1});
-                kept_.push_back(event);
-                waiting_ = kept_.size();
+                elements_.Open(event, 1, waiting_);
+                kept_.Push(event);
+                waiting_ = kept_.Size();
                 return;
-            case MetricsEventType::ScopeClose: return Drop(elements_.Close(event));
-            case MetricsEventType::ContextClose:
-                if (const std::size_t ended = elements_.Leave(ContextOf(event)); ended != 0) Drop(ended);
-                return;
-            case MetricsEventType::DemuxSynthesized: return Drop(elements_.Leave(ContextOf(event)));
+            case MetricsEventType::ScopeClose: return Drop(elements_.Find(event));
+            case MetricsEventType::ContextClose: return Leave(ContextOf(event));
+            case MetricsEventType::DemuxSynthesized: return Drop(elements_.FirstOf(ContextOf(event)));
             default: return;
         }
     }
-    // Forgets elements on top, and the attributes that wait for one.
-    void Drop(std::size_t count) {
-        if (count != 0) {
-            waiting_ = open_[open_.size() - count].first;
-            open_.resize(open_.size() - count);
+    // Attributes go on waiting when a context closes without scopes.
+    void Leave(std::uint64_t context) {
+        const std::size_t first = elements_.FirstOf(context);
+        if (first != elements_.Size()) Drop(first);
+    }
+    // Forgets the elements from this one on, and the attributes that wait for one.
+    void Drop(std::size_t from) {
+        if (from != elements_.Size()) {
+            waiting_ = elements_[from].first;
+            elements_.EndFrom(from);
         }
-        if (waiting_ != kept_.size())
-            kept_.erase(kept_.begin() + static_cast<std::ptrdiff_t>(waiting_), kept_.end());
-        isCut_ = isCut_ && !kept_.empty();
+        kept_.Truncate(waiting_);
+        isCut_ = isCut_ && !Empty();
     }
     std::size_t EndOf(std::size_t element) const {
-        return element + 1 < open_.size() ? open_[element + 1].first : waiting_;
+        return element + 1 < elements_.Size() ? elements_[element + 1].first : waiting_;
     }
     const MetricsEvent& OpeningOf(std::size_t element) const { return kept_[EndOf(element) - 1]; }
 
@@ -100,10 +98,9 @@ class PartStack {
     void OpenAgain(Emit emit);
     void SetOwnPartsAside(std::size_t end);
 
-    ElementStack elements_;
-    std::vector<Open> open_;          // as many as elements_ has
-    std::vector<MetricsEvent> kept_;  // their attributes and openings, then the attributes of the next one
-    std::size_t waiting_ = 0;         // where the latter begin
+    ElementStack elements_;    // with the number of the part, and where what is kept of each begins
+    EventStack kept_;          // their attributes and openings, then the attributes of the next one
+    std::size_t waiting_ = 0;  // where the latter begin
     bool isCut_ = false;
 };
 
@@ -118,7 +115,7 @@ MetricsEvent SetAside(const MetricsEvent& attribute);
 template <class Emit>
 void PartStack::WriteMarked(const MetricsEvent& event, Emit emit) {
     if (event.Type() == MetricsEventType::NameValue) return Write(SetAside(event), emit);
-    SetOwnPartsAside(kept_.size());
+    SetOwnPartsAside(kept_.Size());
     if (isCut_) OpenAgain(emit);
     emit(PartAttribute(event, 1));
     Write(event, emit);
@@ -127,18 +124,17 @@ void PartStack::WriteMarked(const MetricsEvent& event, Emit emit) {
 template <class Emit>
 void PartStack::Cut(Emit emit) {
     if (isCut_) return;
-    for (std::size_t element = open_.size(); element != 0; --element) emit(Closing(OpeningOf(element - 1)));
-    isCut_ = !kept_.empty();
+    for (std::size_t element = elements_.Size(); element != 0; --element)
+        emit(Closing(OpeningOf(element - 1)));
+    isCut_ = !Empty();
 }
 
 template <class Emit>
 void PartStack::CloseOf(std::uint64_t context, Emit emit) {
-    while (!open_.empty() && ContextOf(OpeningOf(open_.size() - 1)) == context) {
-        const MetricsEvent closing = Closing(OpeningOf(open_.size() - 1));
-        Follow(closing);
-        emit(closing);
-    }
-    Drop(0);
+    const std::size_t first = elements_.FirstOf(context);
+    for (std::size_t element = elements_.Size(); element != first; --element)
+        emit(Closing(OpeningOf(element - 1)));
+    Drop(first);
 }
 
 // Nothing is opened only to be closed.
@@ -146,9 +142,10 @@ template <class Emit>
 void PartStack::WriteCut(const MetricsEvent& event, Emit emit) {
     switch (event.Type()) {
         case MetricsEventType::ScopeClose: {
-            const std::size_t ended = elements_.Close(event);
+            const std::size_t ended = elements_.Find(event);
+            const bool isOpen = ended != elements_.Size();
             Drop(ended);
-            if (ended == 0) emit(event);
+            if (!isOpen) emit(event);
             return;
         }
         case MetricsEventType::DemuxSynthesized:
@@ -167,13 +164,13 @@ template <class Emit>
 void PartStack::OpenAgain(Emit emit) {
     SetOwnPartsAside(waiting_);
     isCut_ = false;
-    for (std::size_t element = 0; element < open_.size(); ++element) {
+    for (std::size_t element = 0; element < elements_.Size(); ++element) {
         const std::size_t opening = EndOf(element) - 1;
-        for (std::size_t at = open_[element].first; at < opening; ++at) emit(kept_[at]);
-        emit(PartAttribute(kept_[opening], ++open_[element].part));
+        for (std::size_t at = elements_[element].first; at < opening; ++at) emit(kept_[at]);
+        emit(PartAttribute(kept_[opening], ++elements_[element].part));
         emit(kept_[opening]);
     }
-    for (std::size_t at = waiting_; at < kept_.size(); ++at) emit(kept_[at]);
+    for (std::size_t at = waiting_; at < kept_.Size(); ++at) emit(kept_[at]);
 }
 
 }  // namespace Metrics::detail

@@ -81,7 +81,8 @@ void MarkAtRandom(Random& random) {
     }
 }
 
-constexpr const char* kOddNames[] = {"GET /x?id=7", "a='b", "!--x", "?x", "", "vector<int>", "part", "xmlns", "\xFF", "7"};
+constexpr const char* kOddNames[] = {"GET /x?id=7", "a='b", "!--x",  "?x",   "",
+                                     "vector<int>", "part", "xmlns", "\xFF", "7"};
 
 // Scopes and contexts that close in any order, under odd names.
 void CloseInAnyOrder(Random& random) {
