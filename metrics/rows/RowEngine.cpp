@@ -20,6 +20,8 @@ RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver, RowNotices& 
       gathers_(row.joints.size()) {
     frames_.push_back({states_.Root()});
     if (row.nodes[kRoot].isJoint) rootJoint_ = row.nodes[kRoot].joint;
+    for (std::size_t node = 0; node < row.nodes.size(); ++node)
+        if (row.nodes[node].soughtAround) soughtNodes_.push_back(static_cast<int>(node));
     awaitsEnds_ = std::any_of(row.operands.begin(), row.operands.end(), [](const RowOperand& operand) {
         return operand.what.fact == Function::NodeEnd;
     });
@@ -246,20 +248,25 @@ void RowEngine::RememberText(int node, const BringRef& bring) {
 }
 
 void RowEngine::ForgetFound() {
-    for (auto& entries : found_) {
+    for (const int node : soughtNodes_) {
+        auto& entries = found_[static_cast<std::size_t>(node)];
         while (!entries.empty() && entries.back().level >= Level()) entries.pop_back();
     }
 }
 
 void RowEngine::CloseGathers(const MatchState& state) {
-    for (const int joint : state.joints) CloseGather(joint, Level());
-    if (rootJoint_ != kNone) CloseGather(rootJoint_, Level());
+    const auto closeOne = [this](int joint) {
+        const auto& stack = gathers_[static_cast<std::size_t>(joint)];
+        if (!stack.empty() && stack.back()->level == Level()) CloseGather(joint);
+    };
+    for (const int joint : state.joints) closeOne(joint);
+    if (rootJoint_ != kNone) closeOne(rootJoint_);
 }
 
 void RowEngine::Finish() {
     while (CloseElement()) {
     }
-    if (rootJoint_ != kNone) CloseGather(rootJoint_, 0);
+    CloseGathers(*Innermost().state);
     if (Innermost().foundBelow) ForgetFound();
     Innermost().foundBelow = false;
     lastNumber_ = 0;

@@ -153,7 +153,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void Wait(int joint, Gather& gather, Row& row);  // takes the row
     void HandUp(int joint, Row& row);
     void Arrive(int joint, Gather& gather, Row& row, int branch);
-    void CloseGather(int joint, std::uint32_t level);
+    void CloseGather(int joint);  // the innermost
     void Conclude(Row& row);
     void NoteWaiting(std::size_t level, int node);
     bool HoldsLost(const Row& row) const;
@@ -196,8 +196,11 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::uint64_t skipped_ = 0;  // open elements beyond the limit
     bool anyLost_ = false;       // a value has exceeded the limit
 
-    std::vector<Entries> open_;              // by node: the open elements that match it
-    std::vector<std::vector<Found>> found_;  // by node: with the last text that a child brought for it
+    std::vector<Entries> open_;  // by node: the open elements that match it
+    // By node: the open elements with the last text that a child brought for it. Only nodes whose texts are
+    // sought around have any.
+    std::vector<std::vector<Found>> found_;
+    std::vector<int> soughtNodes_;
     std::vector<std::vector<std::unique_ptr<Gather>>> gathers_;  // by joint, the innermost last
     std::vector<std::unique_ptr<Gather>> spareGathers_;
     int rootJoint_ = kNone;

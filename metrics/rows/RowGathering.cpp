@@ -178,9 +178,8 @@ void RowEngine::Arrive(int joint, Gather& gather, Row& row, int branch) {
     }
 }
 
-void RowEngine::CloseGather(int joint, std::uint32_t level) {
+void RowEngine::CloseGather(int joint) {
     auto& stack = gathers_[static_cast<std::size_t>(joint)];
-    if (stack.empty() || stack.back()->level != level) return;
     const std::unique_ptr<Gather>& gather = stack.back();
     while (!gather->waiting.empty()) {
         Row row = std::move(gather->waiting.begin()->second);

@@ -129,8 +129,7 @@ bool RowEngine::FindAround(std::size_t operand, std::uint32_t level, Cell& cell)
     if (entry == nullptr && wanted.node == kRoot) cell.empty = true;
     if (entry == nullptr) return wanted.node == kRoot;
     if (wanted.what.kind != Operand::Kind::Attribute) {
-        const bool itself = wanted.what.kind == Operand::Kind::Fact || entry->level == level;
-        if (!itself || !CanTake(operand, entry->bring)) return false;
+        if (!CanTake(operand, entry->bring)) return false;
         cell = {entry->bring, false, false};
         return true;
     }
