@@ -200,10 +200,6 @@ TEST_F(OutputErrors, TheHandlerHoldsNoLockAndMayCallAnything) {
         std::ostream stream(&buffer);
         MetricsOutput output(onWorker ? Mode::PerContext : Mode::Borrowed, Format::Xml);
         output.SetWildcardedOutputFile(Path("no/such/folder"));
-        Context context = Context::Root("job");
-        if (!onWorker) output.WriteToStream(stream, context.GetContextId());
-        context.OpenScope();
-        if (!onWorker) output.Flush();  // the end tag is one block too many
         std::thread::id thread;
         int calls = 0;
         output.SetErrorHandler([&](const std::string& error) {
@@ -222,6 +218,10 @@ TEST_F(OutputErrors, TheHandlerHoldsNoLockAndMayCallAnything) {
                 [](const std::string&) { FAIL() << "a second error came from the handler"; });
             throw std::runtime_error("nobody hears");
         });
+        Context context = Context::Root("job");
+        if (!onWorker) output.WriteToStream(stream, context.GetContextId());
+        context.OpenScope();
+        if (!onWorker) output.Flush();  // the end tag is one block too many
         onWorker ? output.Flush() : output.Close();
         EXPECT_EQ(calls, 1);
         EXPECT_EQ(thread == std::this_thread::get_id(), !onWorker);
