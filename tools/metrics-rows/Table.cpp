@@ -7,6 +7,7 @@
 #include "metrics/MetricsEvent.h"
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/RowDefinitionError.h"
+#include "metrics/output/NestedWriter.h"
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/StandardStreams.h"
 #include "metrics/rows/LiveRows.h"
@@ -29,6 +30,7 @@ std::vector<std::uint8_t> ReadBytes(const std::string& name, std::istream& in) {
 // Makes elements of the events; what is wrong with one ends it, and is returned.
 std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t count,
                    Metrics::detail::LiveRows& rows) {
+    Metrics::detail::Nesting nesting(nullptr);
     Metrics::MetricsEvent event;
     for (std::uint32_t i = 0; i < count; ++i) {
         try {
@@ -36,7 +38,7 @@ std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t coun
         } catch (const Metrics::MetricsBufferError& error) {
             return "event " + std::to_string(i + 1) + ": " + error.what();
         }
-        rows.Write(event);
+        nesting.Write(event, rows);
     }
     return {};
 }
