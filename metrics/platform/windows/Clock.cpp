@@ -7,6 +7,7 @@ namespace Metrics::platform {
 namespace {
 
 // A file time counts 100 ns since 1601-01-01.
+constexpr std::int64_t kFileTimePerMicrosecond = 10;
 constexpr std::int64_t kFileTimePerMillisecond = 10'000;
 constexpr std::int64_t kUnixEpochAsFileTime = 116'444'736'000'000'000;
 
@@ -28,6 +29,16 @@ std::int64_t SystemTimeMilliseconds() {
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     return (Count(now) - kUnixEpochAsFileTime) / kFileTimePerMillisecond;
+}
+
+std::int64_t SystemTimeMicroseconds() {
+    FILETIME now;
+    GetSystemTimePreciseAsFileTime(&now);
+    return (Count(now) - kUnixEpochAsFileTime) / kFileTimePerMicrosecond;
+}
+
+std::int64_t CoarseSystemTimeMilliseconds() {
+    return SystemTimeMilliseconds();
 }
 
 std::int64_t PerformanceCounter() {
