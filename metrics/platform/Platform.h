@@ -252,9 +252,11 @@ std::uint32_t SetProfileSection(const std::string& path, const std::string& sect
 
 // --- Memory ---
 
-// The process's address space in bytes; total = free + reserved + committed. Reserved is what is set aside
-// without any access right, committed every other region in use. One system call per region or per page of
-// regions: for sampling now and then. All zero when the system tells nothing.
+// The process's address space in bytes; total = free + reserved + committed. On Windows reserved is what is
+// set aside without any access right, committed every other region in use, and finding out takes a system
+// call for each region. On Linux committed is what the process may write without others seeing it (its data,
+// stacks and private mappings, touched or not), reserved all else that is mapped: a sum that the kernel
+// keeps, two short system calls whatever there is. All zero when the system tells nothing.
 struct AddressSpaceTotals {
     std::uint64_t total = 0;
     std::uint64_t free = 0;
