@@ -30,6 +30,13 @@ struct CallSite {
     std::atomic<const Texts*> kept{nullptr};
 };
 
+/// The call site that a function object of type `Make` makes, one for each type. Hidden: as a variable of an
+/// inline function it would be shared between modules, and a module that shares one stays loaded.
+template <class Make>
+struct METRICS_NO_EXPORT SiteOf {
+    static inline constinit CallSite site = Make{}();
+};
+
 }  // namespace detail
 
 /// A named, timed stretch of work inside the current context of the thread. It emits an event when it opens
