@@ -4,13 +4,14 @@
 
 /// Marks in one line each. With METRICS_DISABLED defined they expand to nothing.
 ///
-///     METRICS_SCOPE("parse");                 // open to the end of the block, with file and line at hand
-///     METRICS_SCOPE("parse", bits);           // the same behind gate bits, or with measurements selected
-///     METRICS_SCOPE_NAMED(table.name());      // a name made at run time; copied only if the scope opens
-///     METRICS_VALUE("rows", rows.size());     // a measurement on the thread's innermost open scope
+///     METRICS_SCOPE("parse");              // open to the end of the block, with file and line at hand
+///     METRICS_SCOPE("parse", bits);        // the same behind gate bits, or with measurements selected
+///     METRICS_SCOPE_NAMED(table.name());   // a name made at run time; copied, and only when the scope opens
+///     METRICS_VALUE("rows", rows.size());  // a measurement, on the innermost open scope
 ///
-/// The names of METRICS_SCOPE and METRICS_VALUE are string literals. The value of METRICS_VALUE is not
-/// evaluated when no scope is open.
+/// METRICS_VALUE emits on the thread's innermost open scope of its current context; when the context has none
+/// open there, on the context itself, as `Context::Emit` does. The names of METRICS_SCOPE and METRICS_VALUE
+/// are string literals. The value of METRICS_VALUE is not evaluated without a context that is enabled.
 #ifdef METRICS_DISABLED
 
 #define METRICS_SCOPE(...) static_cast<void>(0)
@@ -39,12 +40,12 @@
 #define METRICS_SCOPE_NAMED_DECLARE_(variable, text, bits) \
     const ::Metrics::Scope variable(::std::string_view(text), METRICS_SITE_(""), __LINE__, bits)
 
-#define METRICS_VALUE(name, value)                                            \
-    do {                                                                      \
-        if (::Metrics::Scope* metricsScope = ::Metrics::Scope::Innermost()) { \
-            ::Metrics::detail::EmitAt(METRICS_SITE_(name ""), *metricsScope,  \
-                                      ::Metrics::MetricsValue(value));        \
-        }                                                                     \
+#define METRICS_VALUE(name, value)                                             \
+    do {                                                                       \
+        if (const auto metricsTarget = ::Metrics::detail::FindValueTarget()) { \
+            ::Metrics::detail::EmitAt(METRICS_SITE_(name ""), metricsTarget,   \
+                                      ::Metrics::MetricsValue(value));         \
+        }                                                                      \
     } while (false)
 
 #endif

@@ -11,7 +11,9 @@
 
 namespace Metrics {
 
+class Context;
 class MetricsSubscope;
+class Scope;
 
 namespace detail {
 
@@ -37,6 +39,19 @@ struct METRICS_NO_EXPORT SiteOf {
     static inline constinit CallSite site = Make{}();
 };
 
+/// What a value of METRICS_VALUE is emitted on: one of the two, or neither.
+struct ValueTarget {
+    Scope* scope = nullptr;
+    Context* context = nullptr;
+
+    explicit operator bool() const { return scope != nullptr || context != nullptr; }
+};
+
+/// The innermost open scope of the calling thread in its current context, else that context.
+METRICS_API ValueTarget FindValueTarget() noexcept;
+/// Emits there, for METRICS_VALUE.
+METRICS_API void EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept;
+
 }  // namespace detail
 
 /// A named, timed stretch of work inside the current context of the thread. It emits an event when it opens
@@ -52,8 +67,8 @@ struct METRICS_NO_EXPORT SiteOf {
 /// is no memory is dropped.
 ///
 /// A scope belongs to the thread that opens it, and closes there. Closed on another thread it ends all the
-/// same, but its processor times stay out of the accounts of the scopes around it. What its name borrows must
-/// stay until the last subscriber has read it; see MetricsValue.
+/// same, but without its measurements unless its context is attached there. Scopes may overlap, and outlive
+/// their context. What its name borrows must stay until the last subscriber has read it; see MetricsValue.
 class METRICS_API Scope {
   public:
     static const unsigned long long kElapsedTime = 0x100000;
@@ -116,6 +131,9 @@ class METRICS_API Scope {
   private:
     friend class Context;
     friend class SmallScope;
+    friend detail::ValueTarget detail::FindValueTarget() noexcept;
+
+    static detail::ValueTarget FindOtherTarget(MetricsThreadContext& record) noexcept;
 
     static constexpr unsigned long long kOpen = 0x1000;
     static constexpr unsigned long long kNoTimeStack = 0x10000;
@@ -137,7 +155,9 @@ class METRICS_API Scope {
     bool OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                    int line) noexcept;
     void Begin(MetricsThreadContext& record, const char* file, int line);
-    void AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file, int line);
+    void AddSubscopes(MetricsThreadContext& record, detail::ContextState& context,
+                      unsigned long long selected, const char* file, int line);
+    void AddElapsedTime(MetricsThreadContext& record, detail::ContextState& context);
     void CloseOn(MetricsThreadContext* record);
     void CloseElsewhere(MetricsThreadContext* record);
     void End() noexcept;
@@ -147,6 +167,7 @@ class METRICS_API Scope {
     bool BelongsTo(const MetricsThreadContext* record) const;
     detail::ContextState* ReachableContext(const MetricsThreadContext* record) const;
     void Post(const MetricsThreadContext& record) const noexcept;
+    void PostClosingOn(MetricsThreadContext& record, detail::ContextState* context) noexcept;
     void PostClosing(const MetricsThreadContext& record) noexcept;
     void PostValue(const MetricsThreadContext& record, const MetricsValue& name,
                    const MetricsValue& value) const noexcept;
@@ -157,12 +178,5 @@ class METRICS_API Scope {
         Body body_;  // there while `live_`
     };
 };
-
-namespace detail {
-
-/// Emits on the innermost scope, for METRICS_VALUE.
-METRICS_API void EmitAt(CallSite& site, Scope& scope, const MetricsValue& value);
-
-}  // namespace detail
 
 }  // namespace Metrics
