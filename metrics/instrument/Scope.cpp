@@ -7,10 +7,12 @@
 
 #include "metrics/Context.h"
 #include "metrics/MetricsSubscope.h"
+#include "metrics/MetricsTimer.h"
 #include "metrics/instrument/CallSites.h"
 #include "metrics/instrument/Emission.h"
 #include "metrics/instrument/OnContext.h"
 #include "metrics/instrument/ScopeDataInline.h"
+#include "metrics/instrument/SmallScope.h"
 #include "metrics/manager/EventBuilder.h"
 #include "metrics/platform/Platform.h"
 
@@ -20,6 +22,7 @@ namespace Metrics {
 const unsigned long long Scope::kElapsedTime;
 const unsigned long long Scope::kMemory;
 const unsigned long long Scope::kLocation;
+const unsigned long long Scope::kWallTime;
 
 namespace {
 
@@ -197,7 +200,11 @@ void Scope::AddSubscopes(MetricsThreadContext& record, detail::ContextState& con
             body_.subscopes = new LocationSubscope(*this, body_.subscopes, file, line);
         if ((selected & kMemory) != 0) body_.subscopes = new MemoryMonitorSubscope(*this, body_.subscopes);
         // Last, so that what the other measurements cost is not the scope's own time.
-        if ((selected & kElapsedTime) != 0) AddElapsedTime(record, context);
+        if ((selected & kElapsedTime) != 0) {
+            AddElapsedTime(record, context);
+        } else if ((selected & kWallTime) != 0) {
+            StartWallTime(context);
+        }
     } catch (const std::bad_alloc&) {
         // The scope stays open with the measurements there was memory for.
     }
@@ -210,9 +217,30 @@ void Scope::AddElapsedTime(MetricsThreadContext& record, detail::ContextState& c
     const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
     if (fromBirth) {
         time->startSeconds_ = context.birth.seconds;
-        time->enter_ = MetricsDateTime(context.birth.ticks);
+        time->enter_ = MetricsDateTime(detail::TicksOf(context.birth.microseconds / 1000));
     }
     time->entry_ = record.Contexts().StartMeasuring(context, fromBirth);
+}
+
+// As for a measurement of processor time, whose account that context would have kept since.
+void Scope::StartWallTime(detail::ContextState& context) {
+    const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
+    if (fromBirth) context.measuredScopes.store(0, std::memory_order_relaxed);
+    body_.wallStart = fromBirth ? context.birth.seconds : MetricsTimer::GetApplicationElapsedSecs();
+}
+
+// The first two values of what a measurement of processor time emits.
+void Scope::EmitWallTime() {
+    const double start = std::exchange(body_.wallStart, kNotMeasured);
+    SmallScope time(*this, FourCC("time"));
+    time.Emit(EightCC("clock"), start);
+    time.Emit(EightCC("elapsed"), std::max(MetricsTimer::GetApplicationElapsedSecs() - start, 0.0));
+}
+
+// In the reverse of the order in which they began.
+void Scope::EndMeasurements() {
+    if (body_.wallStart != kNotMeasured) EmitWallTime();
+    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
 }
 
 inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
@@ -229,7 +257,7 @@ detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record
 }
 
 void Scope::CloseOn(MetricsThreadContext* record) {
-    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
+    EndMeasurements();
     bits_ &= ~kOpen;
     if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
@@ -264,8 +292,9 @@ void Scope::Close() noexcept {
 // nothing to destroy.
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
-           !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
-           !body_.data.context_->timeStack.IsMeasured() && !body_.data.context_->keepsValues;
+           body_.wallStart == kNotMeasured && !body_.data.event_.param1.OwnsText() &&
+           record->LeavesPlainly(this, body_.data.context_) && !body_.data.context_->timeStack.IsMeasured() &&
+           !body_.data.context_->keepsValues;
 }
 
 // Everything that ends with the object, with one look for the thread's record.

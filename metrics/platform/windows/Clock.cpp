@@ -25,10 +25,7 @@ double Seconds(const FILETIME& time) {
 }  // namespace
 
 std::int64_t SystemTimeMilliseconds() {
-    // The same clock as GetSystemTime, before it is taken apart into a calendar date.
-    FILETIME now;
-    GetSystemTimeAsFileTime(&now);
-    return (Count(now) - kUnixEpochAsFileTime) / kFileTimePerMillisecond;
+    return SystemTimeMicroseconds() / 1000;
 }
 
 std::int64_t SystemTimeMicroseconds() {
@@ -38,7 +35,10 @@ std::int64_t SystemTimeMicroseconds() {
 }
 
 std::int64_t CoarseSystemTimeMilliseconds() {
-    return SystemTimeMilliseconds();
+    // The same clock as GetSystemTime, before it is taken apart into a calendar date.
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return (Count(now) - kUnixEpochAsFileTime) / kFileTimePerMillisecond;
 }
 
 std::int64_t PerformanceCounter() {
