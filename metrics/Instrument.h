@@ -40,12 +40,12 @@
 #define METRICS_SCOPE_NAMED_DECLARE_(variable, text, bits) \
     const ::Metrics::Scope variable(::std::string_view(text), METRICS_SITE_(""), __LINE__, bits)
 
-#define METRICS_VALUE(name, value)                                             \
-    do {                                                                       \
-        if (const auto metricsTarget = ::Metrics::detail::FindValueTarget()) { \
-            ::Metrics::detail::EmitAt(METRICS_SITE_(name ""), metricsTarget,   \
-                                      ::Metrics::MetricsValue(value));         \
-        }                                                                      \
+#define METRICS_VALUE(name, value)                                            \
+    do {                                                                      \
+        if (const auto metricsTarget = ::Metrics::Scope::FindValueTarget()) { \
+            ::Metrics::detail::EmitAt(METRICS_SITE_(name ""), metricsTarget,  \
+                                      ::Metrics::MetricsValue(value));        \
+        }                                                                     \
     } while (false)
 
 #endif

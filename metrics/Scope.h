@@ -47,9 +47,7 @@ struct ValueTarget {
     explicit operator bool() const { return scope != nullptr || context != nullptr; }
 };
 
-/// The innermost open scope of the calling thread in its current context, else that context.
-METRICS_API ValueTarget FindValueTarget() noexcept;
-/// Emits there, for METRICS_VALUE.
+/// Emits there.
 METRICS_API void EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept;
 
 }  // namespace detail
@@ -125,6 +123,8 @@ class METRICS_API Scope {
 
     /// The innermost open scope of the calling thread, or null.
     static Scope* Innermost();
+    /// For METRICS_VALUE: the innermost one in the current context, else that context.
+    static detail::ValueTarget FindValueTarget() noexcept;
 
     /// What the scope is about (Int64 0 before it first opened), and its bits with its state among them.
     const MetricsValue& Value() const;
@@ -133,7 +133,6 @@ class METRICS_API Scope {
   private:
     friend class Context;
     friend class SmallScope;
-    friend detail::ValueTarget detail::FindValueTarget() noexcept;
 
     static detail::ValueTarget FindOtherTarget(MetricsThreadContext& record) noexcept;
 

@@ -1,6 +1,5 @@
 #include "metrics/Scope.h"
 
-#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -42,16 +41,11 @@ template <class Make>
     }
 }
 
-// Whether a scope could open now on what it has, or would get, as its context.
-bool IsUsable(const detail::ContextState* context) {
-    return context != nullptr && context->id != 0 && context->IsEnabled();
-}
-
 // The context that a scope of this thread could open on now, or null. One that lacks a context is counted.
 inline detail::ContextState* UsableContext(MetricsThreadContext& record) noexcept {
     detail::ContextState* context = record.Current();
     if (context == nullptr) record.NoteLeftOut();
-    return IsUsable(context) ? context : nullptr;
+    return context != nullptr && context->IsUsable() ? context : nullptr;
 }
 
 // Without memory it is left out; the scope opens all the same.
@@ -163,7 +157,7 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
 
 bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                       int line) noexcept {
-    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !IsUsable(body_.data.context_)) return false;
+    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !body_.data.context_->IsUsable()) return false;
     try {
         body_.data.event_.param1 = value;
         body_.data.event_.SetType(MetricsEventType::ScopeOpen);
@@ -367,47 +361,6 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
 const MetricsValue& Scope::Value() const {
     static const MetricsValue none;
     return live_ ? body_.data.event_.param1 : none;
-}
-
-Scope* Scope::Innermost() {
-    MetricsThreadContext* record = ThreadRecord();
-    return record != nullptr ? record->Innermost() : nullptr;
-}
-
-// Nearly always the innermost scope of the thread is of its current context.
-detail::ValueTarget detail::FindValueTarget() noexcept {
-    MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr) return {};
-    Scope* innermost = record->Innermost();
-    if (innermost != nullptr && innermost->body_.data.context_ == record->Current()) [[likely]]
-        return {innermost, nullptr};
-    return Scope::FindOtherTarget(*record);
-}
-
-detail::ValueTarget Scope::FindOtherTarget(MetricsThreadContext& record) noexcept {
-    if (const detail::ContextState* current = record.Current()) {
-        const auto& scopes = record.OpenScopes();
-        const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
-            return scope->body_.data.context_ == current;
-        });
-        if (it != scopes.rend()) return {*it, nullptr};
-        if (!IsUsable(current)) return {};
-        if (Context* owner = current->owner.load(std::memory_order_relaxed)) return {nullptr, owner};
-    }
-    record.NoteLeftOut();
-    return {};
-}
-
-void detail::EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept {
-    try {
-        const MetricsValue name = MetricsValue::Ref(KeepTexts(site).name);
-        if (target.scope != nullptr) {
-            target.scope->Emit(name, value);
-        } else {
-            target.context->Emit(name, value);
-        }
-    } catch (const std::bad_alloc&) {
-    }
 }
 
 }  // namespace Metrics

@@ -54,6 +54,8 @@ struct ContextState {
 
     bool IsAlive() const { return magic.load(std::memory_order_relaxed) == kAliveMagic; }
     bool IsEnabled() const { return enabled.load(std::memory_order_relaxed); }
+    /// Whether a scope could open on it now.
+    bool IsUsable() const { return id != 0 && IsEnabled(); }
 };
 
 inline void Retain(ContextState* state) {
