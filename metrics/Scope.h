@@ -153,7 +153,8 @@ class METRICS_API Scope {
 
     void OpenAt(detail::CallSite& site, int line) noexcept;
     void OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept;
-    bool OpensPlainly(const MetricsThreadContext& record, const MetricsValue& value) const noexcept;
+    bool OpensPlainly(const MetricsThreadContext& record, const MetricsValue& value,
+                      unsigned long long selected) const noexcept;
     bool OpenOther(const MetricsValue& value, const char* file, int line) noexcept;
     bool OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                    int line) noexcept;
@@ -161,9 +162,9 @@ class METRICS_API Scope {
     void AddSubscopes(MetricsThreadContext& record, detail::ContextState& context,
                       unsigned long long selected, const char* file, int line);
     void AddElapsedTime(MetricsThreadContext& record, detail::ContextState& context);
-    void StartWallTime(detail::ContextState& context);
-    void EmitWallTime();
-    void EndMeasurements();
+    void StartWallTime(detail::ContextState& context) noexcept;
+    void EmitWallTime(MetricsThreadContext& record) noexcept;
+    void EndMeasurements(MetricsThreadContext* record);
     void CloseOn(MetricsThreadContext* record);
     void CloseElsewhere(MetricsThreadContext* record);
     void End() noexcept;

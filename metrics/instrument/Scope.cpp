@@ -11,7 +11,6 @@
 #include "metrics/instrument/Emission.h"
 #include "metrics/instrument/OnContext.h"
 #include "metrics/instrument/ScopeDataInline.h"
-#include "metrics/instrument/SmallScope.h"
 #include "metrics/manager/EventBuilder.h"
 #include "metrics/platform/Platform.h"
 
@@ -115,17 +114,19 @@ Scope::Scope(OnContext, MetricsThreadContext& record, detail::ContextState& cont
     }
 }
 
-// What nearly every opening is: the first one, of a scope that measures nothing, in a context that is known.
-inline bool Scope::OpensPlainly(const MetricsThreadContext& record,
-                                const MetricsValue& value) const noexcept {
-    return !live_ && !value.OwnsText() && SelectedSubscopes(bits_) == 0 &&
+// What nearly every opening is: the first one, of a scope that measures nothing but its elapsed time, in a
+// context that is known.
+inline bool Scope::OpensPlainly(const MetricsThreadContext& record, const MetricsValue& value,
+                                unsigned long long selected) const noexcept {
+    return !live_ && !value.OwnsText() && (selected & ~kWallTime) == 0 &&
            record.Current()->identified.load(std::memory_order_relaxed) && !record.announceComponent;
 }
 
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
     MetricsThreadContext* record = ReadyThreadRecord();
     if (record != nullptr && !live_ && UsableContext(*record) == nullptr) return false;
-    if (record == nullptr || !OpensPlainly(*record, value)) [[unlikely]]
+    const auto selected = SelectedSubscopes(bits_);
+    if (record == nullptr || !OpensPlainly(*record, value, selected)) [[unlikely]]
         return OpenOther(value, file, line);
     detail::ContextState& context = *record->Current();
     record->PinCurrent();
@@ -135,6 +136,7 @@ bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept
     new (&body_) Body(value, *record, context, true);
     live_ = true;
     Post(*record);
+    if (selected != 0) StartWallTime(context);
     return true;
 }
 
@@ -217,23 +219,38 @@ void Scope::AddElapsedTime(MetricsThreadContext& record, detail::ContextState& c
 }
 
 // As for a measurement of processor time, whose account that context would have kept since.
-void Scope::StartWallTime(detail::ContextState& context) {
+void Scope::StartWallTime(detail::ContextState& context) noexcept {
     const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
     if (fromBirth) context.measuredScopes.store(0, std::memory_order_relaxed);
     body_.wallStart = fromBirth ? context.birth.seconds : MetricsTimer::GetApplicationElapsedSecs();
 }
 
-// The first two values of what a measurement of processor time emits.
-void Scope::EmitWallTime() {
+// A scope "time" with the first two values of what a measurement of processor time emits. Its four events are
+// posted straight: to build such a scope takes longer than all the rest.
+void Scope::EmitWallTime(MetricsThreadContext& record) noexcept {
     const double start = std::exchange(body_.wallStart, kNotMeasured);
-    SmallScope time(*this, FourCC("time"));
-    time.Emit(EightCC("clock"), start);
-    time.Emit(EightCC("elapsed"), std::max(MetricsTimer::GetApplicationElapsedSecs() - start, 0.0));
+    const double elapsed = std::max(MetricsTimer::GetApplicationElapsedSecs() - start, 0.0);
+    const detail::ContextState* context = ReachableContext(&record);
+    detail::Core* core = record.Core().get();
+    if (context == nullptr || core == nullptr) return;
+    if (record.announceComponent) AnnounceComponent(record, context->id);
+    MetricsEvent event = ScopeData::Take(MetricsEventType::ScopeOpen, FourCC("time"), record, *context);
+    const auto post = [&event, core](MetricsEventType type, const MetricsValue& name,
+                                     const MetricsValue& value) {
+        event.SetTypeInWord(type);
+        event.param1 = name;
+        event.param2 = value;
+        core->PostBuilt([&event](void* place) noexcept { std::memcpy(place, &event, sizeof event); });
+    };
+    post(MetricsEventType::ScopeOpen, FourCC("time"), {});
+    post(MetricsEventType::ScopeValue, EightCC("clock"), start);
+    post(MetricsEventType::ScopeValue, EightCC("elapsed"), elapsed);
+    post(MetricsEventType::ScopeClose, FourCC("time"), {});
 }
 
 // In the reverse of the order in which they began.
-void Scope::EndMeasurements() {
-    if (body_.wallStart != kNotMeasured) EmitWallTime();
+void Scope::EndMeasurements(MetricsThreadContext* record) {
+    if (body_.wallStart != kNotMeasured && record != nullptr) EmitWallTime(*record);
     if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
 }
 
@@ -251,7 +268,7 @@ detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record
 }
 
 void Scope::CloseOn(MetricsThreadContext* record) {
-    EndMeasurements();
+    EndMeasurements(record);
     bits_ &= ~kOpen;
     if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
@@ -282,13 +299,12 @@ void Scope::Close() noexcept {
     if (IsOpen()) CloseOn(ThreadRecord());
 }
 
-// What nearly every end is: of the innermost scope of this thread, which measured nothing. Its body has
-// nothing to destroy.
+// What nearly every end is: of the innermost scope of this thread, which measured nothing but its elapsed
+// time. Its body has nothing to destroy.
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
-           body_.wallStart == kNotMeasured && !body_.data.event_.param1.OwnsText() &&
-           record->LeavesPlainly(this, body_.data.context_) && !body_.data.context_->timeStack.IsMeasured() &&
-           !body_.data.context_->keepsValues;
+           !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
+           !body_.data.context_->timeStack.IsMeasured() && !body_.data.context_->keepsValues;
 }
 
 // Everything that ends with the object, with one look for the thread's record.
@@ -297,6 +313,7 @@ void Scope::End() noexcept {
     if (!EndsPlainly(record)) [[unlikely]]
         return EndOther();
     detail::ContextState* context = body_.data.context_;
+    if (body_.wallStart != kNotMeasured) EmitWallTime(*record);
     record->Leave(this);
     record->Unpin(context);
     context->timeStack.Pop();
