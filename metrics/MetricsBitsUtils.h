@@ -54,7 +54,7 @@ class METRICS_API MetricsBitsUtils {
     /// The masks of all mnemonics of a list, combined. Commas and line ends separate, white space around a
     /// mnemonic does not matter, what starts with "#" is a comment, unknown mnemonics add nothing.
     ///
-    ///     manager.SetBits(MetricsBitsUtils::GetMetricsBitsFromMnemonicList("time, mem"), true);
+    ///     manager.SetBits(MetricsBitsUtils::GetMetricsBitsFromMnemonicList("wall, mem"), true);
     static unsigned long long GetMetricsBitsFromMnemonicList(const std::string& list);
 
     /// The mnemonic or the display name of the first entry, in text order, whose low twelve bits are `id`;
