@@ -40,7 +40,8 @@ void Handle(const Order& order) {
 }
 
 void Measure() {
-    // What every scope measures. "time" and "mem" would tell where processor time and memory went.
+    // What every scope measures. "wall" would tell how long each took, "time" also where processor time went,
+    // "mem" where memory did.
     MetricsManager::GetInstance().SetBits(MetricsBitsUtils::GetMetricsBitsFromMnemonicList("loc"), false);
     const Session session;
     MetricsOutput output(MetricsOutput::Mode::Borrowed, MetricsOutput::Format::Xml);

@@ -57,7 +57,7 @@ class METRICS_API MetricsBitsUtils {
     /// mnemonic does not matter, what starts with "#" is a comment, unknown mnemonics add nothing (those of
     /// the first list that has any are logged).
     ///
-    ///     manager.SetBits(MetricsBitsUtils::GetMetricsBitsFromMnemonicList("time, mem"), true);
+    ///     manager.SetBits(MetricsBitsUtils::GetMetricsBitsFromMnemonicList("wall, mem"), true);
     static unsigned long long GetMetricsBitsFromMnemonicList(const std::string& list);
 
     /// The mnemonic or the display name of the first entry, in text order, whose low twelve bits are `id`;

@@ -102,7 +102,7 @@ void PrintHelp(std::ostream& out) {
            "  --out DIR       where the output goes, made if missing (default: out)\n"
            "  --threads N     size of the pool; 1 does everything on the main thread, in order\n"
            "  --processes N   let N copies of the program do the work, on one thread each\n"
-           "  --measure LIST  what every scope measures: time, mem, loc (default: all three)\n"
+           "  --measure LIST  what every scope measures: wall, time, mem, loc (default: time, mem, loc)\n"
            "  --mute          leave what differs from run to run out of ordered.csv and the XML\n"
            "  --help          this text\n"
            "\n"

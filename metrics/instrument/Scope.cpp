@@ -6,6 +6,7 @@
 
 #include "metrics/Context.h"
 #include "metrics/MetricsSubscope.h"
+#include "metrics/MetricsTimer.h"
 #include "metrics/instrument/CallSites.h"
 #include "metrics/instrument/Emission.h"
 #include "metrics/instrument/OnContext.h"
@@ -19,6 +20,7 @@ namespace Metrics {
 const unsigned long long Scope::kElapsedTime;
 const unsigned long long Scope::kMemory;
 const unsigned long long Scope::kLocation;
+const unsigned long long Scope::kWallTime;
 
 namespace {
 
@@ -112,17 +114,19 @@ Scope::Scope(OnContext, MetricsThreadContext& record, detail::ContextState& cont
     }
 }
 
-// What nearly every opening is: the first one, of a scope that measures nothing, in a context that is known.
-inline bool Scope::OpensPlainly(const MetricsThreadContext& record,
-                                const MetricsValue& value) const noexcept {
-    return !live_ && !value.OwnsText() && SelectedSubscopes(bits_) == 0 &&
+// What nearly every opening is: the first one, of a scope that measures nothing but its elapsed time, in a
+// context that is known.
+inline bool Scope::OpensPlainly(const MetricsThreadContext& record, const MetricsValue& value,
+                                unsigned long long selected) const noexcept {
+    return !live_ && !value.OwnsText() && (selected & ~kWallTime) == 0 &&
            record.Current()->identified.load(std::memory_order_relaxed) && !record.announceComponent;
 }
 
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
     MetricsThreadContext* record = ReadyThreadRecord();
     if (record != nullptr && !live_ && UsableContext(*record) == nullptr) return false;
-    if (record == nullptr || !OpensPlainly(*record, value)) [[unlikely]]
+    const auto selected = SelectedSubscopes(bits_);
+    if (record == nullptr || !OpensPlainly(*record, value, selected)) [[unlikely]]
         return OpenOther(value, file, line);
     detail::ContextState& context = *record->Current();
     record->PinCurrent();
@@ -132,6 +136,7 @@ bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept
     new (&body_) Body(value, *record, context, true);
     live_ = true;
     Post(*record);
+    if (selected != 0) StartWallTime(context);
     return true;
 }
 
@@ -191,7 +196,11 @@ void Scope::AddSubscopes(MetricsThreadContext& record, detail::ContextState& con
             body_.subscopes = new LocationSubscope(*this, body_.subscopes, file, line);
         if ((selected & kMemory) != 0) body_.subscopes = new MemoryMonitorSubscope(*this, body_.subscopes);
         // Last, so that what the other measurements cost is not the scope's own time.
-        if ((selected & kElapsedTime) != 0) AddElapsedTime(record, context);
+        if ((selected & kElapsedTime) != 0) {
+            AddElapsedTime(record, context);
+        } else if ((selected & kWallTime) != 0) {
+            StartWallTime(context);
+        }
     } catch (const std::bad_alloc&) {
         // The scope stays open with the measurements there was memory for.
     }
@@ -204,9 +213,45 @@ void Scope::AddElapsedTime(MetricsThreadContext& record, detail::ContextState& c
     const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
     if (fromBirth) {
         time->startSeconds_ = context.birth.seconds;
-        time->enter_ = MetricsDateTime(context.birth.ticks);
+        time->enter_ = MetricsDateTime(detail::TicksOf(context.birth.microseconds / 1000));
     }
     time->entry_ = record.Contexts().StartMeasuring(context, fromBirth);
+}
+
+// As for a measurement of processor time, whose account that context would have kept since.
+void Scope::StartWallTime(detail::ContextState& context) noexcept {
+    const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
+    if (fromBirth) context.measuredScopes.store(0, std::memory_order_relaxed);
+    body_.wallStart = fromBirth ? context.birth.seconds : MetricsTimer::GetApplicationElapsedSecs();
+}
+
+// A scope "time" with the first two values of what a measurement of processor time emits. Its four events are
+// posted straight: to build such a scope takes longer than all the rest.
+void Scope::EmitWallTime(MetricsThreadContext& record) noexcept {
+    const double start = std::exchange(body_.wallStart, kNotMeasured);
+    const double elapsed = std::max(MetricsTimer::GetApplicationElapsedSecs() - start, 0.0);
+    const detail::ContextState* context = ReachableContext(&record);
+    detail::Core* core = record.Core().get();
+    if (context == nullptr || core == nullptr) return;
+    if (record.announceComponent) AnnounceComponent(record, context->id);
+    MetricsEvent event = ScopeData::Take(MetricsEventType::ScopeOpen, FourCC("time"), record, *context);
+    const auto post = [&event, core](MetricsEventType type, const MetricsValue& name,
+                                     const MetricsValue& value) {
+        event.SetTypeInWord(type);
+        event.param1 = name;
+        event.param2 = value;
+        core->PostBuilt([&event](void* place) noexcept { std::memcpy(place, &event, sizeof event); });
+    };
+    post(MetricsEventType::ScopeOpen, FourCC("time"), {});
+    post(MetricsEventType::ScopeValue, EightCC("clock"), start);
+    post(MetricsEventType::ScopeValue, EightCC("elapsed"), elapsed);
+    post(MetricsEventType::ScopeClose, FourCC("time"), {});
+}
+
+// In the reverse of the order in which they began.
+void Scope::EndMeasurements(MetricsThreadContext* record) {
+    if (body_.wallStart != kNotMeasured && record != nullptr) EmitWallTime(*record);
+    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
 }
 
 inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
@@ -223,7 +268,7 @@ detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record
 }
 
 void Scope::CloseOn(MetricsThreadContext* record) {
-    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
+    EndMeasurements(record);
     bits_ &= ~kOpen;
     if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
@@ -254,8 +299,8 @@ void Scope::Close() noexcept {
     if (IsOpen()) CloseOn(ThreadRecord());
 }
 
-// What nearly every end is: of the innermost scope of this thread, which measured nothing. Its body has
-// nothing to destroy.
+// What nearly every end is: of the innermost scope of this thread, which measured nothing but its elapsed
+// time. Its body has nothing to destroy.
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
            !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
@@ -268,6 +313,7 @@ void Scope::End() noexcept {
     if (!EndsPlainly(record)) [[unlikely]]
         return EndOther();
     detail::ContextState* context = body_.data.context_;
+    if (body_.wallStart != kNotMeasured) EmitWallTime(*record);
     record->Leave(this);
     record->Unpin(context);
     context->timeStack.Pop();

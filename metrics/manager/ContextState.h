@@ -26,7 +26,7 @@ struct ContextState {
     struct Birth {
         void (*openScope)(Context&) = nullptr;  // null: made by a constructor
         double seconds = 0;                     // of the application
-        std::uint64_t ticks = 0;                // of the calendar
+        std::int64_t microseconds = 0;          // of the system's time
     };
 
     ContextState(Context* context, std::uint64_t parent, std::uint64_t contextId, std::uint64_t bornIn)
