@@ -40,6 +40,9 @@ struct MetricsStatistics {
     std::uint64_t queued = 0;     ///< events that wait for the worker
     std::uint64_t batches = 0;    ///< batches handed to subscribers
     std::uint64_t largestBatch = 0;  ///< events in the largest of them
+    /// What no output can show though somebody is subscribed: scopes and values without a context, values
+    /// that their context had no place for, and contexts under a root that has ended.
+    std::uint64_t leftOut = 0;
 };
 
 /// The centre of the library: one per process, with one worker thread that takes the events which all threads

@@ -1,5 +1,6 @@
 #include "metrics/Scope.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -41,6 +42,13 @@ template <class Make>
 // Whether a scope could open now on what it has, or would get, as its context.
 bool IsUsable(const detail::ContextState* context) {
     return context != nullptr && context->id != 0 && context->IsEnabled();
+}
+
+// The context that a scope of this thread could open on now, or null. One that lacks a context is counted.
+inline detail::ContextState* UsableContext(MetricsThreadContext& record) noexcept {
+    detail::ContextState* context = record.Current();
+    if (context == nullptr) record.NoteLeftOut();
+    return IsUsable(context) ? context : nullptr;
 }
 
 // Without memory it is left out; the scope opens all the same.
@@ -94,7 +102,7 @@ void Scope::Begin(MetricsThreadContext& record, const char* file, int line) {
     if ((bits_ & kNoTimeStack) == 0) {
         context.timeStack.Push();
         const auto selected = SelectedSubscopes(bits_);
-        if (selected != 0) AddSubscopes(context, selected, file, line);
+        if (selected != 0) AddSubscopes(record, context, selected, file, line);
     }
 }
 
@@ -119,7 +127,7 @@ inline bool Scope::OpensPlainly(const MetricsThreadContext& record,
 
 bool Scope::Open(const MetricsValue& value, const char* file, int line) noexcept {
     MetricsThreadContext* record = ReadyThreadRecord();
-    if (record != nullptr && !live_ && !IsUsable(record->Current())) return false;
+    if (record != nullptr && !live_ && UsableContext(*record) == nullptr) return false;
     if (record == nullptr || !OpensPlainly(*record, value)) [[unlikely]]
         return OpenOther(value, file, line);
     detail::ContextState& context = *record->Current();
@@ -137,8 +145,8 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
     MetricsThreadContext* record = ThreadRecord();
     if (record == nullptr) return false;
     if (live_) return OpenAgain(*record, value, file, line);
-    detail::ContextState* context = record->Current();
-    if (!IsUsable(context)) return false;
+    detail::ContextState* context = UsableContext(*record);
+    if (context == nullptr) return false;
     try {
         new (&body_) Body(value, *record, *context, true);
         record->PinCurrent();
@@ -152,7 +160,7 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
 
 bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                       int line) noexcept {
-    if (IsOpen() || !IsUsable(ReachableContext(&record))) return false;
+    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !IsUsable(body_.data.context_)) return false;
     try {
         body_.data.event_.param1 = value;
         body_.data.event_.SetType(MetricsEventType::ScopeOpen);
@@ -164,8 +172,8 @@ bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, c
 }
 
 void Scope::OpenAt(detail::CallSite& site, int line) noexcept {
-    const MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr || !IsUsable(record->Current())) return;
+    MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr || UsableContext(*record) == nullptr) return;
     try {
         const auto& texts = detail::KeepTexts(site);
         Open(MetricsValue::Ref(texts.name), texts.file, line);
@@ -174,39 +182,50 @@ void Scope::OpenAt(detail::CallSite& site, int line) noexcept {
 }
 
 void Scope::OpenNamed(std::string_view name, detail::CallSite& site, int line) noexcept {
-    const MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr || !IsUsable(record->Current())) return;
+    MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr || UsableContext(*record) == nullptr) return;
     try {
         Open(MetricsValue(name), detail::KeepTexts(site).file, line);
     } catch (const std::bad_alloc&) {
     }
 }
 
-void Scope::AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file,
-                         int line) {
+void Scope::AddSubscopes(MetricsThreadContext& record, detail::ContextState& context,
+                         unsigned long long selected, const char* file, int line) {
     try {
         if ((selected & kLocation) != 0)
             body_.subscopes = new LocationSubscope(*this, body_.subscopes, file, line);
         if ((selected & kMemory) != 0) body_.subscopes = new MemoryMonitorSubscope(*this, body_.subscopes);
-        if ((selected & kElapsedTime) != 0) {
-            // Read here, so that what the other measurements cost is not the scope's own time.
-            const platform::ProcessorTime now = platform::ThreadProcessorTime();
-            context.timeStack.Start({now.total, now.user});
-            body_.subscopes = new ElapsedTimeSubscope(*this, body_.subscopes);
-        }
+        // Last, so that what the other measurements cost is not the scope's own time.
+        if ((selected & kElapsedTime) != 0) AddElapsedTime(record, context);
     } catch (const std::bad_alloc&) {
         // The scope stays open with the measurements there was memory for.
     }
+}
+
+// The own scope of a context that a factory made counts from the context's birth.
+void Scope::AddElapsedTime(MetricsThreadContext& record, detail::ContextState& context) {
+    auto* time = new ElapsedTimeSubscope(*this, body_.subscopes);
+    body_.subscopes = time;
+    const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
+    if (fromBirth) {
+        time->startSeconds_ = context.birth.seconds;
+        time->enter_ = MetricsDateTime(context.birth.ticks);
+    }
+    time->entry_ = record.Contexts().StartMeasuring(context, fromBirth);
 }
 
 inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
     return record != nullptr && record->Serial() == body_.data.owner_;
 }
 
-// A pinned context is only known to be there on the thread that pinned it.
+// A pinned context is only known to be there on the thread that pinned it, and on one that works for it now.
 detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record) const {
     if (!IsOurs(record)) return nullptr;
-    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.context_ : nullptr;
+    const bool pinnedHere = body_.data.owner_ == 0 || BelongsTo(record);
+    const bool reachable =
+        pinnedHere || record->Contexts().Holds(body_.data.context_, body_.data.ContextId());
+    return reachable ? body_.data.context_ : nullptr;
 }
 
 void Scope::CloseOn(MetricsThreadContext* record) {
@@ -214,8 +233,17 @@ void Scope::CloseOn(MetricsThreadContext* record) {
     bits_ &= ~kOpen;
     if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
-    if ((bits_ & kNoTimeStack) == 0) body_.data.context_->timeStack.Pop();
-    PostClosing(*record);
+    PostClosingOn(*record, body_.data.context_);
+}
+
+// The context may have waited for this to be the last of its scopes, but its own, that closes.
+void Scope::PostClosingOn(MetricsThreadContext& record, detail::ContextState* context) noexcept {
+    const bool counts = context != nullptr && (bits_ & kNoTimeStack) == 0;
+    if (counts) detail::ContextStack::PopTime(*context);
+    PostClosing(record);
+    if (!counts || context->timeStack.Size() != 1) return;
+    if (!context->keepsValues.load(std::memory_order_relaxed)) return;
+    if (Context* owner = context->owner.load(std::memory_order_relaxed)) owner->PostKeptValues();
 }
 
 // On another thread than it opened on, or under another manager, or a scope that no thread counts as its own.
@@ -225,11 +253,7 @@ void Scope::CloseElsewhere(MetricsThreadContext* record) {
     } else if (body_.data.owner_ != 0) {
         MetricsThreadContext::Depart(body_.data.owner_, {this, nullptr});
     }
-    if (record == nullptr) return;  // the thread's last moments
-    if ((bits_ & kNoTimeStack) == 0) {
-        if (detail::ContextState* context = ReachableContext(record)) context->timeStack.Pop();
-    }
-    if (IsOurs(record)) PostClosing(*record);
+    if (IsOurs(record)) PostClosingOn(*record, ReachableContext(record));
 }
 
 void Scope::Close() noexcept {
@@ -241,7 +265,8 @@ void Scope::Close() noexcept {
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
            !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
-           !body_.data.context_->timeStack.IsMeasured();
+           !body_.data.context_->timeStack.IsMeasured() &&
+           !body_.data.context_->keepsValues.load(std::memory_order_relaxed);
 }
 
 // Everything that ends with the object, with one look for the thread's record.
@@ -321,9 +346,36 @@ Scope* Scope::Innermost() {
     return record != nullptr ? record->Innermost() : nullptr;
 }
 
-void detail::EmitAt(CallSite& site, Scope& scope, const MetricsValue& value) {
+// The scopes of the thread may be of any of its contexts; nearly always the innermost is of the current one.
+detail::ValueTarget Scope::FindValueTarget() noexcept {
+    MetricsThreadContext* record = ThreadRecord();
+    if (record == nullptr) return {};
+    const detail::ContextState* current = record->Current();
+    if (current != nullptr) {
+        const auto& scopes = record->OpenScopes();
+        const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
+            return scope->body_.data.context_ == current;
+        });
+        if (it != scopes.rend()) return {*it, nullptr};
+        if (!IsUsable(current)) return {};
+        if (Context* owner = current->owner.load(std::memory_order_relaxed)) return {nullptr, owner};
+    }
+    record->NoteLeftOut();
+    return {};
+}
+
+detail::ValueTarget detail::FindValueTarget() noexcept {
+    return Scope::FindValueTarget();
+}
+
+void detail::EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept {
     try {
-        scope.Emit(MetricsValue::Ref(KeepTexts(site).name), value);
+        const MetricsValue name = MetricsValue::Ref(KeepTexts(site).name);
+        if (target.scope != nullptr) {
+            target.scope->Emit(name, value);
+        } else {
+            target.context->Emit(name, value);
+        }
     } catch (const std::bad_alloc&) {
     }
 }

@@ -1,6 +1,7 @@
 #include "metrics/manager/Core.h"
 
 #include "metrics/Gate.h"
+#include "metrics/manager/ThreadContext.h"
 #include "metrics/manager/Worker.h"
 
 namespace Metrics::detail {
@@ -79,6 +80,7 @@ MetricsStatistics Core::Statistics() const {
     statistics.dropped = dropped_;
     statistics.batches = batches_;
     statistics.largestBatch = largestBatch_;
+    statistics.leftOut = leftOut_ + MetricsThreadContext::CountLeftOut(*this);
     return statistics;
 }
 

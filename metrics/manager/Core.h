@@ -79,6 +79,9 @@ class Core : public std::enable_shared_from_this<Core> {
             CountDropped();
     }
     void CountDropped() noexcept;
+    /// Counts what no output can show. Any thread.
+    void CountLeftOut(std::uint64_t count) noexcept { leftOut_.fetch_add(count, std::memory_order_relaxed); }
+    bool HasSubscribers() const noexcept { return hasSubscribers_.load(std::memory_order_relaxed); }
 
     /// A change of mask or id base that another process made; applied by the worker.
     struct RemoteChange {
@@ -146,6 +149,7 @@ class Core : public std::enable_shared_from_this<Core> {
     void ShutdownFromWorker();
     std::map<int, Subscribers::EntryPointer> StopWorker();
     void LogLostRegistrations();
+    void NoteSubscribers() noexcept;
     void PostCategoryUnion();
     template <class Remove>
     void RemoveSubscription(Remove remove);
@@ -158,11 +162,13 @@ class Core : public std::enable_shared_from_this<Core> {
     const std::uint64_t forkDepth_;
     std::atomic<std::uint32_t> state_{0};
     std::atomic<std::uint64_t> componentId_{1};
+    std::atomic<bool> hasSubscribers_{false};
     MpscQueue<MetricsEvent> queue_;
 
     alignas(64) std::atomic<std::uint64_t> contextIds_{0};
     std::atomic<std::uint64_t> idBaseExtra_{0};  // the second word that an id base brings along
     std::atomic<std::uint64_t> dropped_{0};
+    std::atomic<std::uint64_t> leftOut_{0};  // besides what the records of threads count
 
     std::mutex lifecycle_;
     platform::RecursiveMutex dispatch_;

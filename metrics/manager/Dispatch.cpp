@@ -58,7 +58,13 @@ void Core::WaitNotRunning(std::uint64_t token) {
     }
 }
 
+// Under the dispatch lock, after each change.
+void Core::NoteSubscribers() noexcept {
+    hasSubscribers_.store(!subscribers_.IsEmpty(), std::memory_order_relaxed);
+}
+
 void Core::PostCategoryUnion() {
+    NoteSubscribers();
     MetricsEvent event(MetricsEventType::CategoryUnion);
     event.param1 = subscribers_.CategoryUnion();
     Post(std::move(event));

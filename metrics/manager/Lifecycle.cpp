@@ -105,6 +105,7 @@ void Core::Abandon() {
 std::map<int, Subscribers::EntryPointer> Core::RemoveSubscribers() {
     const std::lock_guard lock(dispatch_);
     auto removed = subscribers_.Clear();
+    NoteSubscribers();
     for (const auto& [id, entry] : removed) {
         if (entry->owned) lost_.push_back(entry->token);
     }

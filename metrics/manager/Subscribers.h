@@ -48,6 +48,8 @@ class Subscribers {
     /// The entry with the smallest id above `id`; an id of 0 and null at the end.
     std::pair<int, EntryPointer> After(int id) const;
 
+    bool IsEmpty() const noexcept { return entries_.empty(); }
+
     /// The token behind an id, or 0.
     std::uint64_t Token(int id) const;
 

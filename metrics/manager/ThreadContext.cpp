@@ -58,9 +58,30 @@ MetricsThreadContext::~MetricsThreadContext() {
     if (Records* records = theRecords.IfMade()) {
         const std::lock_guard lock(records->mutex);
         records->bySerial.erase(serial_);
+        HandOverLeftOut();
     }
-    for (const Entry& entry : stack_) detail::Release(entry.state);
-    for (const Entry& entry : pinned_) detail::Release(entry.state);
+}
+
+void MetricsThreadContext::NoteLeftOut() noexcept {
+    if (core_ == nullptr || !core_->HasSubscribers()) return;
+    leftOut_.store(leftOut_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+std::uint64_t MetricsThreadContext::CountLeftOut(const detail::Core& core) noexcept {
+    Records* records = theRecords.IfMade();
+    if (records == nullptr) return 0;
+    const std::lock_guard lock(records->mutex);
+    std::uint64_t count = 0;
+    for (const auto& [serial, record] : records->bySerial) {
+        if (record->core_.get() == &core) count += record->leftOut_.load(std::memory_order_relaxed);
+    }
+    return count;
+}
+
+// Under the lock of the list of records, so that a sum counts nothing twice.
+void MetricsThreadContext::HandOverLeftOut() noexcept {
+    const std::uint64_t count = leftOut_.exchange(0, std::memory_order_relaxed);
+    if (count != 0 && core_ != nullptr) core_->CountLeftOut(count);
 }
 
 void MetricsThreadContext::Depart(std::uint64_t serial, const Departure& departure) noexcept {
@@ -108,62 +129,15 @@ bool MetricsThreadContext::MakeRoom() noexcept {
     return true;
 }
 
-void MetricsThreadContext::Push(detail::ContextState* state) {
-    detail::Retain(state);
+bool MetricsThreadContext::TakeContext(detail::ContextState* state) noexcept {
+    if (generation_ != state->generation) return false;
     try {
-        if (stack_.size() == stack_.capacity()) stack_.reserve(2 * stack_.size() + 8);
-    } catch (...) {
-        detail::Release(state);
-        throw;
+        contexts_.Take(state);
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    std::uint32_t openScopes = 0;
-    for (auto it = stack_.begin(); it != stack_.end(); ++it) {
-        if (it->state != state) continue;
-        // The entry moves to the top, with its scopes.
-        openScopes = it->openScopes;
-        stack_.erase(it);
-        detail::Release(state);
-        break;
-    }
-    stack_.push_back({state, openScopes});
-    NoteTop();
-}
-
-void MetricsThreadContext::Remove(detail::ContextState* state) {
-    const auto it =
-        std::find_if(stack_.rbegin(), stack_.rend(), [state](const Entry& e) { return e.state == state; });
-    if (it != stack_.rend()) Erase(std::prev(it.base()));
-}
-
-void MetricsThreadContext::Erase(std::vector<Entry>::iterator entry) {
-    if (entry->openScopes == 0) {
-        detail::Release(entry->state);
-    } else {
-        try {
-            pinned_.push_back(*entry);
-        } catch (const std::bad_alloc&) {
-            // Open scopes still refer to the state: rather keep it for ever than free it under them.
-        }
-    }
-    stack_.erase(entry);
-    NoteTop();
-}
-
-void MetricsThreadContext::UnpinBelow(detail::ContextState* state) {
-    for (auto it = stack_.rbegin(); it != stack_.rend(); ++it) {
-        if (it->state == state && it->openScopes > 0) {
-            --it->openScopes;
-            return;
-        }
-    }
-    for (auto it = pinned_.begin(); it != pinned_.end(); ++it) {
-        if (it->state != state) continue;
-        if (--it->openScopes == 0) {
-            pinned_.erase(it);
-            detail::Release(state);
-        }
-        return;
-    }
+    state->threadId.store(platform::CurrentThreadId(), std::memory_order_relaxed);
+    return true;
 }
 
 void MetricsThreadContext::Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation) {
@@ -171,12 +145,13 @@ void MetricsThreadContext::Adopt(std::shared_ptr<detail::Core> core, std::uint64
         Records& records = theRecords.Get();
         const std::lock_guard lock(records.mutex);
         records.bySerial[serial_] = this;
+        HandOverLeftOut();
+        core_.swap(core);
     }
     // Contexts and scopes of a manager that is gone are nobody's any more; their ids would be mistaken for
     // new ones.
-    while (!stack_.empty()) Erase(std::prev(stack_.end()));
+    contexts_.Clear();
     scopes_.clear();
-    core_ = std::move(core);
     generation_ = generation;
     componentId = core_ ? core_->ComponentId() : 1;
     announceComponent = false;
