@@ -25,24 +25,27 @@
 #define METRICS_JOIN_(a, b) a##b
 #define METRICS_JOIN(a, b) METRICS_JOIN_(a, b)
 
+// The record of this place in the code.
+#define METRICS_SITE_(name) \
+    ::Metrics::detail::SiteOf<decltype([] { return ::Metrics::detail::CallSite{name, __FILE__}; })>::site
+
 #define METRICS_SCOPE(...) METRICS_SCOPE_(METRICS_JOIN(metricsScope, __LINE__), __VA_ARGS__, 0ULL, )
 #define METRICS_SCOPE_(variable, name, bits, ...) METRICS_SCOPE_DECLARE_(variable, name, bits)
-#define METRICS_SCOPE_DECLARE_(variable, name, bits)                                \
-    static constinit ::Metrics::detail::CallSite variable##Site{name "", __FILE__}; \
-    const ::Metrics::Scope variable(variable##Site, __LINE__, bits)
+#define METRICS_SCOPE_DECLARE_(variable, name, bits) \
+    const ::Metrics::Scope variable(METRICS_SITE_(name ""), __LINE__, bits)
 
 #define METRICS_SCOPE_NAMED(...) \
     METRICS_SCOPE_NAMED_(METRICS_JOIN(metricsScope, __LINE__), __VA_ARGS__, 0ULL, )
 #define METRICS_SCOPE_NAMED_(variable, text, bits, ...) METRICS_SCOPE_NAMED_DECLARE_(variable, text, bits)
-#define METRICS_SCOPE_NAMED_DECLARE_(variable, text, bits)                     \
-    static constinit ::Metrics::detail::CallSite variable##Site{"", __FILE__}; \
-    const ::Metrics::Scope variable(::std::string_view(text), variable##Site, __LINE__, bits)
+#define METRICS_SCOPE_NAMED_DECLARE_(variable, text, bits) \
+    const ::Metrics::Scope variable(::std::string_view(text), METRICS_SITE_(""), __LINE__, bits)
 
-#define METRICS_VALUE(name, value)                                                                 \
-    do {                                                                                           \
-        static constinit ::Metrics::detail::CallSite metricsSite{name "", __FILE__};               \
-        if (const auto metricsTarget = ::Metrics::detail::FindValueTarget())                       \
-            ::Metrics::detail::EmitAt(metricsSite, metricsTarget, ::Metrics::MetricsValue(value)); \
+#define METRICS_VALUE(name, value)                                            \
+    do {                                                                      \
+        if (const auto metricsTarget = ::Metrics::Scope::FindValueTarget()) { \
+            ::Metrics::detail::EmitAt(METRICS_SITE_(name ""), metricsTarget,  \
+                                      ::Metrics::MetricsValue(value));        \
+        }                                                                     \
     } while (false)
 
 #endif

@@ -4,9 +4,10 @@
 
 namespace Metrics {
 
-/// Samples of the memory of the process and the machine. Any thread may call these; they walk the process's
-/// address space or ask the system, so they are for now and then. On Linux a mapped region without any access
-/// right counts as reserved, every other one as committed.
+/// Samples of the memory of the process and the machine. Any thread may call these. On Linux what the process
+/// may write without others seeing it counts as committed, whatever else it has mapped as reserved; the
+/// system keeps these sums, and reading them takes a microsecond or two. On Windows the process's address
+/// space is walked: for now and then.
 class METRICS_API MetricsMemoryUtils {
   public:
     MetricsMemoryUtils() = delete;

@@ -35,7 +35,7 @@ struct MetricsBufferHeader {
 
 /// Values and events as bytes, to be handed to another process: a byte vector that is filled by one writer
 /// and then read once from front to back. Not to be shared between threads; reading moves a cursor even in a
-/// const buffer. A copy has a cursor of its own, at the same place.
+/// const buffer. A copy has a cursor of its own, at the same place. What was moved from is empty.
 ///
 /// All numbers are little-endian. Every text is stored narrow and comes back as an owned String. Texts of
 /// 255 bytes and more do not survive: they are stored whole but read with the low byte of their length.
@@ -46,6 +46,10 @@ class METRICS_API MetricsValueBuffer {
     MetricsValueBuffer() = default;
     /// Takes bytes that were saved or received, with the cursor at the first of them.
     explicit MetricsValueBuffer(std::vector<std::uint8_t> bytes);
+    MetricsValueBuffer(const MetricsValueBuffer&) = default;
+    MetricsValueBuffer& operator=(const MetricsValueBuffer&) = default;
+    MetricsValueBuffer(MetricsValueBuffer&& other) noexcept;
+    MetricsValueBuffer& operator=(MetricsValueBuffer&& other) noexcept;
 
     /// The encoded bytes, to be saved or sent. Valid until the buffer is next changed.
     const std::vector<std::uint8_t>& Bytes() const noexcept { return bytes_; }

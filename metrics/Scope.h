@@ -32,6 +32,13 @@ struct CallSite {
     std::atomic<const Texts*> kept{nullptr};
 };
 
+/// The call site that a function object of type `Make` makes, one for each type. Hidden: as a variable of an
+/// inline function it would be shared between modules, and a module that shares one stays loaded.
+template <class Make>
+struct METRICS_NO_EXPORT SiteOf {
+    static inline constinit CallSite site = Make{}();
+};
+
 /// What a value of METRICS_VALUE is emitted on: one of the two, or neither.
 struct ValueTarget {
     Scope* scope = nullptr;
@@ -40,9 +47,7 @@ struct ValueTarget {
     explicit operator bool() const { return scope != nullptr || context != nullptr; }
 };
 
-/// The innermost open scope of the calling thread in its current context, else that context.
-METRICS_API ValueTarget FindValueTarget() noexcept;
-/// Emits there, for METRICS_VALUE.
+/// Emits there.
 METRICS_API void EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept;
 
 }  // namespace detail
@@ -54,7 +59,8 @@ METRICS_API void EmitAt(CallSite& site, const ValueTarget& target, const Metrics
 ///     Scope scope(MetricsValue::Ref("parse"));       // open until the end of the block
 ///     scope.Emit(FourCC("rows"), rows);
 ///
-/// `bits` choose measurements (0x100000 elapsed time, 0x200000 memory, 0x400000 location) or name gates: a
+/// `bits` choose measurements (0x800000 elapsed time, 0x100000 elapsed and processor time, which goes before
+/// it, 0x200000 memory, 0x400000 location) or name gates: a
 /// scope with gate bits opens only when the manager's enable mask has one of them. Without a current context
 /// that is enabled it stays closed, which costs next to nothing. No operation throws; a mark for which there
 /// is no memory is dropped.
@@ -67,6 +73,7 @@ class METRICS_API Scope {
     static const unsigned long long kElapsedTime = 0x100000;
     static const unsigned long long kMemory = 0x200000;
     static const unsigned long long kLocation = 0x400000;
+    static const unsigned long long kWallTime = 0x800000;
 
     /// Only the library can name this: a scope of `context`, whatever is current, that is held by who makes
     /// it.
@@ -116,6 +123,8 @@ class METRICS_API Scope {
 
     /// The innermost open scope of the calling thread, or null.
     static Scope* Innermost();
+    /// For METRICS_VALUE: the innermost one in the current context, else that context.
+    static detail::ValueTarget FindValueTarget() noexcept;
 
     /// What the scope is about (Int64 0 before it first opened), and its bits with its state among them.
     const MetricsValue& Value() const;
@@ -124,13 +133,13 @@ class METRICS_API Scope {
   private:
     friend class Context;
     friend class SmallScope;
-    friend detail::ValueTarget detail::FindValueTarget() noexcept;
 
-    static detail::ValueTarget FindValueTarget() noexcept;
+    static detail::ValueTarget FindOtherTarget(MetricsThreadContext& record) noexcept;
 
     static constexpr unsigned long long kOpen = 0x1000;
     static constexpr unsigned long long kNoTimeStack = 0x10000;
     static constexpr unsigned long long kPlugin = 0x20000;
+    static constexpr double kNotMeasured = -1;
 
     // What a scope has once it has opened. A scope that its gate holds back never builds it.
     struct Body {
@@ -139,6 +148,7 @@ class METRICS_API Scope {
 
         ScopeData data;
         MetricsSubscope* subscopes = nullptr;
+        double wallStart = kNotMeasured;  // seconds of the application
     };
 
     void OpenAt(detail::CallSite& site, int line) noexcept;
@@ -151,6 +161,9 @@ class METRICS_API Scope {
     void AddSubscopes(MetricsThreadContext& record, detail::ContextState& context,
                       unsigned long long selected, const char* file, int line);
     void AddElapsedTime(MetricsThreadContext& record, detail::ContextState& context);
+    void StartWallTime(detail::ContextState& context);
+    void EmitWallTime();
+    void EndMeasurements();
     void CloseOn(MetricsThreadContext* record);
     void CloseElsewhere(MetricsThreadContext* record);
     void End() noexcept;

@@ -19,6 +19,7 @@ struct BuiltIn {
 constexpr BuiltIn kBuiltIn[] = {
     {"mem", "Memory", MetricsBitFlags::Subscope, 0x200000},
     {"time", "ElapsedTime", MetricsBitFlags::Subscope, 0x100000},
+    {"wall", "WallTime", MetricsBitFlags::Subscope, 0x800000},
     {"loc", "Location", MetricsBitFlags::Filter, 0x400000},
     {"core", "Corvane Core", MetricsBitFlags::Component, 0x1},
     {"desk", "Corvane Desktop", MetricsBitFlags::Component, 0x2},

@@ -11,6 +11,7 @@
 #include "metrics/instrument/OnContext.h"
 #include "metrics/manager/EventBuilder.h"
 #include "metrics/platform/Platform.h"
+#include "metrics/values/DateTimeText.h"
 
 namespace Metrics {
 
@@ -43,6 +44,12 @@ std::string Hexadecimal(std::uint64_t value) {
     char digits[16];
     const auto end = std::to_chars(digits, digits + sizeof digits, value, 16).ptr;
     return std::string(digits, end);
+}
+
+// When the context began: where its elapsed time counts from.
+std::string StartText(const detail::ContextState& state) {
+    const bool hasBegun = state.birth.openScope != nullptr;
+    return detail::IsoTimeText(hasBegun ? state.birth.microseconds : platform::SystemTimeMicroseconds());
 }
 
 std::string Pointer(const Context* context) {
@@ -108,8 +115,8 @@ Context::Context(unsigned long long parentId, unsigned long long id, const std::
 void Context::Begin(bool byFactory) {
     if (byFactory && state_->id != 0) {
         state_->birth = {[](Context& context) { context.OpenScope(); },
-                         MetricsTimer::GetApplicationElapsedSecs(), detail::CurrentTicks()};
-        state_->measuredScopes.store(1, kRelaxed);
+                         MetricsTimer::GetApplicationElapsedSecs(), platform::SystemTimeMicroseconds()};
+        if (MeasurementOfContexts() == Scope::kElapsedTime) state_->measuredScopes.store(1, kRelaxed);
     }
     if (MetricsThreadContext* record = ThreadRecord()) {
         componentId_ = record->componentId;
@@ -257,12 +264,16 @@ void Context::Identify(MetricsThreadContext& record) {
     PostNameValue(record, id, FourCC("tid"), platform::CurrentThreadId());
     PostNameValue(record, id, FourCC("cid"), record.CurrentId());
     PostNameValue(record, id, detail::kComponentKey, detail::ComponentMnemonic(componentId_));
+    const auto measurement = MeasurementOfContexts();
+    if (measurement == Scope::kWallTime && state_->parentId == 0) {
+        PostNameValue(record, id, FourCC("at"), StartText(*state_));
+    }
     record.announceComponent = false;
     if (attributes_) {
         for (const auto& [name, value] : *attributes_) PostNameValue(record, id, name, value);
     }
     ownScope_.reset();
-    ownScope_.reset(new Scope(Scope::OnContext{}, record, *state_, name_, Scope::kElapsedTime));
+    ownScope_.reset(new Scope(Scope::OnContext{}, record, *state_, name_, measurement));
     if (nameValues_) {
         for (const auto& [name, value] : *nameValues_) {
             detail::PostFor(record, MetricsEventType::ScopeValue, id, name, value);
@@ -281,7 +292,7 @@ bool Context::Emit(const MetricsValue& name, const MetricsValue& value) noexcept
             return ownScope_->Emit(name, value);
         }
         keptValues_.push_back({name, value});
-        state_->keepsValues.store(true, kRelaxed);
+        state_->keepsValues = true;
         return true;
     } catch (const std::bad_alloc&) {
         if (const MetricsThreadContext* record = ThreadRecord()) record->Core()->CountDropped();
@@ -290,7 +301,7 @@ bool Context::Emit(const MetricsValue& name, const MetricsValue& value) noexcept
 }
 
 void Context::PostKeptValues() noexcept {
-    state_->keepsValues.store(false, kRelaxed);
+    state_->keepsValues = false;
     if (!ownScope_ || !ownScope_->IsOpen()) return LeaveOutKeptValues();
     for (const KeptValue& kept : keptValues_) ownScope_->Emit(kept.name, kept.value);
     keptValues_.clear();

@@ -1,5 +1,7 @@
 #include "metrics/MetricsSubscope.h"
 
+#include <algorithm>
+
 #include "metrics/MetricsMemoryUtils.h"
 #include "metrics/MetricsTimer.h"
 #include "metrics/instrument/SmallScope.h"
@@ -51,7 +53,7 @@ ElapsedTimeSubscope::~ElapsedTimeSubscope() {
     SmallScope time(Owner(), FourCC("time"));
     const auto [used, exclusive] = time.StopMeasuring(entry_);
     time.Emit(kClock, startSeconds_);
-    time.Emit(EightCC("elapsed"), MetricsTimer::GetApplicationElapsedSecs() - startSeconds_);
+    time.Emit(EightCC("elapsed"), std::max(MetricsTimer::GetApplicationElapsedSecs() - startSeconds_, 0.0));
     time.Emit(FourCC("proc"), used.processor);
     time.Emit(EightCC("procexcl"), exclusive.processor);
     time.Emit(FourCC("user"), used.user);

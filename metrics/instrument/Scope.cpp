@@ -1,16 +1,17 @@
 #include "metrics/Scope.h"
 
-#include <algorithm>
 #include <cstring>
 #include <new>
 #include <utility>
 
 #include "metrics/Context.h"
 #include "metrics/MetricsSubscope.h"
+#include "metrics/MetricsTimer.h"
 #include "metrics/instrument/CallSites.h"
 #include "metrics/instrument/Emission.h"
 #include "metrics/instrument/OnContext.h"
 #include "metrics/instrument/ScopeDataInline.h"
+#include "metrics/instrument/SmallScope.h"
 #include "metrics/manager/EventBuilder.h"
 #include "metrics/platform/Platform.h"
 
@@ -20,6 +21,7 @@ namespace Metrics {
 const unsigned long long Scope::kElapsedTime;
 const unsigned long long Scope::kMemory;
 const unsigned long long Scope::kLocation;
+const unsigned long long Scope::kWallTime;
 
 namespace {
 
@@ -39,16 +41,11 @@ template <class Make>
     }
 }
 
-// Whether a scope could open now on what it has, or would get, as its context.
-bool IsUsable(const detail::ContextState* context) {
-    return context != nullptr && context->id != 0 && context->IsEnabled();
-}
-
 // The context that a scope of this thread could open on now, or null. One that lacks a context is counted.
 inline detail::ContextState* UsableContext(MetricsThreadContext& record) noexcept {
     detail::ContextState* context = record.Current();
     if (context == nullptr) record.NoteLeftOut();
-    return IsUsable(context) ? context : nullptr;
+    return context != nullptr && context->IsUsable() ? context : nullptr;
 }
 
 // Without memory it is left out; the scope opens all the same.
@@ -160,7 +157,7 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
 
 bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                       int line) noexcept {
-    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !IsUsable(body_.data.context_)) return false;
+    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !body_.data.context_->IsUsable()) return false;
     try {
         body_.data.event_.param1 = value;
         body_.data.event_.SetType(MetricsEventType::ScopeOpen);
@@ -197,7 +194,11 @@ void Scope::AddSubscopes(MetricsThreadContext& record, detail::ContextState& con
             body_.subscopes = new LocationSubscope(*this, body_.subscopes, file, line);
         if ((selected & kMemory) != 0) body_.subscopes = new MemoryMonitorSubscope(*this, body_.subscopes);
         // Last, so that what the other measurements cost is not the scope's own time.
-        if ((selected & kElapsedTime) != 0) AddElapsedTime(record, context);
+        if ((selected & kElapsedTime) != 0) {
+            AddElapsedTime(record, context);
+        } else if ((selected & kWallTime) != 0) {
+            StartWallTime(context);
+        }
     } catch (const std::bad_alloc&) {
         // The scope stays open with the measurements there was memory for.
     }
@@ -210,9 +211,30 @@ void Scope::AddElapsedTime(MetricsThreadContext& record, detail::ContextState& c
     const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
     if (fromBirth) {
         time->startSeconds_ = context.birth.seconds;
-        time->enter_ = MetricsDateTime(context.birth.ticks);
+        time->enter_ = MetricsDateTime(detail::TicksOf(context.birth.microseconds / 1000));
     }
     time->entry_ = record.Contexts().StartMeasuring(context, fromBirth);
+}
+
+// As for a measurement of processor time, whose account that context would have kept since.
+void Scope::StartWallTime(detail::ContextState& context) {
+    const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
+    if (fromBirth) context.measuredScopes.store(0, std::memory_order_relaxed);
+    body_.wallStart = fromBirth ? context.birth.seconds : MetricsTimer::GetApplicationElapsedSecs();
+}
+
+// The first two values of what a measurement of processor time emits.
+void Scope::EmitWallTime() {
+    const double start = std::exchange(body_.wallStart, kNotMeasured);
+    SmallScope time(*this, FourCC("time"));
+    time.Emit(EightCC("clock"), start);
+    time.Emit(EightCC("elapsed"), std::max(MetricsTimer::GetApplicationElapsedSecs() - start, 0.0));
+}
+
+// In the reverse of the order in which they began.
+void Scope::EndMeasurements() {
+    if (body_.wallStart != kNotMeasured) EmitWallTime();
+    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
 }
 
 inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
@@ -229,7 +251,7 @@ detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record
 }
 
 void Scope::CloseOn(MetricsThreadContext* record) {
-    if (body_.subscopes != nullptr) delete std::exchange(body_.subscopes, nullptr);
+    EndMeasurements();
     bits_ &= ~kOpen;
     if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
@@ -242,7 +264,7 @@ void Scope::PostClosingOn(MetricsThreadContext& record, detail::ContextState* co
     if (counts) detail::ContextStack::PopTime(*context);
     PostClosing(record);
     if (!counts || context->timeStack.Size() != 1) return;
-    if (!context->keepsValues.load(std::memory_order_relaxed)) return;
+    if (!context->keepsValues) return;
     if (Context* owner = context->owner.load(std::memory_order_relaxed)) owner->PostKeptValues();
 }
 
@@ -264,9 +286,9 @@ void Scope::Close() noexcept {
 // nothing to destroy.
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
-           !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
-           !body_.data.context_->timeStack.IsMeasured() &&
-           !body_.data.context_->keepsValues.load(std::memory_order_relaxed);
+           body_.wallStart == kNotMeasured && !body_.data.event_.param1.OwnsText() &&
+           record->LeavesPlainly(this, body_.data.context_) && !body_.data.context_->timeStack.IsMeasured() &&
+           !body_.data.context_->keepsValues;
 }
 
 // Everything that ends with the object, with one look for the thread's record.
@@ -339,45 +361,6 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
 const MetricsValue& Scope::Value() const {
     static const MetricsValue none;
     return live_ ? body_.data.event_.param1 : none;
-}
-
-Scope* Scope::Innermost() {
-    MetricsThreadContext* record = ThreadRecord();
-    return record != nullptr ? record->Innermost() : nullptr;
-}
-
-// The scopes of the thread may be of any of its contexts; nearly always the innermost is of the current one.
-detail::ValueTarget Scope::FindValueTarget() noexcept {
-    MetricsThreadContext* record = ThreadRecord();
-    if (record == nullptr) return {};
-    const detail::ContextState* current = record->Current();
-    if (current != nullptr) {
-        const auto& scopes = record->OpenScopes();
-        const auto it = std::find_if(scopes.rbegin(), scopes.rend(), [current](const Scope* scope) {
-            return scope->body_.data.context_ == current;
-        });
-        if (it != scopes.rend()) return {*it, nullptr};
-        if (!IsUsable(current)) return {};
-        if (Context* owner = current->owner.load(std::memory_order_relaxed)) return {nullptr, owner};
-    }
-    record->NoteLeftOut();
-    return {};
-}
-
-detail::ValueTarget detail::FindValueTarget() noexcept {
-    return Scope::FindValueTarget();
-}
-
-void detail::EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept {
-    try {
-        const MetricsValue name = MetricsValue::Ref(KeepTexts(site).name);
-        if (target.scope != nullptr) {
-            target.scope->Emit(name, value);
-        } else {
-            target.context->Emit(name, value);
-        }
-    } catch (const std::bad_alloc&) {
-    }
 }
 
 }  // namespace Metrics

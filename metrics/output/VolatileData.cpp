@@ -13,7 +13,7 @@ bool NamesVolatileScope(const MetricsValue& name) {
 
 bool NamesIdentity(const MetricsValue& key) {
     const std::string text = key.ToString(0);
-    return text == "cid" || text == "tid" || text == "pid";
+    return text == "cid" || text == "tid" || text == "pid" || text == "at";
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "metrics/MetricsDate.h"
 #include "metrics/MetricsDateTime.h"
+#include "metrics/values/CurrentTime.h"
 
 namespace Metrics::detail {
 
@@ -61,6 +62,21 @@ char* DateTimeText::Write(char* out, std::uint64_t ticks, bool subseconds) {
     *out++ = '.';
     out = WriteTwoDigits(out, fraction / 100);
     return WriteTwoDigits(out, fraction % 100);
+}
+
+std::string IsoTimeText(std::int64_t microseconds) {
+    const auto since = static_cast<std::uint64_t>(std::max<std::int64_t>(microseconds, 0));
+    char text[DateTimeText::kMaxSize + 8];
+    const std::uint64_t ticks = kUnixEpochTicks + since / 1'000'000 * MetricsDateTime::subsecond_res;
+    char* end = DateTimeText().Write(text, ticks, false);
+    *std::find(text, end, ' ') = 'T';
+    *end++ = '.';
+    const auto fraction = static_cast<unsigned long>(since % 1'000'000);
+    end = WriteTwoDigits(end, fraction / 10'000);
+    end = WriteTwoDigits(end, fraction / 100 % 100);
+    end = WriteTwoDigits(end, fraction % 100);
+    *end++ = 'Z';
+    return {text, end};
 }
 
 }  // namespace Metrics::detail

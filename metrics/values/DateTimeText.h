@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace Metrics::detail {
 
@@ -22,5 +23,8 @@ class DateTimeText {
     std::size_t size_ = 0;
     char text_[kMaxSize];
 };
+
+// UTC in ISO 8601 with microseconds, such as 2026-11-21T07:31:53.000120Z, of a time since 1970.
+std::string IsoTimeText(std::int64_t microseconds);
 
 }  // namespace Metrics::detail

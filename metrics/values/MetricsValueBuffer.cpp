@@ -129,6 +129,15 @@ MetricsBufferError::~MetricsBufferError() = default;
 
 MetricsValueBuffer::MetricsValueBuffer(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
 
+MetricsValueBuffer::MetricsValueBuffer(MetricsValueBuffer&& other) noexcept
+    : bytes_(std::exchange(other.bytes_, {})), cursor_(std::exchange(other.cursor_, 0)) {}
+
+MetricsValueBuffer& MetricsValueBuffer::operator=(MetricsValueBuffer&& other) noexcept {
+    bytes_ = std::exchange(other.bytes_, {});
+    cursor_ = std::exchange(other.cursor_, 0);
+    return *this;
+}
+
 std::uint32_t MetricsValueBuffer::Append(const MetricsValue& value) {
     return AppendEach({&value});
 }

@@ -12,11 +12,12 @@ constexpr unsigned long long kAllFilters = 0xFFFFFFFFF0000FFF;
 TEST(MetricsBitsUtils, MapHoldsBothTextsOfEveryBit) {
     using enum MetricsBitFlags;
     const Utils::BitsMap& map = Utils::GetMetricsBitsMap();
-    EXPECT_EQ(map.size(), 24U);
+    EXPECT_EQ(map.size(), 26U);
     EXPECT_EQ(map.at({"browser", Mnemonic | Component}), 0x80U);
     EXPECT_EQ(map.at({"ElapsedTime", Name | Subscope}), 0x100000U);
+    EXPECT_EQ(map.at({"WallTime", Name | Subscope}), 0x800000U);
     EXPECT_EQ(map.at({"all", Mnemonic | Filter}), kAllFilters);
-    EXPECT_EQ(Utils::GetMetricsBitMapWithFlag(Mnemonic).size(), 12U);
+    EXPECT_EQ(Utils::GetMetricsBitMapWithFlag(Mnemonic).size(), 13U);
     const auto components = Utils::GetMetricsBitMapWithFlag(Component);
     EXPECT_EQ(components.size(), 16U);
     EXPECT_EQ(components.at("cde"), components.at("Data Engine"));
@@ -30,6 +31,7 @@ TEST(MetricsBitsUtils, MnemonicsAreReadAloneAndFromLists) {
         EXPECT_EQ(Utils::GetMetricsBitFromMnemonic(unknown), 0U) << unknown;
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("mem, time\n#loc\nloc"), 0x700000U);
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("\tcore ,,\r\n desk,nonsense\v"), 3U);
+    EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("wall,mem"), 0xA00000U);
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList("#loc,mem"), 0x200000U) << "a comma ends a comment";
     EXPECT_EQ(Utils::GetMetricsBitsFromMnemonicList(""), 0U);
 }

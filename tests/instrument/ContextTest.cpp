@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <memory>
 #include <thread>
 
@@ -101,6 +102,56 @@ TEST_F(ContextTest, IdentifiesItselfOnceWhenItsFirstScopeOpens) {
                      "@2 10 clock=~", "@2 10 elapsed=~",  "@2 10 proc=~",  "@2 10 procexcl=~",
                      "@2 10 user=~",  "@2 10 userexcl=~", "@2 10 enter=~", "@2 10 leave=~",
                      "@2 7 time",     "@2 7 request",     "@2 3",          "@1 3"}));
+}
+
+// The time in the form of the attribute; all of them have one length, so that texts compare like times.
+std::string Now() {
+    timespec now{};
+    std::timespec_get(&now, TIME_UTC);
+    char text[32];
+    const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.", std::gmtime(&now.tv_sec));
+    const std::string fraction = std::to_string(1'000'000 + now.tv_nsec / 1000).substr(1);
+    return std::string(text, size) + fraction + "Z";
+}
+
+TEST_F(ContextTest, MeasuresWallTimeAndTellsWhenARootBeganWhileTheMaskHasIt) {
+    const auto attributeAt = [](const std::vector<MetricsEvent>& events) {
+        for (const MetricsEvent& event : events) {
+            if (Line(event).starts_with("11 at=")) return event.param2.ToString(0);
+        }
+        return std::string();
+    };
+    Manager().SetBits(Scope::kWallTime, false);
+    {
+        const std::string before = Now();
+        Context root = Context::Root("root");
+        const std::string after = Now();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        root.OpenScope();
+        const auto events = Recorded().Take();
+        EXPECT_EQ(Recorder::ToLines(events).at(5), "11 comp=core");
+        EXPECT_EQ(Recorder::ToLines(events).at(6).substr(0, 6), "11 at=");
+        EXPECT_LE(before, attributeAt(events));
+        EXPECT_GE(after, attributeAt(events));
+        const Context child = Context::Child("child");
+    }
+    const auto events = Recorded().Take();
+    EXPECT_EQ(attributeAt(events), "") << "not of a child";
+    EXPECT_EQ(Recorder::ToLines(events),
+              (Lines{"1 1>2", "2 1>2", "11 pid=~", "11 tid=~", "11 cid=2", "11 comp=core", "6 child",
+                     "6 time", "10 clock=~", "10 elapsed=~", "7 time", "7 child", "3", "6 time", "10 clock=~",
+                     "10 elapsed=~", "7 time", "7 root", "3"}));
+    EXPECT_GE(events.at(15).param2.AsDouble(), 0.0199) << "from where the context began";
+    {
+        Context root(0, Context::Create(true));
+        const std::string before = Now();
+        root.OpenScope();
+        EXPECT_LE(before, attributeAt(Recorded().Take())) << "one without a factory begins with its scope";
+        Manager().SetBits(Scope::kElapsedTime, false);
+        Context timed = Context::Root("timed");
+        timed.OpenScope();
+    }
+    EXPECT_EQ(attributeAt(Recorded().Take()), "");
 }
 
 TEST_F(ContextTest, MadeByAFactoryItOpensItsScopeAtTheLatestForWhatComesUnderIt) {

@@ -10,6 +10,7 @@
 #include "metrics/ContextGuard.h"
 #include "metrics/Instrument.h"
 #include "metrics/MetricsMemoryUtils.h"
+#include "metrics/MetricsTimer.h"
 #include "tests/support/RunningTest.h"
 
 namespace Metrics::Testing {
@@ -204,6 +205,45 @@ TEST_F(ScopeTest, ProcessorTimeIsThatOfWhoWorksForTheContext) {
     EXPECT_LT(figures[4]["proc"], 0.19) << "of its second thread";
     EXPECT_GT(figures[4]["proc"], figures[4]["procexcl"] + 0.01) << "the scope moved along";
     EXPECT_GE(figures[4]["procexcl"], 0);
+}
+
+TEST_F(ScopeTest, MeasuresWallTimeUnlessProcessorTimeIsAskedForToo) {
+    const Lines wall = {"6 work", "6 time", "10 clock=~", "10 elapsed=~", "7 time", "7 work"};
+    {
+        const Scope scope("work", Scope::kWallTime);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    const auto events = Recorded().Take();
+    ASSERT_EQ(Recorder::ToLines(events), wall);
+    const double clock = events[2].param2.AsDouble();
+    const double elapsed = events[3].param2.AsDouble();
+    EXPECT_GT(elapsed, 0.0199);
+    EXPECT_GT(clock, 0);
+    EXPECT_LE(clock + elapsed, MetricsTimer::GetApplicationElapsedSecs());
+    EXPECT_NE(events[1].SequenceNumber(), events[0].SequenceNumber());
+    EXPECT_EQ(events[2].SequenceNumber(), events[1].SequenceNumber());
+
+    Manager().SetBits(Scope::kWallTime, false);
+    { METRICS_SCOPE("work"); }
+    EXPECT_EQ(TakeLines(), wall);
+    {
+        Scope scope;
+        for (int i = 0; i < 2; ++i) {
+            scope.Open("work", nullptr, 0);
+            scope.Close();
+        }
+    }
+    EXPECT_EQ(TakeLines().size(), 2 * wall.size());
+    { METRICS_SCOPE("work", Scope::kElapsedTime); }
+    EXPECT_EQ(TakeLines().size(), wall.size() + 6) << "its own bit goes before that of the mask";
+    { METRICS_SCOPE("work", Scope::kMemory); }
+    const Lines lines = TakeLines();
+    ASSERT_EQ(lines.size(), wall.size() + 7);
+    EXPECT_EQ(lines[5], "6 mem") << "after the time";
+    Scope outlives("outlives");
+    context_.Close();
+    outlives.Close();
+    EXPECT_EQ(TakeLines().back(), "7 outlives");
 }
 
 TEST_F(ScopeTest, MemoryOfTheMachineAndOfTheProcess) {

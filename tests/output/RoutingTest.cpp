@@ -94,6 +94,7 @@ TEST(Routing, MutingLeavesOutTimesAndIdentities) {
     output.MuteVolatileData();
     const std::ostringstream& stream = output.Listen(1);
     output.Put({Create(0, 1), Construct(0, 1), Attribute(1, "pid", 1), Attribute(1, "comp", "c"),
+                Attribute(1, "at", "2026-11-21T07:31:53.000120Z"),
                 Make(MetricsEventType::NameValue, 1, FourCC("tid"), 5), OpenScope(1, "a"),
                 Make(MetricsEventType::ScopeOpen, 1, FourCC("time")), Value(1, "elapsed", 1.5),
                 CloseScope(1, "time"), Value(1, "n", 1), OpenScope(1, "time"), Value(1, "gone", 1),

@@ -32,6 +32,28 @@ std::string ErrorOf(const Bytes& bytes) {
     return "no error";
 }
 
+TEST(MetricsValueBuffer, WhatWasMovedFromIsEmptyAndCanBeReadAndFilled) {
+    MetricsValueBuffer first;
+    first.Append(1);
+    first.Append(2);
+    MetricsValue value;
+    first.Extract(value);
+    MetricsValueBuffer second(std::move(first));
+    EXPECT_TRUE(first.Bytes().empty());
+    EXPECT_THROW(first.Extract(value), MetricsBufferError);
+    first.Append(3);
+    first.Extract(value);
+    EXPECT_EQ(value, MetricsValue(3));
+    first = std::move(second);
+    EXPECT_TRUE(second.Bytes().empty());
+    EXPECT_THROW(second.Extract(value), MetricsBufferError);
+    first.Extract(value);
+    EXPECT_EQ(value, MetricsValue(2)) << "the cursor moves along";
+    MetricsValueBuffer& same = first;
+    first = std::move(same);
+    EXPECT_EQ(first.Bytes().size(), 18U);
+}
+
 TEST(MetricsValueBuffer, EncodesEachKindAndDecodesItAgain) {
     const std::pair<MetricsValue, Bytes> cases[] = {
         {-2, {0, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},

@@ -1,9 +1,15 @@
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <charconv>
+#include <optional>
+#include <span>
+#include <string_view>
 
 #include "metrics/platform/Platform.h"
 
@@ -15,83 +21,135 @@ namespace {
 // counted.
 constexpr std::uint64_t kUserSpaceEnd = 0x7FFF'FFFF'F000;
 
-// Adds up the kernel's list of mapped regions, one line each: "start-end rwxp ...". It takes the list in
-// pieces of any size, because the file is read through a small buffer and what follows on a line may be long.
-class RegionList {
+// The kernel's line about the process's memory: seven numbers of pages, all that is mapped first, what may be
+// written privately (data and stacks) sixth. Nothing when that is not what it says, or when all is zero: then
+// it speaks of a thread that has ended.
+std::optional<AddressSpaceTotals> ParseTotals(std::string_view line) {
+    std::array<std::uint64_t, 7> pages;
+    const char* at = line.data();
+    const char* const end = at + line.size();
+    for (std::uint64_t& number : pages) {
+        const auto [next, error] = std::from_chars(at, end, number);
+        const char closing = &number == &pages.back() ? '\n' : ' ';
+        if (error != std::errc() || next == end || *next != closing) return std::nullopt;
+        at = next + 1;
+    }
+    static const auto pageSize = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    const std::uint64_t mapped = pages[0] * pageSize;
+    if (at != end || mapped == 0) return std::nullopt;
+    const std::uint64_t committed = std::min(pages[5] * pageSize, mapped);
+    const std::uint64_t total = std::max(kUserSpaceEnd, mapped);
+    return AddressSpaceTotals{total, total - mapped, mapped - committed, committed};
+}
+
+using Buffer = std::array<char, 256>;
+
+// Marks run here, which must not end in a cancellation.
+class CancellationBlocker {
   public:
-    void Feed(std::string_view piece) {
-        for (std::size_t at = 0; at < piece.size(); ++at) {
-            if (field_ == Field::Rest) {
-                at = piece.find('\n', at);
-                if (at == piece.npos) return;
-                BeginLine();
-            } else {
-                Feed(piece[at]);
-            }
-        }
+    CancellationBlocker() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~CancellationBlocker() { pthread_setcancelstate(before_, nullptr); }
+    CancellationBlocker(const CancellationBlocker&) = delete;
+    CancellationBlocker& operator=(const CancellationBlocker&) = delete;
+
+  private:
+    int before_ = 0;
+};
+
+// 0 to 2 are the host's standard streams, also when it has closed them.
+int OpenBeyondStandardStreams(const char* path) {
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0 || file > STDERR_FILENO) return file;
+    const int beyond = fcntl(file, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(file);
+    return beyond;
+}
+
+std::optional<AddressSpaceTotals> ReadTotals(int file) {
+    std::array<char, 256> buffer;
+    const ssize_t length = pread(file, buffer.data(), buffer.size(), 0);
+    if (length <= 0) return std::nullopt;
+    return ParseTotals({buffer.data(), static_cast<std::size_t>(length)});
+}
+
+// The process's line is that of its first thread, which may have ended before the others.
+std::optional<AddressSpaceTotals> ReadTotalsOfThisThread() {
+    const int file = OpenBeyondStandardStreams("/proc/thread-self/statm");
+    if (file < 0) return std::nullopt;
+    const auto totals = ReadTotals(file);
+    close(file);
+    return totals;
+}
+
+// A descriptor of that line that stays open, since opening takes longer than all the rest. The host may close
+// it, as programs do that close every descriptor, and then has its number for something else: so each use
+// first makes sure whose it is, and one that was lost is forgotten, not closed. Device and inode number stay
+// the file's own as long as it is open.
+class KeptLine {
+  public:
+    std::optional<AddressSpaceTotals> Read() {
+        const int file = file_.load(std::memory_order_acquire);
+        if (!IsOurs(file)) return OpenAndRead();
+        const auto totals = ReadTotals(file);
+        return totals ? totals : ReadTotalsOfThisThread();
     }
 
-    AddressSpaceTotals Totals() const {
-        AddressSpaceTotals totals = totals_;
-        const std::uint64_t used = totals.reserved + totals.committed;
-        totals.total = std::max(kUserSpaceEnd, used);
-        totals.free = totals.total - used;
-        return totals;
+    // It tells of the parent. Its number may be the host's by now, so it is not closed.
+    void StartOverInChild() {
+        file_.store(-1, std::memory_order_relaxed);
+        isOpening_.store(false, std::memory_order_relaxed);
     }
 
   private:
-    enum class Field { Start, End, Rights, Rest };
+    bool IsOurs(int file) const {
+        struct stat status;
+        return file >= 0 && fstat(file, &status) == 0 &&
+               status.st_dev == device_.load(std::memory_order_relaxed) &&
+               status.st_ino == inode_.load(std::memory_order_relaxed);
+    }
 
-    void Feed(char c) {
-        switch (field_) {
-            case Field::Start: return FeedAddress(start_, c, '-', Field::End);
-            case Field::End: return FeedAddress(end_, c, ' ', Field::Rights);
-            case Field::Rights: return FeedRights(c);
-            case Field::Rest: return;
+    std::optional<AddressSpaceTotals> OpenAndRead() {
+        const int file = OpenBeyondStandardStreams("/proc/self/statm");
+        if (file < 0) return std::nullopt;
+        const auto totals = ReadTotals(file);
+        if (!totals || !Keep(file)) close(file);
+        return totals ? totals : ReadTotalsOfThisThread();
+    }
+
+    // Of several threads that open it at a time one keeps it.
+    bool Keep(int file) {
+        if (isOpening_.exchange(true, std::memory_order_acquire)) return false;
+        struct stat status;
+        const bool isNeeded = !IsOurs(file_.load(std::memory_order_relaxed)) && fstat(file, &status) == 0;
+        if (isNeeded) {
+            device_.store(status.st_dev, std::memory_order_relaxed);
+            inode_.store(status.st_ino, std::memory_order_relaxed);
+            file_.store(file, std::memory_order_release);
         }
+        isOpening_.store(false, std::memory_order_release);
+        return isNeeded;
     }
 
-    void FeedAddress(std::uint64_t& address, char c, char closing, Field next) {
-        if (c == closing) {
-            field_ = next;
-        } else {
-            const auto digit = static_cast<std::uint64_t>(c <= '9' ? c - '0' : c - 'a' + 10);
-            address = address * 16 + digit;
-        }
-    }
-
-    void FeedRights(char c) {
-        hasRights_ = hasRights_ || c == 'r' || c == 'w' || c == 'x';
-        if (c != ' ') return;
-        if (start_ < kUserSpaceEnd) (hasRights_ ? totals_.committed : totals_.reserved) += end_ - start_;
-        field_ = Field::Rest;
-    }
-
-    void BeginLine() {
-        start_ = end_ = 0;
-        hasRights_ = false;
-        field_ = Field::Start;
-    }
-
-    AddressSpaceTotals totals_;
-    std::uint64_t start_ = 0;
-    std::uint64_t end_ = 0;
-    bool hasRights_ = false;
-    Field field_ = Field::Start;
+    std::atomic<int> file_{-1};
+    std::atomic<dev_t> device_{0};
+    std::atomic<ino_t> inode_{0};
+    std::atomic<bool> isOpening_{false};
 };
 
-// Hands the file to `consume` in pieces; nothing when it cannot be opened.
-template <class Consume>
-bool ReadInPieces(const char* path, Consume consume) {
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
-    if (file < 0) return false;
-    std::array<char, 4096> buffer;
-    ssize_t length;
-    while ((length = read(file, buffer.data(), buffer.size())) > 0) {
-        consume(std::string_view(buffer.data(), static_cast<std::size_t>(length)));
+constinit KeptLine keptLine;
+
+[[maybe_unused]] const bool startsOverInChild = (OnForkChild([] { keptLine.StartOverInChild(); }), true);
+
+std::string_view ReadTable(const char* path, std::span<char> buffer) {
+    const int file = OpenBeyondStandardStreams(path);
+    if (file < 0) return {};
+    std::size_t length = 0;
+    ssize_t piece;
+    while ((piece = read(file, buffer.data() + length, buffer.size() - length)) > 0) {
+        length += static_cast<std::size_t>(piece);
     }
     close(file);
-    return length == 0;
+    return {buffer.data(), length};
 }
 
 // The figure of one line "Label:   1234 kB", in bytes; 0 without such a line.
@@ -108,19 +166,14 @@ std::uint64_t Figure(std::string_view table, std::string_view label) {
 }  // namespace
 
 AddressSpaceTotals QueryAddressSpace() {
-    RegionList regions;
-    const bool isRead =
-        ReadInPieces("/proc/self/maps", [&regions](std::string_view piece) { regions.Feed(piece); });
-    return isRead ? regions.Totals() : AddressSpaceTotals();
+    const CancellationBlocker blocker;
+    return keptLine.Read().value_or(AddressSpaceTotals());
 }
 
 GlobalMemory QueryGlobalMemory() {
+    const CancellationBlocker blocker;
     std::array<char, 4096> buffer;
-    std::size_t length = 0;
-    ReadInPieces("/proc/meminfo", [&](std::string_view piece) {
-        length += piece.copy(buffer.data() + length, buffer.size() - length);
-    });
-    const std::string_view table(buffer.data(), length);
+    const std::string_view table = ReadTable("/proc/meminfo", buffer);
 
     GlobalMemory memory;
     memory.physicalTotal = Figure(table, "MemTotal:");

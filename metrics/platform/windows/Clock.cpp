@@ -7,6 +7,7 @@ namespace Metrics::platform {
 namespace {
 
 // A file time counts 100 ns since 1601-01-01.
+constexpr std::int64_t kFileTimePerMicrosecond = 10;
 constexpr std::int64_t kFileTimePerMillisecond = 10'000;
 constexpr std::int64_t kUnixEpochAsFileTime = 116'444'736'000'000'000;
 
@@ -24,6 +25,16 @@ double Seconds(const FILETIME& time) {
 }  // namespace
 
 std::int64_t SystemTimeMilliseconds() {
+    return SystemTimeMicroseconds() / 1000;
+}
+
+std::int64_t SystemTimeMicroseconds() {
+    FILETIME now;
+    GetSystemTimePreciseAsFileTime(&now);
+    return (Count(now) - kUnixEpochAsFileTime) / kFileTimePerMicrosecond;
+}
+
+std::int64_t CoarseSystemTimeMilliseconds() {
     // The same clock as GetSystemTime, before it is taken apart into a calendar date.
     FILETIME now;
     GetSystemTimeAsFileTime(&now);

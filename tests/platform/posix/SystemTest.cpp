@@ -1,12 +1,17 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <thread>
@@ -109,21 +114,116 @@ TEST_F(LongPathTest, AWorkingDirectoryThatDoesNotFitIsEmpty) {
     fs::current_path(before);
 }
 
-TEST(AddressSpaceTest, ARegionWithoutRightsIsReservedUntilItGetsSome) {
+// What may be written privately is committed; all else that is mapped is reserved.
+TEST(AddressSpaceTest, TheRightsOfAMappingDecide) {
     constexpr std::size_t kSize = std::size_t{256} << 20;
     const AddressSpaceTotals before = QueryAddressSpace();
     EXPECT_EQ(before.total, before.free + before.reserved + before.committed);
+    EXPECT_GT(before.committed, 0U);
+    const auto expectMore = [&](std::size_t committed, std::size_t reserved) {
+        const AddressSpaceTotals now = QueryAddressSpace();
+        EXPECT_EQ(now.committed - before.committed, committed);
+        EXPECT_EQ(now.reserved - before.reserved, reserved);
+        EXPECT_EQ(before.free - now.free, committed + reserved);
+        EXPECT_EQ(now.total, before.total);
+    };
     void* region = mmap(nullptr, kSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(region, MAP_FAILED);
-    const AddressSpaceTotals reserved = QueryAddressSpace();
-    EXPECT_EQ(reserved.reserved, before.reserved + kSize);
-    EXPECT_EQ(reserved.committed, before.committed);
-
-    ASSERT_EQ(mprotect(region, kSize, PROT_READ), 0);
-    EXPECT_EQ(QueryAddressSpace().committed, before.committed + kSize);
-
+    expectMore(0, kSize);
+    ASSERT_EQ(mprotect(region, kSize / 2, PROT_READ | PROT_WRITE), 0);
+    expectMore(kSize / 2, kSize / 2);
     munmap(region, kSize);
-    EXPECT_EQ(QueryAddressSpace().committed, before.committed);
+    region = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    expectMore(0, kSize);
+    munmap(region, kSize);
+    expectMore(0, 0);
+}
+
+int OpenDescriptors() {
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+// The child writes nothing of its parent's memory, and the parent learns the difference by the exit code.
+TEST(AddressSpaceTest, AChildOfAForkTellsOfItself) {
+    QueryAddressSpace();
+    constexpr std::size_t kSize = std::size_t{64} << 20;
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto before = QueryAddressSpace().committed;
+        mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        _exit(QueryAddressSpace().committed - before == kSize ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(AddressSpaceTest, ItsDescriptorIsOneAndIsNotMissedWhenTheHostClosesAndReusesAll) {
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int i = 0; i < 1000; ++i) close(i);
+        const auto before = QueryAddressSpace();
+        const bool leavesStandardStreams =
+            fcntl(0, F_GETFD) < 0 && fcntl(1, F_GETFD) < 0 && fcntl(2, F_GETFD) < 0;
+        const bool isClosedOnExec = (fcntl(3, F_GETFD) & FD_CLOEXEC) != 0;
+        const int count = OpenDescriptors();
+        for (int i = 0; i < 100; ++i) QueryAddressSpace();
+        const bool isOne = OpenDescriptors() == count;
+        close(3);
+        int pipes[2];
+        while (pipe(pipes) == 0 && pipes[1] < 10) {
+        }
+        const bool isToldOf = QueryAddressSpace().committed >= before.committed;
+        const bool isLeftAlone = write(pipes[1], "x", 1) == 1 && fcntl(3, F_GETFD) >= 0;
+        _exit(isToldOf && leavesStandardStreams && isClosedOnExec && isOne && isLeftAlone ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+// Not even what reads like the kernel's line, of another process.
+TEST(AddressSpaceTest, AFileThatTookThePlaceOfItsDescriptorIsNotRead) {
+    const int other = open(("/proc/" + std::to_string(getppid()) + "/statm").c_str(), O_RDONLY);
+    ASSERT_GE(other, 0);
+    QueryAddressSpace();
+    const std::string own = std::filesystem::canonical("/proc/self") / "statm";
+    for (int i = 3; i < 1000; ++i) {
+        std::error_code error;
+        if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(i), error) != own) continue;
+        const auto before = QueryAddressSpace().committed;
+        dup2(other, i);
+        EXPECT_EQ(QueryAddressSpace().committed, before);
+        close(other);
+        close(i);
+        return;
+    }
+    FAIL() << "no descriptor is kept";
+}
+
+TEST(AddressSpaceTest, IsToldWhenTheFirstThreadHasEnded) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::thread([] {
+            for (int mapped = 1; mapped != 0;) std::ifstream("/proc/self/statm") >> mapped;
+            _exit(QueryAddressSpace().committed > 0 ? 0 : 1);
+        }).detach();
+        syscall(SYS_exit, 0);  // of this thread alone
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(AddressSpaceTest, NoQueryIsAPointOfCancellation) {
+    bool isBack = false;
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        QueryAddressSpace();
+        QueryGlobalMemory();
+        isBack = true;
+    }).join();
+    EXPECT_TRUE(isBack);
 }
 
 }  // namespace Metrics::platform
