@@ -15,7 +15,7 @@ struct Options {
     unsigned threads = 1;
     Measure measure = Measure::Off;
     std::string out;            ///< The file; empty: requests.xml or requests.csv.
-    std::string bits = "time";  ///< What each scope measures, by mnemonics.
+    std::string bits = "wall";  ///< What each scope measures, by mnemonics.
     bool help = false;
 };
 
