@@ -36,8 +36,9 @@ struct ContextState;
 /// it is attached like any other and emits nothing.
 ///
 /// One thread at a time may use a context. It is destroyed on the thread it is attached to; elsewhere that is
-/// logged, and the thread it was attached to goes on stamping its marks with the id. Contexts may close in
-/// any order. Closing it (or the destructor) ends it; what the thread attached before becomes current again.
+/// logged, and the thread it was attached to goes on stamping its marks with the id until another context
+/// covers it. Contexts may close in any order, before their scopes and children too. Closing it (or the
+/// destructor) ends it; what the thread attached before becomes current again.
 class METRICS_API Context {
   public:
     /// Issues an id, with the calling thread's current context as parent unless `root`, and announces it. 0

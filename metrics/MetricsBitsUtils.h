@@ -38,8 +38,10 @@ class METRICS_API MetricsBitsUtils {
     MetricsBitsUtils() = delete;
 
     /// The filters of the file filters.xml beside the executable, in the order of the file; none when there
-    /// is no such file, or when its path is too long. Reads the file at each call. Throws std::runtime_error,
-    /// "empty filter value in " with the path, for a filter without a value.
+    /// is no such file, or when its path is too long. Reads the file at each call. An element with a value is
+    /// a filter; one without a value that has elements inside is a group. Throws std::runtime_error, with the
+    /// file and the line: "empty filter value in " for any other element that has a name, a mnemonic or a
+    /// symbol, and what the reader says of what is no XML.
     static std::vector<MetricsFilter> GetFilters();
 
     /// Text and flags of every entry with its mask: the built-in ones and two for each filter. Lives as long
@@ -47,12 +49,13 @@ class METRICS_API MetricsBitsUtils {
     /// built-in entries then.
     static const BitsMap& GetMetricsBitsMap();
 
-    /// The mask of one mnemonic, 0 when unknown. Only the last character of a text of odd length may be
-    /// given in upper case.
+    /// The mask of one mnemonic, 0 when unknown; the first unknown one is logged. Only the last character of
+    /// a text of odd length may be given in upper case.
     static unsigned long long GetMetricsBitFromMnemonic(const std::string& mnemonic);
 
     /// The masks of all mnemonics of a list, combined. Commas and line ends separate, white space around a
-    /// mnemonic does not matter, what starts with "#" is a comment, unknown mnemonics add nothing.
+    /// mnemonic does not matter, what starts with "#" is a comment, unknown mnemonics add nothing (those of
+    /// the first list that has any are logged).
     ///
     ///     manager.SetBits(MetricsBitsUtils::GetMetricsBitsFromMnemonicList("time, mem"), true);
     static unsigned long long GetMetricsBitsFromMnemonicList(const std::string& list);

@@ -79,6 +79,13 @@ class MetricsEvent {
         return static_cast<std::uint32_t>(header.AsUInt64() >> 32);
     }
 
+    /// Whether any of the five values does.
+    bool OwnsText() const noexcept {
+        return ((header.bits_.tag | contextId.bits_.tag | timestamp.bits_.tag | param1.bits_.tag |
+                 param2.bits_.tag) &
+                MetricsValue::kOwned) != 0;
+    }
+
     /// Appends the five values in order; returns the number of bytes that took.
     METRICS_API unsigned long Write(MetricsValueBuffer& buffer) const;
     /// Decodes five values from the buffer's read cursor; returns the number of bytes they took. Throws
@@ -97,11 +104,6 @@ class MetricsEvent {
     MetricsEvent(const MetricsEvent& other, MetricsValue::Bitwise how) noexcept
         : header(how), contextId(how), timestamp(how), param1(how), param2(how) {
         std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof other);
-    }
-    bool OwnsText() const noexcept {
-        return ((header.bits_.tag | contextId.bits_.tag | timestamp.bits_.tag | param1.bits_.tag |
-                 param2.bits_.tag) &
-                MetricsValue::kOwned) != 0;
     }
     METRICS_API void DuplicateTexts();
     METRICS_API void ForgetTexts() noexcept;

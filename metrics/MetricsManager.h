@@ -138,11 +138,14 @@ class METRICS_API MetricsManager {
     unsigned long long GetNextContextId(int unused = 0);
 
     /// Hands "MX: " and the message to the log delegate, on the calling thread; without a delegate nothing
-    /// happens.
+    /// happens. The library says here what goes wrong: each error of an output, and once for each kind what
+    /// would leave an empty file without an error.
     void Log(const std::string& message);
 
     /// Replaces the log delegate; an empty one switches logging off. It may be called on any thread, and what
     /// it throws is swallowed. Set it before other threads use the library if no message is to be missed.
+    /// While none was ever set, not even an empty one, the first error of an output in the process is a line
+    /// on the error stream.
     void SetLogDelegate(std::function<void(const std::string&)> delegate);
 
     /// Counters of what happened so far; reading them costs the marking threads nothing.

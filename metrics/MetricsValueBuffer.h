@@ -37,8 +37,10 @@ struct MetricsBufferHeader {
 /// and then read once from front to back. Not to be shared between threads; reading moves a cursor even in a
 /// const buffer. A copy has a cursor of its own, at the same place. What was moved from is empty.
 ///
-/// All numbers are little-endian. Every text is stored narrow and comes back as an owned String. Texts of
-/// 255 bytes and more do not survive: they are stored whole but read with the low byte of their length.
+/// All numbers are little-endian. Every text is stored narrow and comes back as an owned String. Readers go
+/// on by the low byte of a text's length. So MetricsEvent::Write cuts texts at 254 bytes, before a character
+/// of UTF-8 that would not fit, and nothing in a text is ever read as an event; Append stores a text whole,
+/// and what follows one of 255 bytes or more is misread.
 ///
 /// Decoding is safe against any bytes: nothing outside the vector is ever read.
 class METRICS_API MetricsValueBuffer {
@@ -56,6 +58,8 @@ class METRICS_API MetricsValueBuffer {
 
     /// Appends one value; returns the number of bytes it took.
     std::uint32_t Append(const MetricsValue& value);
+    /// Whether an event that was written here had a text of more than 254 bytes.
+    bool HasCutTexts() const noexcept { return hasCutTexts_; }
     /// Decodes the value at the cursor into `value`, moves past it and returns the number of bytes it took.
     /// Throws MetricsBufferError and then leaves `value` as it was.
     std::uint32_t Extract(MetricsValue& value) const;
@@ -71,12 +75,13 @@ class METRICS_API MetricsValueBuffer {
   private:
     friend class MetricsEvent;
 
-    std::uint32_t AppendEach(std::initializer_list<const MetricsValue*> values);
+    std::uint32_t AppendEvent(std::initializer_list<const MetricsValue*> values);
     MetricsValue ExtractText() const;
     const std::uint8_t* Take(std::size_t size) const;
     [[noreturn]] void ThrowExhausted() const;
 
     std::vector<std::uint8_t> bytes_;
+    bool hasCutTexts_ = false;
     // An index, so that neither growth nor a copy leaves it dangling; never beyond the end.
     mutable std::size_t cursor_ = 0;
 };

@@ -42,6 +42,9 @@ class METRICS_API XmlParser {
     /// Called with the parser for each row, inside Feed() or End(); it may write the row but must not feed.
     using RowCallback = std::function<void(XmlParser&)>;
 
+    /// Called with a line of text that says what a limit has cost, and where.
+    using NoticeCallback = std::function<void(const std::string& text)>;
+
     /// The option bits. The upper ones are set by Compile().
     enum Option : std::uint32_t {
         CopyThrough = 0x1,  ///< Everything that is read is copied to the stream of SetCopyStream().
@@ -75,6 +78,14 @@ class METRICS_API XmlParser {
 
     /// Where the copy goes; the stream must live as long as it is set. nullptr ends copying.
     void SetCopyStream(std::ostream* out);
+
+    /// What is beyond a limit costs rows, or an element, and never the rest: elements that nest too deep,
+    /// values that are too long, rows that wait for too much, groups of a summary that are too many.
+    /// `callback` is told of the first of each kind, with its line and column, inside Feed() or End(); it
+    /// must neither throw nor feed. Set it before feeding.
+    void SetNoticeCallback(NoticeCallback callback);
+    /// How much of all kinds was left out so far.
+    std::uint64_t LeftOut() const noexcept;
 
     std::uint32_t Options() const noexcept;
     /// Whether the definition has aggregates: its rows are groups, and all come with End().

@@ -67,6 +67,8 @@ struct Built {
 // which the child of a fork could find taken for ever.
 constinit OnePerProcess<Built> theTable;
 
+constinit std::atomic<UnknownMnemonicHandler> unknownMnemonicHandler{nullptr};
+
 Built& TheTable() {
     return theTable.Get();
 }
@@ -84,6 +86,15 @@ std::exception_ptr FilterError() {
 void ThrowFilterErrorOnce() {
     Built& built = TheTable();
     if (built.error && !built.errorTold.exchange(true)) std::rethrow_exception(built.error);
+}
+
+void SetUnknownMnemonicHandler(UnknownMnemonicHandler handler) {
+    unknownMnemonicHandler = handler;
+}
+
+void TellUnknownMnemonics(const std::string& mnemonics) {
+    const UnknownMnemonicHandler handler = unknownMnemonicHandler;
+    if (handler != nullptr && !mnemonics.empty()) handler(mnemonics);
 }
 
 }  // namespace Metrics::detail

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <string>
 
 #include "metrics/MetricsBitsUtils.h"
 
@@ -21,5 +22,11 @@ void ThrowFilterErrorOnce();
 // What was wrong with the filter file when the table was built, or null. The built-in names are there all the
 // same.
 std::exception_ptr FilterError();
+
+// Who hears of mnemonics that are not in the table, separated by commas: the manager, which stands above.
+// Null at first; it must not throw.
+using UnknownMnemonicHandler = void (*)(const std::string& mnemonics);
+void SetUnknownMnemonicHandler(UnknownMnemonicHandler handler);
+void TellUnknownMnemonics(const std::string& mnemonics);
 
 }  // namespace Metrics::detail

@@ -21,6 +21,16 @@ std::string LowerCasePairwise(std::string text) {
     return text;
 }
 
+// 0 when there is no such mnemonic.
+unsigned long long FindMnemonic(const std::string& mnemonic) {
+    const std::string wanted = LowerCasePairwise(mnemonic);
+    const MetricsBitsUtils::BitsMap& table = detail::BitsTable();
+    for (auto entry = table.lower_bound({wanted, MetricsBitFlags{}});
+         entry != table.end() && entry->first.first == wanted; ++entry)
+        if (Intersect(entry->first.second, MetricsBitFlags::Mnemonic)) return entry->second;
+    return 0;
+}
+
 MetricsBitFlags TextKind(bool mnemonic) {
     return mnemonic ? MetricsBitFlags::Mnemonic : MetricsBitFlags::Name;
 }
@@ -41,22 +51,24 @@ const MetricsBitsUtils::BitsMap& MetricsBitsUtils::GetMetricsBitsMap() {
 }
 
 unsigned long long MetricsBitsUtils::GetMetricsBitFromMnemonic(const std::string& mnemonic) {
-    const std::string wanted = LowerCasePairwise(mnemonic);
-    const BitsMap& table = detail::BitsTable();
-    for (auto entry = table.lower_bound({wanted, MetricsBitFlags{}});
-         entry != table.end() && entry->first.first == wanted; ++entry)
-        if (Intersect(entry->first.second, MetricsBitFlags::Mnemonic)) return entry->second;
-    return 0;
+    const unsigned long long bits = FindMnemonic(mnemonic);
+    if (bits == 0) detail::TellUnknownMnemonics(mnemonic);
+    return bits;
 }
 
 unsigned long long MetricsBitsUtils::GetMetricsBitsFromMnemonicList(const std::string& list) {
     std::vector<std::string> tokens;
     boost::algorithm::split(tokens, list, boost::algorithm::is_any_of(",\r\n"));
     unsigned long long bits = 0;
+    std::string unknown;
     for (std::string& token : tokens) {
         boost::algorithm::trim(token);
-        if (!token.empty() && token.front() != '#') bits |= GetMetricsBitFromMnemonic(token);
+        if (token.empty() || token.front() == '#') continue;
+        const unsigned long long found = FindMnemonic(token);
+        if (found == 0) unknown.append(unknown.empty() ? "" : ", ").append(token);
+        bits |= found;
     }
+    detail::TellUnknownMnemonics(unknown);
     return bits;
 }
 

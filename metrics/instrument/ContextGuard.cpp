@@ -4,17 +4,11 @@
 
 namespace Metrics {
 
-namespace {
-
-constexpr auto kRelaxed = std::memory_order_relaxed;
-
-}  // namespace
-
 ContextGuard::ContextGuard(Context& context)
     : state_(context.state_),
-      wasClosed_(state_->closed.load(kRelaxed)),
+      wasClosed_(state_->closed.load(std::memory_order_relaxed)),
       wasEnabled_(state_->IsEnabled()),
-      threadId_(state_->threadId.load(kRelaxed)) {
+      threadId_(state_->threadId.load(std::memory_order_relaxed)) {
     context.Validate();
     detail::Retain(state_);
     MetricsThreadContext* record = ThreadRecord();
@@ -30,12 +24,13 @@ ContextGuard::ContextGuard(Context& context)
 ContextGuard::~ContextGuard() {
     MetricsThreadContext* record = ThreadRecord();
     if (record != nullptr && record->Serial() == serial_ && record->Generation() == state_->generation) {
-        const bool stays = state_->IsAlive() && (wasClosed_ || !state_->closed.load(kRelaxed));
+        const bool stays =
+            state_->IsAlive() && (wasClosed_ || !state_->closed.load(std::memory_order_relaxed));
         const bool moved = !wasCurrent_ || !record->Contexts().Find(state_).isOnStack;
         if (moved || !stays) record->LeaveContext(state_, {wasOnStack_ && stays, index_, above_});
         if (stays) {
-            state_->enabled.store(wasEnabled_, kRelaxed);
-            state_->threadId.store(threadId_, kRelaxed);
+            state_->enabled.store(wasEnabled_, std::memory_order_relaxed);
+            state_->threadId.store(threadId_, std::memory_order_relaxed);
         }
     }
     detail::Release(state_);

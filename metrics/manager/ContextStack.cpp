@@ -10,8 +10,6 @@ namespace Metrics::detail {
 
 namespace {
 
-constexpr auto kRelaxed = std::memory_order_relaxed;
-
 constinit std::atomic<std::uint64_t> leftBehindSoFar{0};
 
 }  // namespace
@@ -81,7 +79,8 @@ void ContextStack::Take(ContextState* state) {
     const Entry entry = Extract(state);
     const ContextState* covered = entries_.empty() ? nullptr : entries_.back().state;
     entries_.push_back(entry);
-    if (covered != nullptr && covered->IsAlive()) state->enabled.store(covered->IsEnabled(), kRelaxed);
+    if (covered != nullptr && covered->IsAlive())
+        state->enabled.store(covered->IsEnabled(), std::memory_order_relaxed);
     const bool isNew = entries_.size() > before;
     const bool onParent = isNew && covered != nullptr && covered->id == state->parentId;
     Clock clock;
@@ -199,12 +198,12 @@ void ContextStack::UnpinBelow(ContextState* state) {
 }
 
 void ContextStack::StartOrStop(Entry& entry, Clock& clock) noexcept {
-    const bool measured = entry.state->measuredScopes.load(kRelaxed) != 0;
+    const bool measured = entry.state->measuredScopes.load(std::memory_order_relaxed) != 0;
     const bool runs = entry.leads && measured;
     if (runs == entry.runs) return;
     if (runs) {
         entry.since = clock.Now();
-        entry.measuredRun = entry.state->measuredRun.load(kRelaxed);
+        entry.measuredRun = entry.state->measuredRun.load(std::memory_order_relaxed);
     } else if (measured) {
         Charge(entry, clock.Now());
     }
@@ -214,10 +213,11 @@ void ContextStack::StartOrStop(Entry& entry, Clock& clock) noexcept {
 // What was spent while all scopes were closed meanwhile, on another thread, is nobody's any more.
 void ContextStack::Charge(Entry& entry, const Times& now) noexcept {
     ContextState& context = *entry.state;
-    const std::uint32_t run = context.measuredRun.load(kRelaxed);
+    const std::uint32_t run = context.measuredRun.load(std::memory_order_relaxed);
     if (run == std::exchange(entry.measuredRun, run)) {
-        context.processorSpent.fetch_add(std::max(now.processor - entry.since.processor, 0.0), kRelaxed);
-        context.userSpent.fetch_add(std::max(now.user - entry.since.user, 0.0), kRelaxed);
+        context.processorSpent.fetch_add(std::max(now.processor - entry.since.processor, 0.0),
+                                         std::memory_order_relaxed);
+        context.userSpent.fetch_add(std::max(now.user - entry.since.user, 0.0), std::memory_order_relaxed);
     }
     entry.since = now;
 }
@@ -226,14 +226,17 @@ void ContextStack::Charge(Entry& entry, const Times& now) noexcept {
 MetricsTimeStack::Times ContextStack::Spent(ContextState& context, Clock& clock) noexcept {
     const auto it = IteratorOf(&context);
     if (it != entries_.end() && it->runs) Charge(*it, clock.Now());
-    return {context.processorSpent.load(kRelaxed), context.userSpent.load(kRelaxed)};
+    return {context.processorSpent.load(std::memory_order_relaxed),
+            context.userSpent.load(std::memory_order_relaxed)};
 }
 
 void ContextStack::NoteMeasured(ContextState& context, Clock& clock) noexcept {
     const auto measured = static_cast<std::uint32_t>(context.timeStack.measured_.size());
-    const bool begins = measured != 0 && context.measuredScopes.load(kRelaxed) == 0;
-    if (begins) context.measuredRun.store(context.measuredRun.load(kRelaxed) + 1, kRelaxed);
-    context.measuredScopes.store(measured, kRelaxed);
+    const bool begins = measured != 0 && context.measuredScopes.load(std::memory_order_relaxed) == 0;
+    if (begins)
+        context.measuredRun.store(context.measuredRun.load(std::memory_order_relaxed) + 1,
+                                  std::memory_order_relaxed);
+    context.measuredScopes.store(measured, std::memory_order_relaxed);
     if (const auto it = IteratorOf(&context); it != entries_.end()) StartOrStop(*it, clock);
 }
 

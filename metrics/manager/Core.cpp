@@ -1,6 +1,9 @@
 #include "metrics/manager/Core.h"
 
+#include <algorithm>
+
 #include "metrics/Gate.h"
+#include "metrics/bits/BitsTable.h"
 #include "metrics/manager/ThreadContext.h"
 #include "metrics/manager/Worker.h"
 
@@ -8,7 +11,31 @@ namespace Metrics::detail {
 
 constinit std::atomic<unsigned long long> enableMask{0xFFF};
 
-Core::Core() : forkDepth_(ForkDepth()) {}
+namespace {
+
+// Of the process, whatever managers it has had.
+constinit std::atomic<bool> hadLogDelegate{false};
+constinit std::atomic<bool> hasShownError{false};
+
+// What comes from a file's name must not look like a second line.
+std::string AsLine(std::string text) {
+    constexpr std::size_t kLongest = 900;
+    text.resize(std::min(text.size(), kLongest));
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < ' ') c = ' ';
+    return text + '\n';
+}
+
+void LogUnknownMnemonics(const std::string& mnemonics) {
+    const std::shared_ptr<Core> core = CurrentCoreAndGeneration().first;
+    if (core) core->LogOnce(Core::UnknownMnemonic, "MetricsBitsUtils: unknown mnemonics: " + mnemonics);
+}
+
+}  // namespace
+
+Core::Core() : forkDepth_(ForkDepth()) {
+    SetUnknownMnemonicHandler(LogUnknownMnemonics);
+}
 
 Core::~Core() = default;
 
@@ -42,6 +69,7 @@ std::shared_ptr<const std::function<void()>> Core::ThreadInitFunction() const {
 
 void Core::SetLogDelegate(std::function<void(const std::string&)> delegate) {
     auto shared = std::make_shared<const std::function<void(const std::string&)>>(std::move(delegate));
+    hadLogDelegate = true;
     const std::lock_guard lock(settings_);
     logDelegate_.swap(shared);
 }
@@ -56,6 +84,16 @@ void Core::Log(const std::string& message) noexcept {
         if (delegate && *delegate) (*delegate)("MX: " + message);
     } catch (...) {
         // A log that fails must not fail what it tells of.
+    }
+}
+
+void Core::LogError(const std::string& message) noexcept {
+    Log(message);
+    if (hadLogDelegate || ForkDepth() != 0 || hasShownError.exchange(true)) return;
+    try {
+        platform::WriteErrorLine(AsLine("MX: " + message));
+    } catch (...) {
+        // No memory for the line.
     }
 }
 

@@ -117,13 +117,25 @@ class Core : public std::enable_shared_from_this<Core> {
     std::shared_ptr<const std::function<void()>> ThreadInitFunction() const;
     void SetLogDelegate(std::function<void(const std::string&)> delegate);
     void Log(const std::string& message) noexcept;
+    /// The same for an error. While no log delegate was ever set in this process its first error is a line on
+    /// the error stream instead; never in the child of a fork.
+    void LogError(const std::string& message) noexcept;
     /// Logs at most once for each kind of mistake that leaves the user with an empty file and no error.
     enum Hint : std::uint32_t {
-        NotCollecting = 1,
-        LostRegistration = 2,
-        LateAttribute = 4,
-        NoSuchRoot = 8,
-        DamagedFilters = 16
+        NotCollecting = 0x1,
+        LostRegistration = 0x2,
+        LateAttribute = 0x4,
+        NoSuchRoot = 0x8,
+        DamagedFilters = 0x10,
+        UnknownMnemonic = 0x20,
+        NoRowDefinition = 0x40,
+        LateRowDefinition = 0x80,
+        NoFileNames = 0x100,
+        ContextZero = 0x200,
+        UnseenContext = 0x400,
+        ClosedOutput = 0x800,
+        Misnested = 0x1000,
+        CutText = 0x2000
     };
     void LogOnce(Hint hint, const std::string& message) noexcept;
 
@@ -132,6 +144,8 @@ class Core : public std::enable_shared_from_this<Core> {
         return componentId_.exchange(id, std::memory_order_relaxed);
     }
     std::uint64_t NextContextId();
+    /// All ids up to this one have been given out.
+    std::uint64_t LastContextId() const { return contextIds_.load(std::memory_order_relaxed); }
     MetricsStatistics Statistics() const;
 
     const std::map<std::string, MetricsValue>& Parameters() const { return parameters_; }

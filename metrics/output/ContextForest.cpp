@@ -34,6 +34,17 @@ RootRecord* ContextForest::AddRoot(std::uint64_t id) {
     return &root;
 }
 
+RootRecord* ContextForest::SplitOff(ContextRecord& record) {
+    const auto [place, isNew] = roots_.try_emplace(record.id, record.id);
+    if (!isNew) return nullptr;
+    RootRecord& root = place->second;
+    record.unlink();
+    root.records.push_back(record);
+    root.current = &record;
+    record.root = &root;
+    return &root;
+}
+
 void ContextForest::Announce(ContextRecord& parent, std::uint64_t child) {
     ContextRecord& record = FindOrAdd(child);
     if (record.root == nullptr && parent.root != nullptr) Adopt(record, *parent.root);
@@ -61,7 +72,16 @@ void ContextForest::Adopt(ContextRecord& record, RootRecord& root) {
 // One more event is held for strangers.
 void ContextForest::CountStrange() {
     ++strange_;
-    while (strange_ > kMostStrange) Bury(strangers_.front());
+    while (strange_ > kMostStrange) {
+        forgotten_ += strangers_.front().waiting.Size();
+        Bury(strangers_.front());
+    }
+}
+
+std::uint64_t ContextForest::StrangeEvents() const {
+    std::uint64_t events = 0;
+    for (const ContextRecord& record : strangers_) events += record.waiting.Size();
+    return events;
 }
 
 void ContextForest::Bury(ContextRecord& record) noexcept {

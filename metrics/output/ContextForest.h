@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "metrics/output/EventFifo.h"
@@ -13,6 +14,7 @@ namespace Metrics::detail {
 
 struct Audience;
 struct RootRecord;
+struct RootStream;
 
 using RecordHook =
     boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::auto_unlink>>;
@@ -41,7 +43,8 @@ struct RootRecord {
     ContextRecord* current = nullptr;  // the last of the chain; null when there is nothing of it
     RecordList records;                // all of its tree
     std::size_t waiting = 0;           // events held for its tree
-    Audience* audience = nullptr;      // who wants its output; kept here for its owner
+    Audience* audience = nullptr;      // who wants its output; this and the next are kept here for others
+    RootStream* stream = nullptr;
 };
 
 // All contexts that are known, grown together into trees by their announcements.
@@ -63,11 +66,14 @@ class ContextForest {
     const ContextRecord* Guess(std::uint64_t id) const { return found_[id & (found_.size() - 1)]; }
     std::size_t Size() const { return records_.size(); }
     RootRecord* FindRoot(std::uint64_t id);
+    std::map<std::uint64_t, RootRecord>& Roots() { return roots_; }
     // The root with the lowest id, or null.
     RootRecord* LowestRoot() { return roots_.empty() ? nullptr : &roots_.begin()->second; }
 
     // Plants a tree. Null when there is one already, or when the context grows in another.
     RootRecord* AddRoot(std::uint64_t id);
+    // A context of which nothing is held becomes a root of its own. Null when there is one of that id.
+    RootRecord* SplitOff(ContextRecord& record);
     // `child` was created in the stream of `parent`.
     void Announce(ContextRecord& parent, std::uint64_t child);
 
@@ -89,7 +95,12 @@ class ContextForest {
     // Forgets a root with its whole tree.
     void RemoveRoot(RootRecord& root);
 
+    // Events of strangers: that are held, and that were forgotten since the last time.
+    std::uint64_t StrangeEvents() const;
+    std::uint64_t TakeForgotten() { return std::exchange(forgotten_, 0); }
+
     EventBlocks& Blocks() { return blocks_; }
+    const EventBlocks& Blocks() const { return blocks_; }
 
   private:
     ContextRecord*& Remembered(std::uint64_t id) { return found_[id & (found_.size() - 1)]; }
@@ -103,6 +114,7 @@ class ContextForest {
     std::map<std::uint64_t, RootRecord> roots_;
     RecordList strangers_;  // oldest first
     std::size_t strange_ = 0;
+    std::uint64_t forgotten_ = 0;
     // Where records were found before; there are as many places, a power of two, as there were records at any
     // time. Ids are given out in sequence, so those in use seldom share a place.
     std::vector<ContextRecord*> found_{1024};

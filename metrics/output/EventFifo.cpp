@@ -1,6 +1,27 @@
 #include "metrics/output/EventFifo.h"
 
+#include <cwchar>
+#include <string_view>
+
 namespace Metrics::detail {
+
+namespace {
+
+// In steps of 16 bytes, the allocator's own 8 among them, as is usual.
+std::size_t OwnedBytes(const MetricsValue& value) {
+    if (!value.OwnsText()) return 0;
+    const std::size_t text = value.Kind() == MetricsValueType::WideString
+                                 ? (std::wcslen(value.WideText()) + 1) * sizeof(wchar_t)
+                                 : std::string_view(value.Text()).size() + 1;
+    return std::max<std::size_t>(32, (text + 8 + 15) / 16 * 16);
+}
+
+}  // namespace
+
+std::size_t OwnedBytes(const MetricsEvent& event) {
+    return OwnedBytes(event.header) + OwnedBytes(event.contextId) + OwnedBytes(event.timestamp) +
+           OwnedBytes(event.param1) + OwnedBytes(event.param2);
+}
 
 EventBlocks::~EventBlocks() {
     while (free_ != nullptr) {
@@ -11,8 +32,9 @@ EventBlocks::~EventBlocks() {
 }
 
 EventBlocks::Block* EventBlocks::Take() {
-    if (free_ == nullptr) return new Block;
-    Block* block = free_;
+    Block* block = free_ != nullptr ? free_ : new Block;
+    ++taken_;
+    if (block != free_) return block;
     free_ = block->next;
     block->next = nullptr;
     --kept_;
@@ -20,6 +42,7 @@ EventBlocks::Block* EventBlocks::Take() {
 }
 
 void EventBlocks::GiveBack(Block* block) noexcept {
+    --taken_;
     if (kept_ == kMostKept) {
         delete block;
         return;
@@ -40,6 +63,22 @@ void EventFifo::PushInNewBlock(const MetricsEvent& event) {
     (size_ == 0 ? head_ : tail_->next) = block;
     tail_ = block;
     ++size_;
+    if (event.OwnsText()) AddTexts(event);
+}
+
+void EventFifo::AddTexts(const MetricsEvent& event) {
+    const std::size_t bytes = OwnedBytes(event);
+    texts_ += bytes;
+    blocks_->AddTexts(bytes);
+}
+
+void EventFifo::SubtractTexts(std::size_t count) noexcept {
+    for (const MetricsEvent& event : Front().first(count)) {
+        if (!event.OwnsText()) continue;
+        const std::size_t bytes = OwnedBytes(event);
+        texts_ -= bytes;
+        blocks_->SubtractTexts(bytes);
+    }
 }
 
 void EventFifo::GiveBackHead() noexcept {

@@ -34,12 +34,22 @@ class EventBlocks {
     Block* Take();
     void GiveBack(Block* block) noexcept;
 
+    // What the events take that are held in blocks of this store, their texts included.
+    std::size_t Bytes() const { return taken_ * sizeof(Block) + texts_; }
+    void AddTexts(std::size_t bytes) { texts_ += bytes; }
+    void SubtractTexts(std::size_t bytes) { texts_ -= bytes; }
+
   private:
     static constexpr std::size_t kMostKept = 4096;  // 8 MB; a larger peak goes back to the system
 
     Block* free_ = nullptr;
     std::size_t kept_ = 0;
+    std::size_t taken_ = 0;
+    std::size_t texts_ = 0;
 };
+
+// What the texts take that an event owns, with what the allocator adds to each.
+std::size_t OwnedBytes(const MetricsEvent& event);
 
 // Events in order of arrival. An empty one owns no block.
 class EventFifo {
@@ -51,6 +61,11 @@ class EventFifo {
 
     bool Empty() const { return size_ == 0; }
     std::size_t Size() const { return size_; }
+    // What its events take.
+    std::size_t Bytes() const {
+        const std::size_t blocks = (first_ + size_ + EventBlocks::kEvents - 1) / EventBlocks::kEvents;
+        return (Empty() ? 0 : blocks * sizeof(EventBlocks::Block)) + texts_;
+    }
     // The first ones, as many as lie together; at least one unless it is empty. What lies behind them is
     // asked for: it was held back long enough to have left the cache.
     std::span<MetricsEvent> Front() {
@@ -67,9 +82,13 @@ class EventFifo {
                            std::min(index + 2, EventBlocks::kEvents - 1) * sizeof(MetricsEvent));
         std::construct_at(tail_->At(index), event);
         ++size_;
+        if (event.OwnsText()) [[unlikely]]
+            AddTexts(event);
     }
     // Removes the first `count` of what Front returns.
     void Pop(std::size_t count) noexcept {
+        if (texts_ != 0) [[unlikely]]
+            SubtractTexts(count);
         std::destroy_n(head_->At(first_), count);
         size_ -= count;
         first_ += count;
@@ -95,12 +114,15 @@ class EventFifo {
   private:
     void PushInNewBlock(const MetricsEvent& event);
     void GiveBackHead() noexcept;
+    void AddTexts(const MetricsEvent& event);
+    void SubtractTexts(std::size_t count) noexcept;
 
     EventBlocks* blocks_;
     EventBlocks::Block* head_ = nullptr;
     EventBlocks::Block* tail_ = nullptr;
     std::size_t first_ = 0;  // of the events in `head_`
     std::size_t size_ = 0;
+    std::size_t texts_ = 0;  // what the texts of its events take
 };
 
 }  // namespace Metrics::detail

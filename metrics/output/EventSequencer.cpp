@@ -27,6 +27,14 @@ EventSequencer::Admission EventSequencer::AdmitLifecycle(const MetricsEvent& eve
     }
 }
 
+// What belongs to no context is left out elsewhere.
+EventSequencer::Admission EventSequencer::LeaveOut(const MetricsEvent& event) {
+    const MetricsEventType type = event.Type();
+    const bool isMark = type >= MetricsEventType::ScopeOpen && type <= MetricsEventType::NameValue;
+    if (isMark && ContextOf(event) != 0) ++leftOut_;
+    return {};
+}
+
 // Accepted whether or not the context that it stands in is open.
 EventSequencer::Admission EventSequencer::AdmitCreation(const MetricsEvent& event) {
     Admission admission;
@@ -45,7 +53,7 @@ RootRecord* EventSequencer::Release(RootRecord& root, const EventRun& run) {
 }
 
 RootRecord* EventSequencer::Settle(RootRecord& root, const Effect& effect) {
-    if (mode_ == Mode::LowestRoot) begun_ = &root;
+    if (inTurn_) begun_ = &root;
     if (effect.ends) return Ascend(root);
     if (effect.child != 0)
         Descend(root, effect.child);
@@ -66,8 +74,10 @@ void EventSequencer::Descend(RootRecord& root, std::uint64_t child) {
 }
 
 RootRecord* EventSequencer::Ascend(RootRecord& root) {
+    const std::size_t before = root.waiting;
     if (root.current != nullptr) forest_.Erase(*root.current);
     root.chain.pop_back();
+    leftOut_ += root.chain.empty() ? before : before - root.waiting;
     if (root.chain.empty()) {
         Drop(root);
         return nullptr;
@@ -78,6 +88,7 @@ RootRecord* EventSequencer::Ascend(RootRecord& root) {
 
 void EventSequencer::Drop(RootRecord& root) {
     if (begun_ == &root) begun_ = nullptr;
+    ended_ = root.stream;
     forest_.RemoveRoot(root);
 }
 
@@ -124,7 +135,16 @@ void EventSequencer::CloseByForce(ContextRecord& current) {
     current.open = false;
 }
 
+bool EventSequencer::SplitOff(RootRecord& root, RootRecord** own) {
+    if (root.chain.size() < 2) return false;
+    *own = root.current != nullptr ? forest_.SplitOff(*root.current) : nullptr;
+    root.chain.pop_back();
+    root.current = FindInTree(root, root.chain.back());
+    return true;
+}
+
 const MetricsEvent* EventSequencer::NextRootless() {
+    if (!inTurn_ && RootlessWaiting() > kMostRootless) flushesRootless_ = true;
     const bool itsTurn = flushesRootless_ || forest_.LowestRoot() == nullptr;
     return itsTurn && !rootless_.waiting.Empty() ? &rootless_.waiting.Front().front() : nullptr;
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "metrics/MetricsDemultiplexer.h"
 #include "metrics/output/ContextForest.h"
@@ -32,7 +33,19 @@ class EventSequencer {
         RootRecord* newRoot = nullptr;    // the root that the event created
     };
 
-    explicit EventSequencer(Mode mode) : mode_(mode) {}
+    explicit EventSequencer(Mode mode) : mode_(mode), inTurn_(mode == Mode::LowestRoot) {}
+
+    // In LowestRoot: whether one root is served after the other, or any of them as in RequestedRoot.
+    bool InTurn() const { return inTurn_; }
+    void LeaveTurns() {
+        inTurn_ = false;
+        begun_ = nullptr;
+    }
+    // Back to turns; a root that is still there begins.
+    void TakeTurns(std::uint64_t first) {
+        inTurn_ = true;
+        begun_ = FindRoot(first);
+    }
 
     void SetForcing(const Forcing& forcing) { forcing_ = forcing; }
 
@@ -40,7 +53,8 @@ class EventSequencer {
     Admission Admit(const MetricsEvent& event) {
         if (event.Type() <= MetricsEventType::ContextClose) return AdmitLifecycle(event);
         ContextRecord* record = Find(ContextOf(event));
-        if (record == nullptr || !record->open) return {};
+        if (record == nullptr || !record->open) [[unlikely]]
+            return LeaveOut(event);
         return {record, nullptr};
     }
     void Hold(ContextRecord& record, const MetricsEvent& event) {
@@ -82,6 +96,16 @@ class EventSequencer {
     // All of the above in one: takes the next event of a root, or of whose turn it is in LowestRoot.
     bool Take(std::uint64_t rootId, MetricsEvent& event);
 
+    // The root does not wait any more for the context that its turn is at, of which nothing is held: that
+    // one becomes a root, `*own`, if anything is known of it. False when it is the root's own turn.
+    bool SplitOff(RootRecord& root, RootRecord** own);
+    // The stream of the root that ended or was dropped last; once.
+    RootStream* TakeEnded() { return std::exchange(ended_, nullptr); }
+
+    // Events that were left out since the last time: of contexts that had closed or whose root had ended.
+    std::uint64_t TakeLeftOut() { return std::exchange(leftOut_, 0) + forest_.TakeForgotten(); }
+
+    ContextForest& Forest() { return forest_; }
     const ContextForest& Forest() const { return forest_; }
     RootRecord* FindRoot(std::uint64_t id) { return forest_.FindRoot(id); }
     // True when `id` is a known context and not a root.
@@ -103,6 +127,7 @@ class EventSequencer {
         return {type == MetricsEventType::ContextClose || type == MetricsEventType::DemuxSynthesized,
                 CreatesChild(first) ? CreatedContext(first) : 0, run.openScopes};
     }
+    Admission LeaveOut(const MetricsEvent& event);
     Admission AdmitLifecycle(const MetricsEvent& event);
     Admission AdmitCreation(const MetricsEvent& event);
     ContextRecord* Find(std::uint64_t id) { return id != 0 ? forest_.Find(id) : &rootless_; }
@@ -112,7 +137,7 @@ class EventSequencer {
     static bool IsNext(const ContextRecord& record) {
         return record.root != nullptr && record.root->current == &record && record.waiting.Empty();
     }
-    bool IsServed(const RootRecord& root) { return mode_ != Mode::LowestRoot || Served() == &root; }
+    bool IsServed(const RootRecord& root) { return !inTurn_ || Served() == &root; }
 
     RootRecord* Settle(RootRecord& root, const Effect& effect);
     void Descend(RootRecord& root, std::uint64_t child);
@@ -124,11 +149,14 @@ class EventSequencer {
     void CloseByForce(ContextRecord& current);
 
     const Mode mode_;
+    bool inTurn_;
     Forcing forcing_;
     ContextForest forest_;
     ContextRecord rootless_{0, forest_.Blocks()};  // context 0; only used in LowestRoot
     bool flushesRootless_ = false;
     RootRecord* begun_ = nullptr;
+    RootStream* ended_ = nullptr;
+    std::uint64_t leftOut_ = 0;
 };
 
 }  // namespace Metrics::detail

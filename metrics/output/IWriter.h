@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <string>
 
 namespace Metrics {
 
@@ -22,6 +24,18 @@ class IWriter {
     virtual void Flush() = 0;
     // Once, before the target goes; no Flush follows.
     virtual void End() = 0;
+
+    // What a table of this writer is described by in a schema.ini; empty when it writes none.
+    virtual std::string Schema() const { return {}; }
+
+    // Tables only: what is written from here on is of this root, whose rows are made apart from those of
+    // others; 0 for the roots that come one after the other. And: that root has ended.
+    virtual void TurnTo(std::uint64_t) {}
+    virtual void EndTable(std::uint64_t) {}
+
+    // Something else comes in between: attributes that wait for a scope are dropped. They come again before
+    // the scope does.
+    virtual void Interrupt() {}
 
     // The finished buffer of a writer that fills one; it is handed over.
     virtual std::shared_ptr<MetricsValueBuffer> TakeBuffer() { return nullptr; }

@@ -32,12 +32,13 @@ void CloseDown(const std::shared_ptr<OutputState>& state) {
     state->Core().Unregister(state->registration);
     // Whoever comes second finds nothing left to do, but has waited for the first.
     RunOnWorker(*state, [state] { state->CloseDown(); });
+    state->Conclude();
 }
 
 }  // namespace
 
 MetricsOutput::MetricsOutput(Mode mode, Format format) : magic_(detail::kAliveMagic) {
-    if (mode > Mode::PerContext || format > Format::Buffer)
+    if (mode > Mode::Completed || format > Format::Buffer)
         throw std::invalid_argument("MetricsOutput: no such mode or format");
     state_ = std::make_shared<OutputState>(Core::Current(), mode, format);
     state_->registration = state_->Core().Register(
@@ -57,7 +58,9 @@ MetricsOutput::~MetricsOutput() {
         if (!state_->IsClosed()) CloseDown(state_);
     } catch (...) {
         state_->CloseDown();
+        state_->Conclude();
     }
+    state_->SetErrorHandler(nullptr);
     state_->ReleaseStreams();
 }
 
@@ -91,13 +94,22 @@ void MetricsOutput::SetWildcardedOutputFile(const std::string& pattern) {
     if (!Inherited(state_)) state_->SetWildcard(pattern);
 }
 
+void MetricsOutput::SetRootElement(const std::string& name) {
+    Validate();
+    if (!Inherited(state_)) state_->SetRootElement(name);
+}
+
 void MetricsOutput::SetRowDefinition(const std::string& definition) {
     Validate();
     if (!Inherited(state_)) state_->SetRowDefinition(definition);
 }
 
 unsigned long long MetricsOutput::OpenNewContextAndFile(const std::string& fileName) {
-    return Context::Create(true, [&](unsigned long long contextId) { OpenFile(fileName, contextId); });
+    Validate();
+    const auto open = [&](unsigned long long contextId) {
+        if (!Inherited(state_)) state_->OpenFile(fileName, contextId, true);
+    };
+    return Context::Create(true, open);
 }
 
 void MetricsOutput::MuteVolatileData() {
@@ -105,11 +117,17 @@ void MetricsOutput::MuteVolatileData() {
     if (!Inherited(state_)) state_->MuteVolatileData();
 }
 
+void MetricsOutput::SetHeldLimit(std::size_t bytes) {
+    Validate();
+    if (!Inherited(state_)) state_->SetHeldLimit(bytes);
+}
+
 void MetricsOutput::Finish(unsigned long long contextId) {
     Validate();
     if (Inherited(state_) || state_->IsClosed()) return;
     state_->Core().WaitDelivered();
     RunOnWorker(*state_, [state = state_, contextId] { state->Drain(contextId); });
+    state_->Conclude();
 }
 
 void MetricsOutput::Flush() {
@@ -117,6 +135,7 @@ void MetricsOutput::Flush() {
     if (Inherited(state_) || state_->IsClosed()) return;
     state_->Core().WaitDelivered();
     state_->Flush();
+    state_->Conclude();
 }
 
 void MetricsOutput::Close() {
@@ -132,6 +151,11 @@ std::shared_ptr<MetricsValueBuffer> MetricsOutput::GetBuffer(unsigned long long 
 std::shared_ptr<MetricsValueBuffer> MetricsOutput::TakeBuffer(unsigned long long contextId) {
     Validate();
     return Inherited(state_) ? nullptr : state_->TakeBuffer(contextId);
+}
+
+void MetricsOutput::SetErrorHandler(std::function<void(const std::string&)> handler) {
+    Validate();
+    if (!Inherited(state_)) state_->SetErrorHandler(std::move(handler));
 }
 
 void MetricsOutput::SetError(const std::string& message) {

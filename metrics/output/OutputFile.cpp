@@ -1,13 +1,8 @@
 #include "metrics/output/OutputFile.h"
 
-#include <cerrno>
+#include "metrics/base/FileError.h"
 
 namespace Metrics::detail {
-
-OpenFailure::OpenFailure(const std::string& name, bool tooManyFiles)
-    : std::runtime_error("failed to open file"), details_("failed to open file: " + name) {
-    if (tooManyFiles) details_ += " (the limit of open files is reached)";
-}
 
 std::streamsize OutputFileBuffer::xsputn(const char* text, std::streamsize size) {
     return file_.Write({text, static_cast<std::size_t>(size)}) ? size : 0;
@@ -19,14 +14,25 @@ OutputFileBuffer::int_type OutputFileBuffer::overflow(int_type c) {
     return file_.Write({&character, 1}) ? c : traits_type::eof();
 }
 
-OutputFileStream::OutputFileStream(const std::string& name) : std::ostream(nullptr) {
-    const int error = file_.Open(name);
-    if (error != 0) throw OpenFailure(name, error == EMFILE || error == ENFILE);
-    init(&buffer_);
+void OutputFileStream::Open(const std::string& name, Opening opening) {
+    name_ = name;
+    Check(file_.Open(name, opening));
+}
+
+void OutputFileStream::Empty() {
+    Check(file_.Empty());
+}
+
+void OutputFileStream::Check(int error) const {
+    if (error != 0) throw FileError("failed to open file", name_, platform::ErrorText(error));
 }
 
 void OutputFileStream::Close() {
     if (!file_.Close()) setstate(badbit);
+}
+
+std::string OutputFileStream::Failure() const {
+    return file_.Error() != 0 ? platform::ErrorText(file_.Error()) : std::string();
 }
 
 std::string WildcardName(const std::string& pattern, std::uint64_t contextId) {

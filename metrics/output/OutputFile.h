@@ -1,27 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <ostream>
-#include <stdexcept>
 #include <streambuf>
 #include <string>
 
 #include "metrics/platform/Platform.h"
 
 namespace Metrics::detail {
-
-// A file could not be opened. The message is for the caller who knows the name; Details() is for errors that
-// are read later.
-class OpenFailure : public std::runtime_error {
-  public:
-    OpenFailure(const std::string& name, bool tooManyFiles);
-
-    const std::string& Details() const { return details_; }
-
-  private:
-    std::string details_;
-};
 
 // Hands everything on to a file at once, since what writers hand over comes in blocks.
 class OutputFileBuffer final : public std::streambuf {
@@ -36,16 +22,28 @@ class OutputFileBuffer final : public std::streambuf {
     platform::OutputFile& file_;
 };
 
-// A new file for text; an existing one is emptied, and others may read it meanwhile.
+// A file for text that others may read meanwhile. Nothing may be written before it is open.
 class OutputFileStream final : public std::ostream {
   public:
-    // Throws OpenFailure.
-    explicit OutputFileStream(const std::string& name);
+    using Opening = platform::OutputFile::Opening;
 
+    OutputFileStream() : std::ostream(nullptr) { rdbuf(&buffer_); }
+
+    // Once. What an existing file holds stays until Empty(). Both throw a FileError.
+    void Open(const std::string& name, Opening opening);
+    void Empty();
     // The last chance to hear of what the system could not write; the stream has failed then.
     void Close();
 
+    const std::string& Name() const { return name_; }
+    bool IsPlain() const { return file_.IsPlain(); }
+    // The system's words for what went wrong last; empty if nothing did.
+    std::string Failure() const;
+
   private:
+    void Check(int error) const;
+
+    std::string name_;
     platform::OutputFile file_;
     OutputFileBuffer buffer_{file_};
 };

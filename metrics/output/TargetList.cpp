@@ -36,13 +36,16 @@ void TargetList::Try(OutputTarget& target, Action action) {
 void TargetList::Fail(OutputTarget& target, const char* reason) {
     if (target.failed) return;
     target.failed = true;
-    const std::string destination =
-        target.name.empty() ? "context " + std::to_string(target.audience->contextId) : target.name;
+    const std::string destination = target.file != nullptr
+                                        ? target.file->Name()
+                                        : "context " + std::to_string(target.audience->contextId);
     problems_.push_back("failed to write to " + destination + ": " + reason);
 }
 
 void TargetList::CheckStream(OutputTarget& target) {
-    if (target.stream != nullptr && !*target.stream) Fail(target, "the stream failed");
+    if (target.stream == nullptr || *target.stream) return;
+    const std::string reason = target.file != nullptr ? target.file->Failure() : std::string();
+    Fail(target, reason.empty() ? "the stream failed" : reason.c_str());
 }
 
 OutputTarget& TargetList::Open(std::uint64_t contextId, OutputTarget target) {
@@ -71,6 +74,27 @@ void TargetList::Write(OutputTarget& target, std::span<const MetricsEvent> event
         if (target.flushPlace == 0 && target.stream != nullptr) WantFlush(target);
         for (const MetricsEvent& event : events) target.writer->Write(event);
     });
+}
+
+void TargetList::WriteRows(Audience& audience, std::uint64_t root, std::span<const MetricsEvent> events) {
+    for (OutputTarget* target : audience.targets) {
+        Try(*target, [&] { target->writer->TurnTo(root); });
+        Write(*target, events);
+    }
+}
+
+void TargetList::EndTable(Audience& audience, std::uint64_t root) {
+    for (OutputTarget* target : audience.targets) {
+        if (target->failed) continue;
+        Try(*target, [&] { target->writer->EndTable(root); });
+    }
+}
+
+void TargetList::Interrupt(Audience& audience) {
+    for (OutputTarget* target : audience.targets) {
+        if (target->failed) continue;
+        Try(*target, [&] { target->writer->Interrupt(); });
+    }
 }
 
 void TargetList::WantFlush(OutputTarget& target) {
@@ -134,9 +158,8 @@ ClosedTarget TargetList::Close(OutputTarget& target) {
 }
 
 void TargetList::CloseFile(OutputTarget& target) {
-    auto* file = dynamic_cast<OutputFileStream*>(target.owned.get());
-    if (file == nullptr) return;
-    Try(target, [&] { file->Close(); });
+    if (target.file == nullptr || !target.owned) return;
+    Try(target, [&] { target.file->Close(); });
     CheckStream(target);
 }
 

@@ -17,10 +17,11 @@
 namespace Metrics::detail {
 
 struct Audience;
+class OutputFileStream;
 
 // One destination.
 struct OutputTarget {
-    std::string name;                     // of its file, if it has one
+    OutputFileStream* file = nullptr;     // the stream, if it is a file that was opened here
     std::ostream* stream = nullptr;       // null for buffers
     std::unique_ptr<std::ostream> owned;  // the same, if it dies with the target
     std::unique_ptr<IWriter> writer;      // after the stream that it uses
@@ -57,6 +58,10 @@ class TargetList {
     void Write(Audience& audience, std::span<const MetricsEvent> events) {
         for (OutputTarget* target : audience.targets) Write(*target, events);
     }
+    // The same for a table of several roots; `root` as in IWriter::TurnTo.
+    void WriteRows(Audience& audience, std::uint64_t root, std::span<const MetricsEvent> events);
+    void EndTable(Audience& audience, std::uint64_t root);
+    void Interrupt(Audience& audience);
     void WriteToEach(std::span<const MetricsEvent> events) {
         for (auto& [number, target] : targets_) Write(target, events);
     }

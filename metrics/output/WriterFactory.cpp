@@ -1,8 +1,10 @@
 #include "metrics/output/WriterFactory.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "metrics/output/BufferWriter.h"
+#include "metrics/output/NestedWriter.h"
 #include "metrics/output/RawWriter.h"
 #include "metrics/output/TextWriter.h"
 #include "metrics/output/XmlWriter.h"
@@ -11,29 +13,33 @@ namespace Metrics::detail {
 
 namespace {
 
-bool IsTable(MetricsOutput::Format format) {
-    return format == MetricsOutput::Format::CsvComma || format == MetricsOutput::Format::CsvPipe;
+std::function<void(std::string)> RemarkOn(const WriterSettings& settings, const std::string& destination) {
+    if (!settings.remark) return {};
+    return [remark = settings.remark, destination](std::string text) {
+        remark("table of " + destination + ": " + std::move(text));
+    };
 }
 
 }  // namespace
 
-void CheckDefinition(const WriterSettings& settings) {
-    if (!IsTable(settings.format)) return;
-    CompiledRow scratch;
-    CompileRow(settings.rowDefinition, scratch);
+bool IsTable(MetricsOutput::Format format) {
+    return format == MetricsOutput::Format::CsvComma || format == MetricsOutput::Format::CsvPipe;
 }
 
 std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream,
-                                    const std::string& schemaFor) {
+                                    const std::string& destination) {
     using Format = MetricsOutput::Format;
     if (settings.format == Format::Buffer) return std::make_unique<BufferWriter>();
     if (stream == nullptr) throw std::runtime_error("MetricsOutput: only Format::Buffer writes to a buffer");
     switch (settings.format) {
-        case Format::Xml: return std::make_unique<XmlWriter>(*stream);
+        case Format::Xml:
+            return std::make_unique<NestedWriter<XmlWriter>>(settings.misnested, *stream,
+                                                             settings.rootElement);
         case Format::CsvComma:
         case Format::CsvPipe: {
             const char separator = settings.format == Format::CsvPipe ? '|' : ',';
-            return std::make_unique<TextWriter>(*stream, schemaFor, separator, settings.rowDefinition);
+            return std::make_unique<TextWriter>(*stream, separator, settings.rowDefinition,
+                                                settings.misnested, RemarkOn(settings, destination));
         }
         default: return std::make_unique<RawWriter>(*stream, settings.mute);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -15,14 +16,18 @@ struct WriterSettings {
     MetricsOutput::Format format;
     bool mute = false;
     std::vector<std::string> rowDefinition;
+    std::string rootElement;    // of XML, or empty
+    bool* misnested = nullptr;  // set when something closes before what is open inside
+    // Takes what costs a row or an element only, see OutputState::Remark.
+    std::function<void(std::string)> remark;
 };
 
-// Throws RowDefinitionError when the format needs a row definition and this is none.
-void CheckDefinition(const WriterSettings& settings);
+bool IsTable(MetricsOutput::Format format);
 
-// Makes the writer of a new target. `stream` may be null for Buffer only; `schemaFor` is the file that a
-// table is to be described for, or empty. Throws RowDefinitionError, and std::runtime_error without a stream.
+// Makes the writer of a new target. `stream` may be null for Buffer only; nothing is written to it yet.
+// `destination` is how remarks call the target.
+// Throws RowDefinitionError, and std::runtime_error without a stream.
 std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream,
-                                    const std::string& schemaFor);
+                                    const std::string& destination);
 
 }  // namespace Metrics::detail

@@ -3,40 +3,47 @@
 #include <cstddef>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "metrics/output/IWriter.h"
 #include "metrics/output/TextBlock.h"
+#include "metrics/values/AttributeList.h"
 #include "metrics/values/DateTimeText.h"
 
 namespace Metrics {
 
+class MetricsValue;
+
 // Scopes as indented elements, values as elements with a text, name/values as attributes of the next scope
-// that opens. There is neither a declaration nor a root element: the context's own scope is the outermost
-// one.
+// that opens. Well-formed whatever the events hold; with a root element the whole is a document, else the
+// context's own scope is the outermost element.
 class XmlWriter final : public IWriter {
   public:
-    explicit XmlWriter(std::ostream& stream) : block_(stream) {}
+    // Without a declaration and a root element when its name is empty.
+    explicit XmlWriter(std::ostream& stream, std::string rootElement = {});
 
-    void Begin() override {}
+    void Begin() override;
     void Write(const MetricsEvent& event) override;
     void Flush() override { block_.Flush(); }
-    void End() override { block_.Flush(); }
+    // Closes what is open.
+    void End() override;
 
   private:
-    void OpenElement(const MetricsEvent& event);
-    void CloseElement(const MetricsEvent& event);
-    void WriteValue(const MetricsEvent& event);
+    void OpenElement(const MetricsValue& name);
+    void CloseElement();
+    void WriteValue(const MetricsValue& name, const MetricsValue& value);
     void AddAttribute(const MetricsEvent& event);
     void ForceClose(const MetricsEvent& event);
 
     void Indent();
-    void PopName();
+    bool HasOpenScope() const { return nameStarts_.size() > (rootElement_.empty() ? 0U : 1U); }
 
     detail::TextBlock block_;
+    const std::string rootElement_;
     detail::DateTimeText times_;
-    detail::TextBuffer attributes_;  // of the next element, as they will stand in it
-    std::string names_;              // of the open elements, one after the other
+    detail::AttributeList attributes_;  // of the next element, as they will stand in it
+    std::string names_;                 // of the open elements, one after the other
     std::vector<std::size_t> nameStarts_;
 };
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -143,6 +144,17 @@ void PinLibrary();
 // message on the error stream and an abort.
 [[noreturn]] void RaiseInvalidObject(const char* message);
 
+// Writes a line, which brings its line end, to the error stream, without a buffer, a signal or a wait: a
+// stream that takes nothing now gets nothing. Its first 1000 bytes at most.
+void WriteErrorLine(std::string_view line);
+
+// --- Errors ---
+
+// What the system calls an error: by a number of <cerrno>, or by one of its own, which on Linux are the same.
+// May throw std::bad_alloc.
+std::string ErrorText(int number);
+std::string SystemErrorText(std::uint32_t number);
+
 // --- Waiting ---
 
 // The system's event object. A set auto-reset event releases exactly one waiter and is then clear again; a
@@ -215,40 +227,62 @@ PathParts SplitPath(std::string_view path);
 
 // --- Output files ---
 
-// A new file that is written from its start to its end, as text: on Windows a line end becomes two
-// characters. Programs that this one starts don't inherit it. For one thread at a time.
+// A file that is written from its start to its end, as text: on Windows a line end becomes two characters.
+// Programs that this one starts don't inherit it, and it is never one of the descriptors 0 to 2, to which a
+// program writes that has closed a standard stream without knowing. For one thread at a time. What fails is
+// told by one of the numbers of <cerrno>.
 //
 // Not a std::ofstream, because the C library keeps its open files in a list, which each one that is closed is
 // searched for from the newest on: with ten thousand that costs more than all their bytes. And on Windows it
 // has no more than 512.
 class OutputFile {
   public:
+    enum class Opening {
+        MayWait,     // for somebody who reads the pipe
+        DoesNotWait  // a pipe that nobody reads can't be opened
+    };
+
     OutputFile() = default;
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // Once. An existing file is emptied; others may read and write it meanwhile. Returns 0 or why it can't be
-    // opened, one of the numbers of <cerrno>.
-    int Open(const std::string& path);
-    // False when not all of it could be written.
+    // Once. What an existing file holds stays until Empty(); others may read and write it meanwhile. A name
+    // that stands for a descriptor of the process (/dev/stdout, /dev/fd/3) means that very stream, where it
+    // stands now. Returns 0 or the error.
+    int Open(const std::string& path, Opening opening);
+    // Takes away what was in a plain file. Returns 0 or the error.
+    int Empty();
+    // Whether it is a file of a disk that was opened by a name of its own, and no pipe, device or stream.
+    bool IsPlain() const { return plain_; }
+    // False when not all of it could be written; Error() says why.
     bool Write(std::string_view text);
     // False when the system could not write what it had taken over, or when nothing was open.
     bool Close();
+    // Why the last call failed, or 0.
+    int Error() const { return error_; }
 
   private:
+    bool Failed();
+
     int handle_ = -1;
+    int error_ = 0;
+    bool plain_ = false;
 };
 
 // --- Profile files ---
 
-// One attempt to give the file `path` (absolute) the section `[section]` with these entries, each ended by a
-// NUL. A file or section that is not there is made; other sections stay as they are; a file whose section has
-// just these entries already is not touched. Returns 0, or the system's error number when the file could not
-// be read or replaced, or is being changed by somebody else who may be done a moment later. May throw
-// std::bad_alloc.
-std::uint32_t SetProfileSection(const std::string& path, const std::string& section,
-                                std::string_view entries);
+struct ProfileSection {
+    std::string name;
+    std::string entries;  // each ended by a NUL
+};
+
+// One attempt to give the file `path` (absolute) sections `[name]` with these entries; of several with one
+// name the last counts. A file or section that is not there is made; other sections stay as they are; a file
+// that has all of them already is not touched. Returns 0, or the system's error number when the file could
+// not be read or replaced, or is being changed by somebody else who may be done a moment later. On Linux the
+// file is written once for all sections, on Windows once for each that changes. May throw std::bad_alloc.
+std::uint32_t SetProfileSections(const std::string& path, std::span<const ProfileSection> sections);
 
 // --- Memory ---
 

@@ -46,7 +46,8 @@ void XmlScanner::Feed(std::string_view bytes) {
         NoteTagPosition();
         throw;
     }
-    if (mode_ != Mode::Text) NoteTagPosition();
+    NoteTagPosition();
+    tagStart_ = nullptr;
     if (trackLines_) CountTo(end);
 }
 

@@ -30,16 +30,17 @@ class XmlScanner {
     // What is fed from now on is ignored.
     void Stop() { stopped_ = true; }
     bool Stopped() const { return stopped_; }
-    // Whether the next byte is text, not a part of markup.
-    bool InText() const { return mode_ == Mode::Text; }
 
     // Passes lines to the handler. Costs a look at every byte, so only on demand.
     void GiveLines() { giveLines_ = trackLines_ = true; }
     // Counts lines for TagPosition() only, which is cheaper.
     void TrackLines() { trackLines_ = true; }
     LineCounter& Lines() { return lines_; }
-    // Of the last tag; meaningful after an error when lines are tracked.
-    Position TagPosition() const { return tagPosition_; }
+    // Of the last tag; meaningful inside the handler's calls and after an error, when lines are tracked.
+    Position TagPosition() {
+        NoteTagPosition();
+        return tagPosition_;
+    }
 
     // What is read is also given to `copy`, which must live as long.
     void SetCopy(XmlCopy* copy) { copy_ = copy; }

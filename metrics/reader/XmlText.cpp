@@ -5,31 +5,15 @@
 #include <utility>
 
 #include "metrics/reader/ByteSearch.h"
+#include "metrics/reader/XmlHandler.h"
+#include "metrics/values/Utf8.h"
+#include "metrics/values/XmlName.h"
 
 namespace StreamingXml {
 namespace {
 
 // The longest that is undone: "&#x10FFFF;" with some leading zeros to spare.
 constexpr std::size_t kLongestEntity = 16;
-
-void AppendUtf8(std::string& out, std::uint32_t code) {
-    const auto byte = [&](std::uint32_t value) { out += static_cast<char>(value); };
-    if (code < 0x80) {
-        byte(code);
-    } else if (code < 0x800) {
-        byte(0xC0 | code >> 6);
-        byte(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        byte(0xE0 | code >> 12);
-        byte(0x80 | (code >> 6 & 0x3F));
-        byte(0x80 | (code & 0x3F));
-    } else {
-        byte(0xF0 | code >> 18);
-        byte(0x80 | (code >> 12 & 0x3F));
-        byte(0x80 | (code >> 6 & 0x3F));
-        byte(0x80 | (code & 0x3F));
-    }
-}
 
 bool AppendNumeric(std::string& out, std::string_view digits) {
     const bool hexadecimal = digits.starts_with('x') || digits.starts_with('X');
@@ -39,7 +23,8 @@ bool AppendNumeric(std::string& out, std::string_view digits) {
     const auto result = std::from_chars(digits.data(), end, code, hexadecimal ? 16 : 10);
     if (digits.empty() || result.ec != std::errc() || result.ptr != end) return false;
     if (code == 0 || code > 0x10FFFF || (code >= 0xD800 && code < 0xE000)) return false;
-    AppendUtf8(out, code);
+    char character[4];
+    out.append(character, Metrics::detail::WriteUtf8(character, code));
     return true;
 }
 
@@ -93,6 +78,26 @@ void Unescape(std::string& text) {
     std::string undone;
     AppendUnescaped(undone, text);
     text = std::move(undone);
+}
+
+std::string_view UndoName(std::string_view name, std::string& room) {
+    if (!HoldsAny(name, '_') || !Metrics::detail::MayHoldGroup(name)) return name;
+    room = Metrics::detail::UndoXmlName(name);
+    return room;
+}
+
+bool XmlAttribute::IsNamed(std::string_view wanted) const {
+    if (!isMarkup) return name == wanted;
+    std::string room;
+    return UndoName(name, room) == wanted;
+}
+
+void XmlAttribute::AppendValue(std::string& out) const {
+    if (isMarkup) {
+        AppendUnescaped(out, value);
+    } else {
+        out += value;
+    }
 }
 
 void AppendEscaped(std::string& out, std::string_view text) {

@@ -25,22 +25,26 @@ void CoMomentRecord::Add(double x, double y) {
     meanY += dy / count;
 }
 
-void Accumulator::Add(const AggregateCall& call, const Value& x, const Value& y) {
+void Accumulator::Add(const Value& x, const Value& y) {
     if (x.IsEmpty()) return;
-    if (call.y.empty()) {
-        variable.Add(ToNumber(x));
+    if (auto* const variable = std::get_if<VariableRecord>(&record_)) {
+        variable->Add(ToNumber(x));
     } else if (!y.IsEmpty()) {
-        pair.Add(ToNumber(x), ToNumber(y));
+        std::get<CoMomentRecord>(record_).Add(ToNumber(x), ToNumber(y));
     }
 }
 
 Value Accumulator::Result(Function function) const {
+    const auto* const given = std::get_if<VariableRecord>(&record_);
+    const auto* const givenPair = std::get_if<CoMomentRecord>(&record_);
+    const VariableRecord& variable = given != nullptr ? *given : VariableRecord();
+    const CoMomentRecord& pair = givenPair != nullptr ? *givenPair : CoMomentRecord();
     const auto count = static_cast<double>(variable.count);
     const auto pairs = static_cast<double>(pair.n);
     const auto when = [](bool defined, double value) { return defined ? Value::OfNumber(value) : Value(); };
     switch (function) {
         case Function::Sum: return Value::OfNumber(variable.sum);
-        case Function::Count: return Value::OfNumber(count);
+        case Function::Count: return Value::OfInteger(static_cast<std::int64_t>(variable.count));
         case Function::AggregateMin: return when(count > 0, variable.min);
         case Function::AggregateMax: return when(count > 0, variable.max);
         case Function::Mean: return when(count > 0, variable.sum / count);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <variant>
 
 #include "metrics/rows/Value.h"
 
@@ -32,12 +33,17 @@ struct CoMomentRecord {
 };
 
 // One aggregate of one group.
-struct Accumulator {
-    VariableRecord variable;
-    CoMomentRecord pair;
+class Accumulator {
+  public:
+    explicit Accumulator(const AggregateCall& call) {
+        if (!call.y.empty()) record_ = CoMomentRecord();
+    }
 
-    void Add(const AggregateCall& call, const Value& x, const Value& y);
+    void Add(const Value& x, const Value& y);
     Value Result(Function function) const;
+
+  private:
+    std::variant<VariableRecord, CoMomentRecord> record_;
 };
 
 }  // namespace Metrics::detail

@@ -13,7 +13,8 @@ class BringPool;
 // What one element brings for the operands of one pattern node. Its fields are one value: a row that holds
 // any of them uses them all.
 struct Bring {
-    enum class FieldState : std::uint8_t { Unknown, Absent, Known };
+    // Lost: it was too long. A row that holds it uses up what else it holds and is not written.
+    enum class FieldState : std::uint8_t { Unknown, Absent, Known, Lost };
     struct Field {
         FieldState state = FieldState::Unknown;
         std::string text;
@@ -26,6 +27,7 @@ struct Bring {
     std::uint32_t references = 0;
     std::uint32_t level = 0;  // of its element; a top element has 1
     bool used = false;        // a row that holds it was written or rejected
+    bool isArriving = false;  // rows are made of what came before it
     std::vector<Field> fields;
 };
 
@@ -67,7 +69,7 @@ class BringPool {
         if (bring->fields.size() != fields) bring->fields.resize(fields);
         free_.pop_back();
         bring->level = level;
-        bring->used = false;
+        bring->used = bring->isArriving = false;
         return BringRef(bring);
     }
 

@@ -4,6 +4,7 @@
 #include "metrics/RowDefinitionError.h"
 #include "metrics/rows/ExpressionParser.h"
 #include "metrics/rows/Text.h"
+#include "metrics/values/XmlName.h"
 
 namespace Metrics::detail {
 namespace {
@@ -123,7 +124,7 @@ void ExpressionParser::ParseNodeFunction(const Call& call) {
 
 void ExpressionParser::AddAttribute(std::string_view path, std::string_view name) {
     if (IsLiteral(name)) name = name.substr(1, name.size() - 2);
-    EmitOperand({Operand::Kind::Attribute, Function::Attribute, 0, std::string(name), PathArgument(path)});
+    EmitOperand({Operand::Kind::Attribute, Function::Attribute, 0, UndoXmlName(name), PathArgument(path)});
 }
 
 std::vector<PathName> ExpressionParser::PathArgument(std::string_view text) const {

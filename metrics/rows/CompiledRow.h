@@ -43,10 +43,14 @@ struct PatternNode {
 struct Joint {
     int node = kRoot;
     int depth = 0;
-    int parent = kNone;            // the next joint up
-    int branchInParent = kNone;    // of the parent joint: where this one is
-    int branches = 1;              // 0 is what the node itself brings, then its children
-    std::vector<int> branchOf;     // of each operand; kNone for one that is not below
+    int parent = kNone;          // the next joint up
+    int branchInParent = kNone;  // of the parent joint: where this one is
+    int branches = 1;            // 0 is what the node itself brings, then its children
+    std::vector<int> branchOf;   // of each operand; kNone for one that is not below
+    std::vector<std::vector<std::uint32_t>> operandsOf;  // by branch
+    // Of the root: the branches of which all is had from inside the elements that they match, so that such
+    // elements around go before those inside.
+    std::vector<int> labels;
     std::vector<bool> ownPath;     // of each operand: its named node is this joint's or one above it
     std::vector<bool> sharesName;  // of each operand: its path and the joint's begin with the same name
     bool allShareName = false;
@@ -85,6 +89,7 @@ struct CompiledRow {
     bool usesNames = false;  // a fact needs the names of the open elements
     bool usesPaths = false;
     bool usesLines = false;
+    bool usesAttributes = false;
     bool hasComputed = false;
     bool hasOptional = false;
 

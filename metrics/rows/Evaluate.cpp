@@ -60,7 +60,15 @@ double Calculate(Function function, double a, double b) {
 bool AsWholeNumber(const Value& value, double& number) {
     if (value.kind == Value::Kind::Text) return IsNumber(value.text, number);
     number = value.number;
-    return value.kind == Value::Kind::Number || value.kind == Value::Kind::Boolean;
+    return !value.IsText() && !value.IsEmpty();
+}
+
+// As a double a number of more than 15 digits would be equal to its neighbours.
+bool AsWholeInteger(const Value& value, std::int64_t& number) {
+    if (value.kind != Value::Kind::Integer)
+        return value.kind != Value::Kind::Literal && IsInteger(value.text, number);
+    number = ToInt64(value.number);
+    return true;
 }
 
 template <class T>
@@ -77,6 +85,8 @@ bool Holds(Function function, const T& a, const T& b) {
 }
 
 bool Compare(Function function, const Value& left, const Value& right) {
+    std::int64_t i = 0, j = 0;
+    if (AsWholeInteger(left, i) && AsWholeInteger(right, j)) return Holds(function, i, j);
     double a = 0, b = 0;
     if (AsWholeNumber(left, a) && AsWholeNumber(right, b))
         return !std::isnan(a) && !std::isnan(b) && Holds(function, a, b);
@@ -109,7 +119,7 @@ Value Produce(const CompiledRow& row, const Step& step, const ValueSource& sourc
         case Step::Kind::Number: return {Value::Kind::Number, step.number, row.texts[step.index]};
         case Step::Kind::Text: return {Value::Kind::Literal, 0, row.texts[step.index]};
         case Step::Kind::Operand: return ValueOf(source.OperandAt(step.index));
-        case Step::Kind::RowNumber: return Value::OfNumber(static_cast<double>(source.RowNumber()));
+        case Step::Kind::RowNumber: return Value::OfInteger(source.RowNumber());
         case Step::Kind::Aggregate: return source.AggregateAt(step.index);
         case Step::Kind::Scalar: break;
     }

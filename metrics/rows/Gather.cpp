@@ -7,7 +7,7 @@ void Row::Reset(int joint, std::uint32_t newLevel, std::size_t operands) {
     cells.resize(operands);
     origin = joint;
     level = newLevel;
-    cameFrom = kNone;
+    isOutranked = false;
 }
 
 void Gather::Reset(std::uint32_t newLevel, std::size_t operands, std::size_t branches) {

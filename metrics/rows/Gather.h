@@ -22,7 +22,8 @@ struct Row {
     std::vector<Cell> cells;  // by operand
     int origin = kNone;       // the joint where it was first made
     std::uint32_t level = 0;  // of the element where it is now
-    int cameFrom = kNone;     // the branch of that element's joint that handed it up
+    // What it holds has a counterpart around, so that it must not be joined with what is gathered here.
+    bool isOutranked = false;
 
     // Makes it an empty one.
     void Reset(int joint, std::uint32_t newLevel, std::size_t operands);
@@ -30,11 +31,13 @@ struct Row {
 
 // What the element that a joint is bound to has found so far, by branch.
 struct Gather {
+    using Waiting = std::map<std::uint64_t, Row>;  // by age
+
     std::uint32_t level = 0;
-    std::vector<BringRef> last;            // by operand: the last that was brought
-    std::vector<BringRef> pending;         // by branch: the last one while no row has been made of it
-    std::vector<int> pendingNode;          // by branch: the pattern node that the pending one speaks for
-    std::map<std::uint64_t, Row> waiting;  // by age
+    std::vector<BringRef> last;     // by operand: the last that was brought
+    std::vector<BringRef> pending;  // by branch: the last one while no row has been made of it
+    std::vector<int> pendingNode;   // by branch: the pattern node that the pending one speaks for
+    Waiting waiting;
     std::vector<std::set<std::uint64_t>> lackBranch;  // by branch: the waiting rows with nothing of it
     std::uint64_t nextAge = 0;
 
@@ -67,11 +70,16 @@ class RowView {
 inline CellView RowView::At(std::uint32_t operand) const {
     const Cell& cell = row_.cells[operand];
     if (cell.empty) return {CellView::State::Empty, {}, false};
-    if (!cell.bring) return {};
+    if (!cell.bring) {
+        // An attribute that is nowhere to be had is empty, not missing.
+        const bool isAttribute = compiled_.operands[operand].what.kind == Operand::Kind::Attribute;
+        return {isAttribute ? CellView::State::Empty : CellView::State::Missing, {}, false};
+    }
     const Bring::Field& field = cell.bring->fields[compiled_.operands[operand].field];
     switch (field.state) {
         case Bring::FieldState::Unknown: return {};
         case Bring::FieldState::Absent: return {CellView::State::Empty, {}, false};
+        case Bring::FieldState::Lost: return {};
         case Bring::FieldState::Known: return {CellView::State::Value, field.text, !cell.bring->used};
     }
     return {};
@@ -81,7 +89,8 @@ inline CellView RowView::At(std::uint32_t operand) const {
 // holds counts as used.
 class RowReceiver {
   public:
-    virtual void OnRow(const RowView& row) = 0;
+    // `lastElement` is the number of the last element that opened.
+    virtual void OnRow(const RowView& row, std::uint64_t lastElement) = 0;
 
   protected:
     ~RowReceiver() = default;

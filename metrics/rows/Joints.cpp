@@ -81,6 +81,20 @@ void RowCompiler::DescribeJoint(int index) {
         joint.sharesName.push_back(index != kRoot && operand.node != kRoot &&
                                    FirstNamed(nodes, operand.node) == FirstNamed(nodes, index));
     }
+    joint.operandsOf.resize(static_cast<std::size_t>(joint.branches));
+    for (std::uint32_t i = 0; i < row_.operands.size(); ++i) {
+        if (joint.branchOf[i] != kNone)
+            joint.operandsOf[static_cast<std::size_t>(joint.branchOf[i])].push_back(i);
+    }
+    // Around the text of a single name is the row's own element.
+    const auto isInside = [&](std::uint32_t i) {
+        const RowOperand& operand = row_.operands[i];
+        return operand.what.kind != Operand::Kind::Text || At(nodes, operand.node).depth > 1;
+    };
+    for (int branch = 1; branch < joint.branches && index == kRoot; ++branch) {
+        const auto& operands = joint.operandsOf[static_cast<std::size_t>(branch)];
+        if (std::all_of(operands.begin(), operands.end(), isInside)) joint.labels.push_back(branch);
+    }
     joint.allShareName =
         std::find(joint.sharesName.begin(), joint.sharesName.end(), false) == joint.sharesName.end();
     node.joint = static_cast<int>(row_.joints.size());

@@ -3,15 +3,17 @@
 #include "metrics/RowDefinitionError.h"
 #include "metrics/rows/Expression.h"
 #include "metrics/rows/Text.h"
+#include "metrics/values/XmlName.h"
 
 namespace Metrics::detail {
 namespace {
 
 constexpr std::string_view kOperatorCharacters = "+-*/%,()<>=!|&.";
 
-std::string Unquoted(std::string_view name) {
+// As for tags, a group "_xHHHH_" is that character.
+std::string MeantBy(std::string_view name) {
     const bool quoted = name.size() >= 2 && name.front() == '"' && name.back() == '"';
-    return std::string(quoted ? name.substr(1, name.size() - 2) : name);
+    return UndoXmlName(quoted ? name.substr(1, name.size() - 2) : name);
 }
 
 }  // namespace
@@ -52,7 +54,7 @@ std::vector<PathName> ParsePath(std::string_view text) {
     std::vector<PathName> path;
     for (const std::string_view piece : SplitOutsideQuotes(text, '.')) {
         const std::string_view name = Trim(piece);
-        if (!name.empty()) path.push_back({Unquoted(name), name == "*"});
+        if (!name.empty()) path.push_back({MeantBy(name), name == "*"});
     }
     if (path.empty()) throw RowDefinitionError("Error: invalid path");
     if (path.front().any) path.erase(path.begin());

@@ -4,17 +4,16 @@
 #include "metrics/rows/RowEngine.h"
 
 namespace Metrics::detail {
-namespace {
 
 // What came first goes first once there is too much of it; a row then stays without its number.
 template <class T>
-void AddBounded(std::vector<std::deque<T>>& byLevel, std::size_t level, T entry) {
+void RowEngine::AddBounded(std::vector<std::deque<T>>& byLevel, std::size_t level, T entry) {
     if (byLevel.size() <= level) byLevel.resize(level + 1);
     byLevel[level].push_back(std::move(entry));
-    if (byLevel[level].size() > kMaxWaitingRows) byLevel[level].pop_front();
+    if (byLevel[level].size() <= limits_.waitingRows) return;
+    byLevel[level].pop_front();
+    NoteWaiting(level, kRoot);
 }
-
-}  // namespace
 
 void RowEngine::FillNodeEnd(const RowOperand& operand, const BringRef& bring) {
     const std::uint32_t above = operand.what.number;
@@ -29,6 +28,7 @@ void RowEngine::FillNodeEnd(const RowOperand& operand, const BringRef& bring) {
 }
 
 void RowEngine::FillAwaitedEnds() {
+    if (endAwaiters_.size() <= Level()) return;
     for (const EndAwaiter& awaiter : endAwaiters_[Level()]) {
         Bring::Field& field = awaiter.bring->fields[awaiter.field];
         field.state = Bring::FieldState::Known;
@@ -45,9 +45,12 @@ void RowEngine::Park(Row& row) {
         if (!operand.required || Has(row, i)) continue;
         const BringRef& bring = row.cells[i].bring;
         if (!bring || operand.what.fact != Function::NodeEnd) return;
-        level = std::max(level, bring->level - operand.what.number);
+        const std::uint32_t above = operand.what.number < bring->level ? operand.what.number : 0;
+        level = std::max(level, bring->level - above);
     }
-    if (level > 0 && level <= Level()) AddBounded(parked_, level, std::move(row));
+    if (level == 0 || level > Level()) return;
+    frames_[level].endAwaited = true;
+    AddBounded(parked_, level, std::move(row));
 }
 
 void RowEngine::ConcludeParked() {

@@ -33,12 +33,24 @@ double OutOfRange(std::string_view text) {
     return negative ? -size : size;
 }
 
+// A name may begin with such letters.
+bool IsSpelledOut(std::string_view text) {
+    if (text.starts_with('-')) text.remove_prefix(1);
+    text = Trim(text, kSpace);
+    return text == "inf" || text == "nan";
+}
+
 // The number at the beginning of `text`, and where it ends (at its beginning when there is none).
 double ScanReal(std::string_view text, const char*& end) {
     double value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
     end = result.ptr;
-    if (result.ec != std::errc::result_out_of_range) return result.ec == std::errc() ? value : 0;
+    if (result.ec == std::errc() && std::isfinite(value)) return value;
+    if (result.ec == std::errc() && IsSpelledOut(text)) return value;
+    if (result.ec != std::errc::result_out_of_range) {
+        end = text.data();
+        return 0;
+    }
     return OutOfRange(text.substr(0, static_cast<std::size_t>(end - text.data())));
 }
 
@@ -58,12 +70,27 @@ double LeadingReal(std::string_view text) {
     return ScanReal(SkipToNumber(text), end);
 }
 
+bool IsTrueText(std::string_view text) {
+    return EqualIgnoringCase(Trim(text, kSpace), "true");
+}
+
+double NumberIn(std::string_view text) {
+    const double number = LeadingReal(text);
+    return number == 0 && IsTrueText(text) ? 1 : number;
+}
+
 bool IsNumber(std::string_view text, double& value) {
     text = SkipToNumber(Trim(text, kSpace));
     if (text.empty()) return false;
     const char* end = nullptr;
     value = ScanReal(text, end);
     return end == text.data() + text.size();
+}
+
+bool IsInteger(std::string_view text, std::int64_t& value) {
+    text = SkipToNumber(Trim(text, kSpace));
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    return result.ec == std::errc() && result.ptr == text.data() + text.size();
 }
 
 std::int32_t ToInt32(double value) {
@@ -117,7 +144,7 @@ bool AppendPlainReal(std::string& out, std::string_view text, unsigned precision
 }  // namespace
 
 void AppendRealText(std::string& out, std::string_view text, unsigned precision) {
-    if (!AppendPlainReal(out, text, precision)) AppendReal(out, LeadingReal(text), precision);
+    if (!AppendPlainReal(out, text, precision)) AppendReal(out, NumberIn(text), precision);
 }
 
 void AppendInteger(std::string& out, std::int64_t value) {
@@ -132,7 +159,7 @@ void AppendIntegerText(std::string& out, std::string_view text) {
     if (printsAsItIs) {
         out += text;
     } else {
-        AppendInteger(out, LeadingInteger(text));
+        AppendInteger(out, IsTrueText(text) ? 1 : LeadingInteger(text));
     }
 }
 

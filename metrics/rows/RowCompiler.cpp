@@ -143,6 +143,7 @@ std::uint32_t RowCompiler::Bind(const Operand& what) {
         row_.usesLines |= what.fact == Function::LineNumber;
         row_.usesPaths |= (FunctionOf(what.fact).kind & FunctionKind::kPathArgument) != 0;
     }
+    row_.usesAttributes |= what.kind == Operand::Kind::Attribute;
     row_.hasNamedPaths |= operand.node != kRoot;
     row_.operands.push_back(std::move(operand));
     return static_cast<std::uint32_t>(row_.operands.size() - 1);

@@ -10,13 +10,10 @@
 
 #include "metrics/reader/XmlHandler.h"
 #include "metrics/rows/Gather.h"
+#include "metrics/rows/RowNotice.h"
 #include "metrics/rows/StateTable.h"
 
 namespace Metrics::detail {
-
-inline constexpr std::size_t kMaxDepth = 10000;             // of nested elements
-inline constexpr std::size_t kMaxValue = 16 * 1024 * 1024;  // bytes of one wanted text
-inline constexpr std::size_t kMaxWaitingRows = 10000;       // in one element
 
 // Turns elements as they open and close into rows. Fed by the XML scanner or directly by a live output. It
 // never looks back: memory goes with the depth of the input and the rows that wait, not with its length.
@@ -26,18 +23,28 @@ inline constexpr std::size_t kMaxWaitingRows = 10000;       // in one element
 // has gathered there. Used from one thread; the receiver must not feed it.
 class RowEngine final : public StreamingXml::XmlHandler {
   public:
-    // Both must live as long.
-    RowEngine(const CompiledRow& row, RowReceiver& receiver);
+    // The row, the receiver and the notices must live as long.
+    RowEngine(const CompiledRow& row, RowReceiver& receiver, RowNotices& notices,
+              const RowLimits& limits = {});
 
+    // From markup.
     void OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
                      std::uint64_t line) override;
     void Text(std::string_view piece) override;
     bool CloseElement() override;
     bool LeavesOut() const override;
 
-    // Closes what is still open, the implicit root last. Nothing may follow.
+    // The same of what never was markup: names and texts that mean themselves.
+    void OpenPlain(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                   std::uint64_t line);
+    // All text of the innermost element; only while WantsText().
+    void PlainText(std::string_view text);
+
+    // Closes what is still open, the implicit root last. Then it is as new: the elements of another input may
+    // follow.
     void Finish();
 
+    // Of the open elements, those that are skipped not among them.
     std::size_t Depth() const { return depth_; }
 
   private:
@@ -50,13 +57,29 @@ class RowEngine final : public StreamingXml::XmlHandler {
         std::string* text = nullptr;  // where its own text gathers: in the first bring that asks for it
         bool foundBelow = false;      // found_ has entries of this level
         bool endAwaited = false;      // endAwaiters_ and parked_ may have entries of this level
+        bool isPlain = false;         // its text means itself
+        bool textLost = false;        // it exceeded the limit
     };
-    // An open element that matches a node, or one whose child brought a text.
+    // An open element that matches a node.
     struct Entry {
         std::uint32_t level;
         BringRef bring;
     };
     using Entries = std::vector<Entry>;
+    // An open element whose child brought a text.
+    struct Found {
+        std::uint32_t level;
+        BringRef bring;
+        BringRef before;  // what it had before that
+    };
+    // What an element brings, on its way to where it is gathered; held by open_.
+    struct Arrival {
+        int node;
+        int joint;
+        int branch;
+        const BringRef* bring;
+        Gather* gather;
+    };
     // A field that is the number of an enclosing element's end.
     struct EndAwaiter {
         BringRef bring;
@@ -72,17 +95,21 @@ class RowEngine final : public StreamingXml::XmlHandler {
     Entries& EntriesOf(std::vector<Entries>& all, int node) { return all[static_cast<std::size_t>(node)]; }
 
     // Elements (RowEngine.cpp)
+    void SkipElement(std::string_view name);
+    bool CloseSkipped();
+    void LoseText();
+    void LoseValue(Bring::Field& field, int node);
+    void NoteLostValue(int node);
+    std::string Describe(const Frame& frame, int node) const;
     void OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes);
     bool FillAtOpen(int node, Bring& bring, std::span<const StreamingXml::XmlAttribute> attributes);
     void FillAtEnd(int node, const BringRef& bring);
     void SettleText(Bring::Field& field);
     void CloseSources(const MatchState& state);
+    void LeaveSources(const MatchState& state);
     void RememberText(int node, const BringRef& bring);
     void ForgetFound();
     void CloseGathers(const MatchState& state);
-    bool IsKnown(const Bring& bring, std::uint32_t operand) const {
-        return bring.fields[row_.operands[operand].field].state == Bring::FieldState::Known;
-    }
     bool BringsToOwnJoint(int node) const { return Node(node).isJoint; }
     bool IsDelivered(int node) const { return node != kRoot || !row_.hasNamedPaths; }
 
@@ -95,11 +122,18 @@ class RowEngine final : public StreamingXml::XmlHandler {
     // Facts about where enclosing elements end (NodeEnds.cpp)
     void FillNodeEnd(const RowOperand& operand, const BringRef& bring);
     void FillAwaitedEnds();
+    template <class T>
+    void AddBounded(std::vector<std::deque<T>>& byLevel, std::size_t level, T entry);
     void Park(Row& row);
     void ConcludeParked();
 
     // Rows (RowGathering.cpp)
-    void Deliver(int node, const BringRef& bring);
+    Arrival ArrivalOf(int node, const BringRef& bring);
+    void DeliverArrivals(std::span<const Arrival> arrivals);
+    void MakeRowBefore(const Arrival& arrival);
+    void MarkArriving(bool isArriving);
+    static bool HoldsWaiting(Gather& gather);
+    static void Forget(Gather& gather, Gather::Waiting::iterator row);
     Gather& GatherAt(int joint, std::uint32_t level) {
         const auto& stack = gathers_[static_cast<std::size_t>(joint)];
         if (!stack.empty() && stack.back()->level == level) return *stack.back();
@@ -116,25 +150,37 @@ class RowEngine final : public StreamingXml::XmlHandler {
     void Arrive(int joint, Gather& gather, Row& row, int branch);
     void CloseGather(int joint, std::uint32_t level);
     void Conclude(Row& row);
+    void NoteWaiting(std::size_t level, int node);
+    bool HoldsLost(const Row& row) const;
     void Write(Row& row);
 
     // What a row has (RowLookup.cpp)
     bool Has(const Row& row, std::size_t operand) const;
     bool LacksNothing(const Row& row) const;
     bool LacksRequired(const Row& row) const;
-    static bool HoldsUnused(const Row& row, bool ownOnly);
-    static bool HoldsOtherUnused(const Row& row, const Bring* than);
+    static bool HoldsUnused(const Row& row);
+    static bool IsSet(const Row& row, std::size_t operand) {
+        return row.cells[operand].bring || row.cells[operand].empty;
+    }
+    bool IsSetAny(const Row& row, const std::vector<std::uint32_t>& operands) const;
+    bool HoldsUnusedBeside(const Row& row, const Joint& joint, int branch) const;
     bool Complete(int joint, const Gather& gather, Row& row);  // true when it lacks nothing
-    void CompleteOperand(int joint, const Gather& gather, Row& row, std::size_t operand);
-    bool LookInOwnPath(int joint, Row& row, std::size_t operand);
-    bool LookAround(Row& row, std::size_t operand, bool replaces);
-    bool LookInGather(int joint, const Gather& gather, Row& row, std::size_t operand, int except);
-    void LookFurtherUp(int joint, Row& row, std::size_t operand);
-    bool Take(Row& row, std::size_t operand, const BringRef& bring);
+    void PreferAround(const Joint& joint, Row& row);
+    bool IsOutranked(const Joint& joint, const Row& row, std::uint32_t level) const;
+    static bool IsOwnAny(const Joint& joint, int branch, const Row& row);
+    bool AnyAround(const Joint& joint, int branch, std::uint32_t level) const;
+    void LookInOwnPath(int joint, Row& row, std::size_t operand);
+    bool FindAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
+    bool FindTextAround(std::size_t operand, std::uint32_t level, Cell& cell) const;
+    void LookInGathers(int joint, const Gather& gather, Row& row);
+    void TakeBranches(const Joint& joint, const Gather& gather, Row& row);
+    bool CanTake(std::size_t operand, const BringRef& bring) const;
     static const Entry* Nearest(const Entries& entries, std::uint32_t level);
 
     const CompiledRow& row_;
     RowReceiver& receiver_;
+    RowNotices& notices_;
+    RowLimits limits_;
     StateTable states_;
     BringPool pool_;  // before everything that refers to its brings
 
@@ -142,9 +188,12 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::size_t depth_ = 0;
     std::string names_;  // of the open elements, when a fact needs them
     std::uint64_t lastNumber_ = 0;
+    std::string undoneName_;
+    std::uint64_t skipped_ = 0;  // open elements beyond the limit
+    bool anyLost_ = false;       // a value has exceeded the limit
 
-    std::vector<Entries> open_;   // by node: the open elements that match it
-    std::vector<Entries> found_;  // by node: open elements with the last text that a child brought for it
+    std::vector<Entries> open_;              // by node: the open elements that match it
+    std::vector<std::vector<Found>> found_;  // by node: with the last text that a child brought for it
     std::vector<std::vector<std::unique_ptr<Gather>>> gathers_;  // by joint, the innermost last
     std::vector<std::unique_ptr<Gather>> spareGathers_;
     int rootJoint_ = kNone;
@@ -152,6 +201,7 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::vector<std::deque<EndAwaiter>> endAwaiters_;  // by level
     std::vector<std::deque<Row>> parked_;              // by level: rows that lack nothing else
     Row making_;                                       // done with once it is written or handed on
+    std::vector<Arrival> arrivals_;                    // what the element that opens or closes brings
 };
 
 }  // namespace Metrics::detail

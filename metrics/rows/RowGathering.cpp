@@ -6,18 +6,39 @@
 
 namespace Metrics::detail {
 
-void RowEngine::Deliver(int node, const BringRef& bring) {
+RowEngine::Arrival RowEngine::ArrivalOf(int node, const BringRef& bring) {
     const PatternNode& pattern = Node(node);
-    const int index = pattern.joint;
-    const Joint& joint = JointAt(index);
-    const int branch = joint.branchOf[pattern.operands.front()];
-    Gather& gather = GatherAt(index, bring->level - static_cast<std::uint32_t>(pattern.depth - joint.depth));
-    const auto slot = static_cast<std::size_t>(branch);
-    if (gather.pending[slot] && !gather.pending[slot]->used) MakeRow(index, gather, Moment::BroughtAgain);
-    gather.pending[slot] = bring;
-    gather.pendingNode[slot] = node;
-    for (const std::uint32_t operand : pattern.operands) gather.last[operand] = bring;
-    if (!gather.waiting.empty()) OfferToWaiting(index, gather, branch);
+    const Joint& joint = JointAt(pattern.joint);
+    const std::uint32_t level = bring->level - static_cast<std::uint32_t>(pattern.depth - joint.depth);
+    return {node, pattern.joint, joint.branchOf[pattern.operands.front()], &bring,
+            &GatherAt(pattern.joint, level)};
+}
+
+// All that one element brings comes at once: rows of what came before it hold none of it.
+void RowEngine::DeliverArrivals(std::span<const Arrival> arrivals) {
+    for (const Arrival& arrival : arrivals) MakeRowBefore(arrival);
+    for (const auto& [node, joint, branch, bring, gather] : arrivals) {
+        gather->pending[static_cast<std::size_t>(branch)] = *bring;
+        gather->pendingNode[static_cast<std::size_t>(branch)] = node;
+        for (const std::uint32_t operand : Node(node).operands) gather->last[operand] = *bring;
+    }
+    for (const Arrival& arrival : arrivals) {
+        if (!arrival.gather->waiting.empty()) OfferToWaiting(arrival.joint, *arrival.gather, arrival.branch);
+    }
+    arrivals_.clear();
+}
+
+void RowEngine::MakeRowBefore(const Arrival& arrival) {
+    const BringRef& last = arrival.gather->pending[static_cast<std::size_t>(arrival.branch)];
+    if (!last || last->used) return;
+    MarkArriving(true);
+    MakeRow(arrival.joint, *arrival.gather, Moment::BroughtAgain);
+    MarkArriving(false);
+}
+
+void RowEngine::MarkArriving(bool isArriving) {
+    for (const int source : Innermost().state->sources)
+        EntriesOf(open_, source).back().bring->isArriving = isArriving;
 }
 
 Gather* RowEngine::FindGather(int joint, std::uint32_t level) const {
@@ -51,7 +72,9 @@ void RowEngine::TakePending(Gather& gather, Row& row) const {
         const int node = gather.pendingNode[branch];
         for (const std::uint32_t operand : Node(node).operands) {
             // Of "*" the attribute may be had from an element around.
-            if (node == kRoot && !IsKnown(*bring.get(), operand)) continue;
+            const bool isAbsent =
+                bring->fields[row_.operands[operand].field].state == Bring::FieldState::Absent;
+            if (node == kRoot && isAbsent) continue;
             row.cells[operand].bring = bring;
             row.cells[operand].own = true;
         }
@@ -62,60 +85,77 @@ void RowEngine::MakeRow(int joint, Gather& gather, Moment moment) {
     Row& row = making_;
     row.Reset(joint, gather.level, row_.operands.size());
     TakePending(gather, row);
-    if (HoldsUnused(row, true)) {
-        if (Complete(joint, gather, row)) {
-            Write(row);
-        } else if (moment == Moment::Closing) {
-            HandUp(joint, row);
-        } else if (gather.level == 0) {
-            Conclude(row);
-        } else {
-            Wait(joint, gather, row);
-        }
+    if (!HoldsUnused(row)) return;
+    if (Complete(joint, gather, row)) {
+        Write(row);
+    } else if (moment == Moment::Closing) {
+        HandUp(joint, row);
+    } else if (gather.level == 0) {
+        Conclude(row);
+    } else {
+        Wait(joint, gather, row);
     }
 }
 
 void RowEngine::Wait(int joint, Gather& gather, Row& row) {
     const std::uint64_t age = gather.nextAge++;
     const Joint& at = JointAt(joint);
-    std::vector<bool> has(static_cast<std::size_t>(at.branches), false);
-    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
-        const int branch = at.branchOf[operand];
-        if (branch != kNone && Has(row, operand)) has[static_cast<std::size_t>(branch)] = true;
-    }
-    for (std::size_t branch = 0; branch < has.size(); ++branch)
-        if (!has[branch]) gather.lackBranch[branch].insert(age);
+    for (std::size_t branch = 0; branch < at.operandsOf.size() && !row.isOutranked; ++branch)
+        if (!IsSetAny(row, at.operandsOf[branch])) gather.lackBranch[branch].insert(age);
     gather.waiting.emplace(age, std::move(row));
-    if (gather.waiting.size() <= kMaxWaitingRows) return;
+    if (gather.waiting.size() <= limits_.waitingRows) return;
+    HoldsWaiting(gather);
+    if (gather.waiting.size() <= limits_.waitingRows) return;
+    NoteWaiting(gather.level, at.node);
     const auto oldest = gather.waiting.begin();
-    for (auto& rows : gather.lackBranch) rows.erase(oldest->first);
     Row gone = std::move(oldest->second);
-    gather.waiting.erase(oldest);
+    Forget(gather, oldest);
     HandUp(joint, gone);
+}
+
+void RowEngine::Forget(Gather& gather, Gather::Waiting::iterator row) {
+    for (auto& rows : gather.lackBranch) rows.erase(row->first);
+    gather.waiting.erase(row);
+}
+
+// Whether rows wait in it: what they held may all be in rows that have been written since.
+bool RowEngine::HoldsWaiting(Gather& gather) {
+    while (!gather.waiting.empty() && !HoldsUnused(gather.waiting.begin()->second))
+        Forget(gather, gather.waiting.begin());
+    return !gather.waiting.empty();
+}
+
+void RowEngine::NoteWaiting(std::size_t level, int node) {
+    notices_.Add(RowLimit::WaitingRows, frames_[level].number, [&] {
+        return "more than " + std::to_string(limits_.waitingRows) + " rows wait in " +
+               Describe(frames_[level], node) + ": the oldest go without what they wait for";
+    });
 }
 
 // Each waiting row takes the first that comes of a branch it has nothing of.
 void RowEngine::OfferToWaiting(int joint, Gather& gather, int branch) {
     const Joint& at = JointAt(joint);
-    const auto takers = std::move(gather.lackBranch[static_cast<std::size_t>(branch)]);
-    gather.lackBranch[static_cast<std::size_t>(branch)].clear();
+    const auto slot = static_cast<std::size_t>(branch);
+    const auto takers = std::move(gather.lackBranch[slot]);
+    gather.lackBranch[slot].clear();
     for (const std::uint64_t age : takers) {
         const auto waiting = gather.waiting.find(age);
         Row& row = waiting->second;
-        for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
-            if (at.branchOf[operand] != branch || Has(row, operand) || !gather.last[operand]) continue;
-            row.cells[operand] = {gather.last[operand], true, false};
+        const bool isLive = HoldsUnused(row);
+        if (isLive) {
+            for (const std::uint32_t operand : at.operandsOf[slot])
+                if (gather.last[operand]) row.cells[operand] = {gather.last[operand], true, false};
+            if (!at.labels.empty()) PreferAround(at, row);
+            if (!LacksNothing(row)) continue;
+            Write(row);
         }
-        if (!LacksNothing(row)) continue;
-        Write(row);
-        for (auto& rows : gather.lackBranch) rows.erase(age);
-        gather.waiting.erase(waiting);
+        Forget(gather, waiting);
     }
 }
 
 // To the enclosing element of the next joint up the pattern.
 void RowEngine::HandUp(int joint, Row& row) {
-    if (!HoldsUnused(row, false)) return;
+    if (!HoldsUnused(row)) return;
     const int upper = JointAt(joint).parent;
     if (upper == kNone) return Conclude(row);
     const std::uint32_t level =
@@ -127,12 +167,10 @@ void RowEngine::HandUp(int joint, Row& row) {
 
 void RowEngine::Arrive(int joint, Gather& gather, Row& row, int branch) {
     const Joint& at = JointAt(joint);
-    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
-        if (at.branchOf[operand] == branch) gather.last[operand] = row.cells[operand].bring;
-    }
+    for (const std::uint32_t operand : at.operandsOf[static_cast<std::size_t>(branch)])
+        gather.last[operand] = row.cells[operand].bring;
     if (!gather.waiting.empty()) OfferToWaiting(joint, gather, branch);
-    if (!HoldsUnused(row, true)) return;
-    row.cameFrom = branch;
+    if (!HoldsUnused(row)) return;
     if (Complete(joint, gather, row)) {
         Write(row);
     } else {
@@ -147,7 +185,7 @@ void RowEngine::CloseGather(int joint, std::uint32_t level) {
     while (!gather->waiting.empty()) {
         Row row = std::move(gather->waiting.begin()->second);
         gather->waiting.erase(gather->waiting.begin());
-        if (!HoldsUnused(row, true)) continue;
+        if (!HoldsUnused(row)) continue;
         if (Complete(joint, *gather, row)) {
             Write(row);
         } else {
@@ -169,9 +207,18 @@ void RowEngine::Conclude(Row& row) {
     }
 }
 
+bool RowEngine::HoldsLost(const Row& row) const {
+    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+        const BringRef& bring = row.cells[operand].bring;
+        const auto field = row_.operands[operand].field;
+        if (bring && bring->fields[field].state == Bring::FieldState::Lost) return true;
+    }
+    return false;
+}
+
 void RowEngine::Write(Row& row) {
-    if (!HoldsUnused(row, true)) return;
-    receiver_.OnRow(RowView(row_, row));
+    if (!HoldsUnused(row)) return;
+    if (!anyLost_ || !HoldsLost(row)) receiver_.OnRow(RowView(row_, row), lastNumber_);
     for (const Cell& cell : row.cells)
         if (cell.bring) cell.bring->used = true;
 }

@@ -23,16 +23,22 @@ bool RowEngine::LacksRequired(const Row& row) const {
     return false;
 }
 
-bool RowEngine::HoldsUnused(const Row& row, bool ownOnly) {
-    return std::any_of(row.cells.begin(), row.cells.end(), [&](const Cell& cell) {
-        return cell.bring && !cell.bring->used && (cell.own || !ownOnly);
-    });
+bool RowEngine::HoldsUnused(const Row& row) {
+    return std::any_of(row.cells.begin(), row.cells.end(),
+                       [](const Cell& cell) { return cell.own && cell.bring && !cell.bring->used; });
 }
 
-bool RowEngine::HoldsOtherUnused(const Row& row, const Bring* than) {
-    return std::any_of(row.cells.begin(), row.cells.end(), [&](const Cell& cell) {
-        return cell.own && cell.bring && cell.bring.get() != than && !cell.bring->used;
-    });
+bool RowEngine::HoldsUnusedBeside(const Row& row, const Joint& joint, int branch) const {
+    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+        const Cell& cell = row.cells[operand];
+        if (cell.own && cell.bring && !cell.bring->used && joint.branchOf[operand] != branch) return true;
+    }
+    return false;
+}
+
+bool RowEngine::IsSetAny(const Row& row, const std::vector<std::uint32_t>& operands) const {
+    return std::any_of(operands.begin(), operands.end(),
+                       [&](std::uint32_t operand) { return IsSet(row, operand); });
 }
 
 const RowEngine::Entry* RowEngine::Nearest(const Entries& entries, std::uint32_t level) {
@@ -41,88 +47,134 @@ const RowEngine::Entry* RowEngine::Nearest(const Entries& entries, std::uint32_t
     return found == entries.rend() ? nullptr : &*found;
 }
 
-bool RowEngine::Take(Row& row, std::size_t operand, const BringRef& bring) {
-    if (!bring) return false;
-    if (bring->fields[row_.operands[operand].field].state == Bring::FieldState::Unknown) return false;
-    row.cells[operand] = {bring, false, false};
-    return true;
+// The number of an element's end may still be unknown; rows wait for it.
+bool RowEngine::CanTake(std::size_t operand, const BringRef& bring) const {
+    const RowOperand& wanted = row_.operands[operand];
+    return bring && (wanted.what.fact == Function::NodeEnd ||
+                     bring->fields[wanted.field].state != Bring::FieldState::Unknown);
 }
 
 bool RowEngine::Complete(int joint, const Gather& gather, Row& row) {
-    if (JointAt(row.origin).allShareName && LacksNothing(row)) return true;
-    for (std::size_t operand = 0; operand < row.cells.size(); ++operand)
-        CompleteOperand(joint, gather, row, operand);
+    const Joint& origin = JointAt(row.origin);
+    const Joint& at = JointAt(joint);
+    if (origin.allShareName && LacksNothing(row)) return true;
+    if (!at.labels.empty()) PreferAround(at, row);
+    for (std::size_t operand = 0; operand < row.cells.size(); ++operand) {
+        if (IsSet(row, operand)) continue;
+        if (origin.ownPath[operand]) {
+            LookInOwnPath(joint, row, operand);
+        } else if (!origin.sharesName[operand]) {
+            FindAround(operand, row.level, row.cells[operand]);
+        }
+    }
+    if (LacksNothing(row)) return true;
+    row.isOutranked = IsOutranked(at, row, row.level);
+    if (!row.isOutranked) LookInGathers(joint, gather, row);
     return LacksNothing(row);
 }
 
-void RowEngine::CompleteOperand(int joint, const Gather& gather, Row& row, std::size_t operand) {
-    const Joint& origin = JointAt(row.origin);
-    if (Has(row, operand)) {
-        // A nested context's id never labels the outer one's time.
-        const Cell& cell = row.cells[operand];
-        const bool fromInside = cell.own && cell.bring && cell.bring->level > row.level;
-        if (fromInside && !origin.sharesName[operand] && HoldsOtherUnused(row, cell.bring.get()))
-            LookAround(row, operand, true);
-        return;
+// A nested context's id never labels the outer one's time: where the row gathered a label from inside and
+// there is one around, all of it is had from there.
+void RowEngine::PreferAround(const Joint& joint, Row& row) {
+    for (const int branch : joint.labels) {
+        if (!IsOwnAny(joint, branch, row) || !HoldsUnusedBeside(row, joint, branch)) continue;
+        if (!AnyAround(joint, branch, row.level)) continue;
+        for (const std::uint32_t operand : joint.operandsOf[static_cast<std::size_t>(branch)]) {
+            row.cells[operand] = {};
+            FindAround(operand, row.level, row.cells[operand]);
+        }
     }
-    // What stands on the row's own path is that very element and no other.
-    if (origin.ownPath[operand]) {
-        LookInOwnPath(joint, row, operand);
-        return;
-    }
-    if (!origin.sharesName[operand] && LookAround(row, operand, false)) return;
-    if (LookInGather(joint, gather, row, operand, row.cameFrom)) return;
-    LookFurtherUp(joint, row, operand);
 }
 
-bool RowEngine::LookInOwnPath(int joint, Row& row, std::size_t operand) {
+// Whether it is itself such a label where the joint's element gathers.
+bool RowEngine::IsOutranked(const Joint& joint, const Row& row, std::uint32_t level) const {
+    return std::any_of(joint.labels.begin(), joint.labels.end(), [&](int branch) {
+        return IsOwnAny(joint, branch, row) && AnyAround(joint, branch, level);
+    });
+}
+
+bool RowEngine::IsOwnAny(const Joint& joint, int branch, const Row& row) {
+    const auto& operands = joint.operandsOf[static_cast<std::size_t>(branch)];
+    return std::any_of(operands.begin(), operands.end(),
+                       [&](std::uint32_t operand) { return row.cells[operand].own; });
+}
+
+bool RowEngine::AnyAround(const Joint& joint, int branch, std::uint32_t level) const {
+    const auto& operands = joint.operandsOf[static_cast<std::size_t>(branch)];
+    return std::any_of(operands.begin(), operands.end(), [&](std::uint32_t operand) {
+        Cell cell;
+        return FindAround(operand, level, cell);
+    });
+}
+
+// What stands on the row's own path is that very element and no other.
+void RowEngine::LookInOwnPath(int joint, Row& row, std::size_t operand) {
     const int node = row_.operands[operand].node;
     const int above = JointAt(joint).depth - Node(node).depth;
-    if (above < 0) return false;  // that element has closed
+    if (above < 0) return;  // that element has closed
     const auto level = row.level - static_cast<std::uint32_t>(above);
-    const Entry* const entry = Nearest(EntriesOf(open_, node), level);
-    return entry != nullptr && entry->level == level && Take(row, operand, entry->bring);
+    const Entry* const entry = Nearest(open_[static_cast<std::size_t>(node)], level);
+    if (entry != nullptr && entry->level == level && CanTake(operand, entry->bring))
+        row.cells[operand] = {entry->bring, false, false};
 }
 
 // The nearest element around, the row's own included, that is still open and has it. An attribute is settled
 // when there are such elements and none has it.
-bool RowEngine::LookAround(Row& row, std::size_t operand, bool replaces) {
+bool RowEngine::FindAround(std::size_t operand, std::uint32_t level, Cell& cell) const {
     const RowOperand& wanted = row_.operands[operand];
-    if (wanted.what.kind == Operand::Kind::Text && wanted.node != kRoot) {
-        const Entry* const found = Nearest(EntriesOf(found_, wanted.node), row.level);
-        if (found == nullptr || (replaces && found->level == row.level)) return false;
-        return Take(row, operand, found->bring);
-    }
-    const Entry* const entry = Nearest(EntriesOf(open_, wanted.node), row.level);
+    if (wanted.what.kind == Operand::Kind::Text && wanted.node != kRoot)
+        return FindTextAround(operand, level, cell);
+    const Entry* const entry = Nearest(open_[static_cast<std::size_t>(wanted.node)], level);
     // Around what stands at the top there is nothing to speak of.
-    if (entry == nullptr && wanted.node == kRoot) row.cells[operand].empty = true;
+    if (entry == nullptr && wanted.node == kRoot) cell.empty = true;
     if (entry == nullptr) return wanted.node == kRoot;
     if (wanted.what.kind != Operand::Kind::Attribute) {
-        const bool itself = wanted.what.kind == Operand::Kind::Fact || entry->level == row.level;
-        return itself && Take(row, operand, entry->bring);
+        const bool itself = wanted.what.kind == Operand::Kind::Fact || entry->level == level;
+        if (!itself || !CanTake(operand, entry->bring)) return false;
+        cell = {entry->bring, false, false};
+        return true;
     }
     Bring* const nearest = entry->bring->fields[wanted.field].nearest;
-    row.cells[operand] = {BringRef(nearest), false, nearest == nullptr};
+    cell = {BringRef(nearest), false, nearest == nullptr};
     return true;
 }
 
-bool RowEngine::LookInGather(int joint, const Gather& gather, Row& row, std::size_t operand, int except) {
-    const int branch = JointAt(joint).branchOf[operand];
-    if (branch == kNone || branch == except) return false;
-    return Take(row, operand, gather.last[operand]);
+bool RowEngine::FindTextAround(std::size_t operand, std::uint32_t level, Cell& cell) const {
+    const auto& entries = found_[static_cast<std::size_t>(row_.operands[operand].node)];
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        if (entry->level > level) continue;
+        const BringRef& bring = entry->bring->isArriving ? entry->before : entry->bring;
+        if (!CanTake(operand, bring)) continue;
+        cell = {bring, false, false};
+        return true;
+    }
+    return false;
 }
 
-// Not past rows that wait: they are older and would be overtaken.
-void RowEngine::LookFurtherUp(int joint, Row& row, std::size_t operand) {
+// Here, then further up, but not past rows that wait: they are older and would be overtaken.
+void RowEngine::LookInGathers(int joint, const Gather& gather, Row& row) {
+    TakeBranches(JointAt(joint), gather, row);
     std::uint32_t level = row.level;
     for (int at = joint; JointAt(at).parent != kNone;) {
         const int upper = JointAt(at).parent;
         level -= static_cast<std::uint32_t>(JointAt(at).depth - JointAt(upper).depth);
-        const Gather* const gather = FindGather(upper, level);
-        if (gather != nullptr && !gather->waiting.empty()) return;
-        const int below = JointAt(at).branchInParent;
-        if (gather != nullptr && LookInGather(upper, *gather, row, operand, below)) return;
+        Gather* const further = FindGather(upper, level);
+        if (further != nullptr) {
+            if (HoldsWaiting(*further) || IsOutranked(JointAt(upper), row, level)) return;
+            TakeBranches(JointAt(upper), *further, row);
+        }
         at = upper;
+    }
+}
+
+// The last that came of each branch that the row has nothing of: values of one element stay together, and
+// what the row comes from is passed by.
+void RowEngine::TakeBranches(const Joint& joint, const Gather& gather, Row& row) {
+    for (const auto& operands : joint.operandsOf) {
+        if (IsSetAny(row, operands)) continue;
+        for (const std::uint32_t operand : operands)
+            if (CanTake(operand, gather.last[operand]))
+                row.cells[operand] = {gather.last[operand], false, false};
     }
 }
 

@@ -7,30 +7,38 @@
 
 namespace Metrics::detail {
 
-RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow)
+RowReader::RowReader(const CompiledRow& row, std::function<void()> onRow, const RowLimits& limits)
     : row_(row),
+      limits_(limits),
       onRow_(std::move(onRow)),
       hasFilters_(std::any_of(row.columns.begin(), row.columns.end(),
                               [](const CompiledColumn& column) { return column.IsFilter(); })),
       hasPlainColumns_(std::all_of(
           row.columns.begin(), row.columns.end(),
           [](const CompiledColumn& column) { return column.kind == CompiledColumn::Kind::Value; })),
-      summary_(row.IsSummary() ? std::make_unique<Summary>(row) : nullptr),
-      engine_(row, *this) {}
+      summary_(row.IsSummary() ? std::make_unique<Summary>(row, limits) : nullptr) {}
 
-void RowReader::OnRow(const RowView& row) {
+void RowReader::OnRow(const RowView& row, std::uint64_t lastElement) {
     if (IsFull()) return;
     current_ = &row;
     ++rowNumber_;
     if (hasFilters_ && !Passes()) {
         --rowNumber_;
     } else if (summary_ != nullptr) {
-        summary_->Add(*this);
+        if (!summary_->Add(*this)) NoteUncounted(lastElement);
         --rowNumber_;
     } else {
         onRow_();
     }
     current_ = nullptr;
+}
+
+void RowReader::NoteUncounted(std::uint64_t element) {
+    notices_.Add(RowLimit::Groups, element, [&] {
+        return "more than " + std::to_string(limits_.groups) + " groups, or " +
+               std::to_string(limits_.groupBytes) + " bytes of them, by element " + std::to_string(element) +
+               ": rows of further groups are not counted";
+    });
 }
 
 bool RowReader::Passes() const {
@@ -40,11 +48,6 @@ bool RowReader::Passes() const {
         if (!IsTrue(Evaluate(row_, column.program, *this))) return false;
     }
     return true;
-}
-
-void RowReader::Finish() {
-    engine_.Finish();
-    GiveGroups();
 }
 
 void RowReader::GiveGroups() {

@@ -7,47 +7,51 @@
 #include <vector>
 
 #include "metrics/XmlParser.h"
-#include "metrics/rows/RowEngine.h"
+#include "metrics/rows/Gather.h"
 #include "metrics/rows/Summary.h"
 
 namespace Metrics::detail {
 
-// A compiled definition at work: the engine's rows go through the filters, then on to whoever takes them or,
-// in a summary, into groups. Used from one thread. The values' base stands first: so each operand of a row is
-// found without a call.
-class RowReader final : private ValueSource, private RowReceiver {
+// A compiled definition at work: the rows of its engines, each of which reads an input of its own, go through
+// the filters, then on to whoever takes them or, in a summary, into groups. Used from one thread. The values'
+// base stands first: so each operand of a row is found without a call.
+class RowReader final : private ValueSource, public RowReceiver {
   public:
     // `onRow` is called with each row to be written as the current one. The row must live as long.
-    RowReader(const CompiledRow& row, std::function<void()> onRow);
+    RowReader(const CompiledRow& row, std::function<void()> onRow, const RowLimits& limits = {});
 
-    RowEngine& Engine() { return engine_; }
+    const CompiledRow& Row() const { return row_; }
+    // What the limits have cost, in all engines together.
+    RowNotices& Notices() { return notices_; }
+    const RowNotices& Notices() const { return notices_; }
+    const RowLimits& Limits() const { return limits_; }
     // Only the first row is given out.
     void StopAfterFirstRow() { limit_ = 1; }
     bool IsFull() const { return rowNumber_ >= limit_; }
     std::int64_t RowsWritten() const { return rowNumber_; }
 
-    // Closes the open elements and gives out the groups of a summary. Nothing may follow.
-    void Finish();
-    // Only the latter, for an input that was broken off.
+    // Gives out the groups of a summary. No row may follow.
     void GiveGroups();
 
     // The current row, appended.
     void AppendCurrent(std::string& out, char separator, bool includeAggregates) const;
 
   private:
-    void OnRow(const RowView& row) override;
+    void OnRow(const RowView& row, std::uint64_t lastElement) override;
     bool Passes() const;
+    void NoteUncounted(std::uint64_t element);
     void AppendPlainLine(std::string& out, char separator) const;
     CellView OperandAt(std::uint32_t operand) const override { return current_->At(operand); }
     Value AggregateAt(std::uint32_t) const override { return {}; }
     std::int64_t RowNumber() const override { return rowNumber_; }
 
     const CompiledRow& row_;
+    const RowLimits limits_;
     std::function<void()> onRow_;
     bool hasFilters_;
     bool hasPlainColumns_;  // each column is one field and no row is multiplied
     std::unique_ptr<Summary> summary_;
-    RowEngine engine_;
+    RowNotices notices_;
     std::int64_t rowNumber_ = 0;
     std::int64_t limit_ = INT64_MAX;
     const RowView* current_ = nullptr;

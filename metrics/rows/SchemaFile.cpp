@@ -1,11 +1,13 @@
 #include "metrics/rows/SchemaFile.h"
 
 #include <chrono>
+#include <exception>
+#include <map>
 #include <mutex>
 #include <set>
-#include <stdexcept>
 #include <thread>
 
+#include "metrics/base/FileError.h"
 #include "metrics/platform/Platform.h"
 
 namespace Metrics::detail {
@@ -68,13 +70,28 @@ struct SchemaPlace {
 SchemaPlace PlaceOf(const std::string& fileName) {
     const platform::PathParts parts = platform::SplitPath(fileName);
     if (parts.directory.size() >= kLongestPart || parts.name.size() >= kLongestPart)
-        throw std::runtime_error("input path too long");
+        throw FileError("input path too long", fileName);
     std::string folder(parts.drive);
     if (folder.empty()) {
         folder = platform::WorkingDirectory();
         if (!folder.empty()) folder += platform::PathSeparator();
     }
     return {folder.append(parts.directory) + "schema.ini", std::string(parts.name).append(parts.extension)};
+}
+
+void WriteSections(const std::string& path, std::span<const platform::ProfileSection> sections) {
+    const bool failedBefore = Failed().Contains(path);
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    std::uint32_t error = platform::SetProfileSections(path, sections);
+    for (int attempts = 1; error != 0 && !failedBefore; ++attempts) {
+        if (attempts >= kFewestAttempts && std::chrono::steady_clock::now() >= deadline) break;
+        std::this_thread::sleep_for(kMoment);
+        error = platform::SetProfileSections(path, sections);
+    }
+    Failed().Note(path, error != 0);
+    if (error == 0) return;
+    throw FileError("WritePrivateProfileString failed with errorcode " + std::to_string(error), path,
+                    platform::SystemErrorText(error));
 }
 
 }  // namespace
@@ -93,23 +110,24 @@ std::string SchemaEntries(const std::vector<StreamingXml::XmlColumnInfo>& column
     return entries;
 }
 
-void WriteSchema(const std::string& fileName, const std::vector<StreamingXml::XmlColumnInfo>& columns,
-                 char separator) {
-    const SchemaPlace place = PlaceOf(fileName);
-    const std::string entries = SchemaEntries(columns, separator);
-    const bool failedBefore = Failed().Contains(place.path);
-    const auto attempt = [&] { return platform::SetProfileSection(place.path, place.section, entries); };
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    std::uint32_t error = attempt();
-    for (int attempts = 1; error != 0 && !failedBefore; ++attempts) {
-        if (attempts >= kFewestAttempts && std::chrono::steady_clock::now() >= deadline) break;
-        std::this_thread::sleep_for(kMoment);
-        error = attempt();
+void WriteSchemas(std::span<const TableSchema> tables) {
+    std::map<std::string, std::vector<platform::ProfileSection>> files;
+    std::exception_ptr failure;
+    const auto attempt = [&](const auto& action) {
+        try {
+            action();
+        } catch (const FileError&) {
+            if (!failure) failure = std::current_exception();
+        }
+    };
+    for (const TableSchema& table : tables) {
+        attempt([&] {
+            SchemaPlace place = PlaceOf(table.fileName);
+            files[std::move(place.path)].push_back({std::move(place.section), table.entries});
+        });
     }
-    Failed().Note(place.path, error != 0);
-    if (error != 0) {
-        throw std::runtime_error("WritePrivateProfileString failed with errorcode " + std::to_string(error));
-    }
+    for (const auto& [path, sections] : files) attempt([&] { WriteSections(path, sections); });
+    if (failure) std::rethrow_exception(failure);
 }
 
 }  // namespace Metrics::detail

@@ -11,7 +11,7 @@ namespace Metrics::detail {
 namespace {
 
 // The rule for boolean columns: "true", or something that begins like a yes.
-bool IsTrueText(std::string_view text) {
+bool IsYes(std::string_view text) {
     if (text.empty() || EqualIgnoringCase(text, "false")) return false;
     const char first = ToLower(text.front());
     return first == '1' || first == 't' || first == 'y';
@@ -22,13 +22,14 @@ bool IsTrueNumber(double number) {
 }
 
 bool ToBoolean(const Value& value) {
-    const bool text = value.kind == Value::Kind::Text || value.kind == Value::Kind::Literal;
-    return text ? IsTrueText(value.text) : IsTrueNumber(value.number);
+    return value.IsText() ? IsYes(value.text) : IsTrueNumber(value.number);
 }
 
 void AppendText(std::string& out, const Value& value, unsigned precision) {
     if (value.kind == Value::Kind::Boolean) {
         out += value.number != 0 ? "true" : "false";
+    } else if (value.kind == Value::Kind::Integer) {
+        AppendInteger(out, ToInt64(value.number));
     } else if (value.kind == Value::Kind::Number && value.text.empty()) {
         AppendReal(out, value.number, precision);
     } else {
@@ -58,15 +59,12 @@ void AppendTwoDigits(std::string& out, int value, char after) {
 }  // namespace
 
 double ToNumber(const Value& value) {
-    if (value.kind == Value::Kind::Number || value.kind == Value::Kind::Boolean) return value.number;
-    if (EqualIgnoringCase(value.text, "true")) return 1;
-    return LeadingReal(value.text);
+    return value.IsText() ? NumberIn(value.text) : value.number;
 }
 
 bool IsTrue(const Value& value) {
     double number = 0;
-    const bool text = value.kind == Value::Kind::Text || value.kind == Value::Kind::Literal;
-    if (text && IsNumber(value.text, number)) return IsTrueNumber(number);
+    if (value.IsText() && IsNumber(value.text, number)) return IsTrueNumber(number);
     return ToBoolean(value);
 }
 
@@ -76,11 +74,9 @@ void AppendValue(std::string& out, const Value& value, ColumnType type, unsigned
         case ColumnType::Integer:
             if (value.text.empty()) return AppendInteger(out, ToInt64(value.number));
             return AppendIntegerText(out, value.text);
-        case ColumnType::Real: {
-            const bool text = value.kind == Value::Kind::Text || value.kind == Value::Kind::Literal;
-            if (text) return AppendRealText(out, value.text, precision);
+        case ColumnType::Real:
+            if (value.IsText()) return AppendRealText(out, value.text, precision);
             return AppendReal(out, value.number, precision);
-        }
         case ColumnType::Boolean: out += ToBoolean(value) ? "true" : "false"; return;
         case ColumnType::DateTime: AppendDateTime(out, value.text); return;
         case ColumnType::String:

@@ -16,18 +16,21 @@ struct Value {
         Empty,    // nothing was counted, or computed from such; stays empty whatever is done with it
         Nothing,  // an attribute that is not there: an empty text to compare, empty to calculate with
         Number,
+        Integer,  // of a count: a number that has no decimals as text
         Boolean,
         Text,
         Literal,  // a string literal: compared as text
     };
 
     Kind kind = Kind::Empty;
-    double number = 0;      // of Number and Boolean
+    double number = 0;      // of Number, Integer and Boolean
     std::string_view text;  // of Text and Literal; of a Number how it was written, if it was
 
     static Value OfNumber(double number) { return {Kind::Number, number, {}}; }
+    static Value OfInteger(std::int64_t number) { return {Kind::Integer, static_cast<double>(number), {}}; }
     static Value OfBoolean(bool truth) { return {Kind::Boolean, truth ? 1.0 : 0.0, {}}; }
     bool IsEmpty() const { return kind == Kind::Empty || kind == Kind::Nothing; }
+    bool IsText() const { return kind == Kind::Text || kind == Kind::Literal; }
 };
 
 // Where an expression finds what it asks for.

@@ -6,20 +6,24 @@
 #include "metrics/reader/XmlCopy.h"
 #include "metrics/reader/XmlScanner.h"
 #include "metrics/rows/ColumnSpec.h"
+#include "metrics/rows/RowEngine.h"
 #include "metrics/rows/RowReader.h"
 
 namespace StreamingXml {
 
 using Metrics::detail::CompiledRow;
+using Metrics::detail::RowEngine;
 using Metrics::detail::RowReader;
 
 struct XmlParser::State {
     RowCallback callback;
+    NoticeCallback noticeCallback;
     std::uint32_t options = 0;
     CompiledRow row;
     std::ostream* copyStream = nullptr;
     // One input's; the row above outlives them.
     std::unique_ptr<RowReader> reader;
+    std::unique_ptr<RowEngine> engine;
     std::unique_ptr<XmlCopy> copy;
     std::unique_ptr<XmlScanner> scanner;
 };
@@ -44,6 +48,7 @@ int XmlParser::Compile(const std::vector<std::string>& columns) {
         UsesPaths | UsesLineNumbers | ComputesAggregates | HasComputed | HasOptional;
     state_->options &= ~kDerived;
     state_->scanner.reset();
+    state_->engine.reset();
     state_->reader.reset();
     const auto adopt = [this] {
         const CompiledRow& row = state_->row;
@@ -74,15 +79,33 @@ void XmlParser::Reset() {
 void XmlParser::Build() {
     State& state = *state_;
     state.scanner.reset();
+    state.engine.reset();
     state.copy.reset();
     state.reader = std::make_unique<RowReader>(state.row, [this] {
         state_->callback(*this);
         if (state_->reader->IsFull()) state_->scanner->Stop();
     });
     if (state.options & SingleRow) state.reader->StopAfterFirstRow();
-    state.scanner = std::make_unique<XmlScanner>(state.reader->Engine());
+    state.engine = std::make_unique<RowEngine>(state.row, *state.reader, state.reader->Notices());
+    state.scanner = std::make_unique<XmlScanner>(*state.engine);
     if (state.options & UsesLineNumbers) state.scanner->GiveLines();
     SetCopyStream(state.copyStream);
+    if (state.noticeCallback) SetNoticeCallback(std::move(state.noticeCallback));
+}
+
+void XmlParser::SetNoticeCallback(NoticeCallback callback) {
+    state_->noticeCallback = std::move(callback);
+    state_->scanner->TrackLines();
+    state_->reader->Notices().SetHandler([this](const Metrics::detail::RowNotice& notice) {
+        const auto [line, column] = state_->scanner->TagPosition();
+        if (!state_->noticeCallback) return;
+        state_->noticeCallback("line " + std::to_string(line) + ", column " + std::to_string(column) + ": " +
+                               notice.text);
+    });
+}
+
+std::uint64_t XmlParser::LeftOut() const noexcept {
+    return state_->reader->Notices().Count();
 }
 
 void XmlParser::SetCopyStream(std::ostream* out) {
@@ -101,7 +124,10 @@ void XmlParser::Feed(std::string_view bytes) {
 }
 
 void XmlParser::End() {
-    if (!state_->scanner->Stopped()) state_->reader->Finish();
+    if (!state_->scanner->Stopped()) {
+        state_->engine->Finish();
+        state_->reader->GiveGroups();
+    }
     if (state_->copy != nullptr) state_->copy->Flush();
     state_->scanner->End();
 }

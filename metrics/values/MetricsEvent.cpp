@@ -29,7 +29,7 @@ void MetricsEvent::ForgetTexts() noexcept {
 }
 
 unsigned long MetricsEvent::Write(MetricsValueBuffer& buffer) const {
-    return buffer.AppendEach({&header, &contextId, &timestamp, &param1, &param2});
+    return buffer.AppendEvent({&header, &contextId, &timestamp, &param1, &param2});
 }
 
 unsigned long MetricsEvent::Read(const MetricsValueBuffer& buffer) {

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include "metrics/MetricsValue.h"
 #include "metrics/platform/Prefetch.h"
+#include "metrics/values/Utf8.h"
 
 namespace Metrics {
 
@@ -39,6 +41,10 @@ std::size_t PayloadBytes(MetricsValueType kind) {
     }
 }
 
+// How much of an event's text is stored: with its NUL no more than the low byte of a length can say, by which
+// readers go on.
+constexpr std::size_t kMaxEventText = 254;
+
 // The number of bytes stored is the length modulo 65536: of a longer text, that much of its start.
 template <typename Char>
 void AppendText(std::vector<std::uint8_t>& bytes, std::basic_string_view<Char> text) {
@@ -54,16 +60,15 @@ void AppendText(std::vector<std::uint8_t>& bytes, std::basic_string_view<Char> t
 // Values on their way into a vector, which is appended to in one step for several of them.
 class Encoder {
   public:
-    explicit Encoder(std::vector<std::uint8_t>& bytes) : bytes_(bytes) {}
+    // Cuts longer texts to `limit` bytes.
+    Encoder(std::vector<std::uint8_t>& bytes, std::size_t limit) : bytes_(bytes), limit_(limit) {}
 
     void Add(const MetricsValue& value) {
         switch (value.Kind()) {
             case MetricsValueType::String:
             case MetricsValueType::StringRef: return AddText(value.Text());
             case MetricsValueType::WideString:
-            case MetricsValueType::WideStringRef:
-                Flush();
-                return AppendText(bytes_, std::wstring_view(value.WideText()));
+            case MetricsValueType::WideStringRef: return AddWide(value.WideText());
             default: return AddFixed(value);
         }
     }
@@ -71,6 +76,7 @@ class Encoder {
         bytes_.insert(bytes_.end(), block_, block_ + size_);
         size_ = 0;
     }
+    bool HasCut() const { return hasCut_; }
 
   private:
     void AddFixed(const MetricsValue& value) {
@@ -80,16 +86,28 @@ class Encoder {
         size_ += 1 + PayloadBytes(value.Kind());
     }
     void AddText(std::string_view text) {
-        if (text.size() > kShort) {
-            Flush();
-            return AppendText(bytes_, text);
-        }
+        if (text.size() > kShort) return AddLong(text);
         std::uint8_t* to = Reserve(3 + text.size() + 1);
         to[0] = kTextTag;
         StoreLittleEndian(to + 1, text.size() + 1, 2);
         std::memcpy(to + 3, text.data(), text.size());
         to[3 + text.size()] = 0;
         size_ += 3 + text.size() + 1;
+    }
+    void AddWide(std::wstring_view wide) {
+        if (wide.size() <= limit_) {
+            Flush();
+            return AppendText(bytes_, wide);
+        }
+        std::string narrow;
+        for (const wchar_t c : wide) narrow += static_cast<char>(c);
+        AddLong(narrow);
+    }
+    void AddLong(std::string_view text) {
+        Flush();
+        const std::size_t kept = detail::SizeCutTo(text, limit_);
+        hasCut_ |= kept < text.size();
+        AppendText(bytes_, text.substr(0, kept));
     }
     std::uint8_t* Reserve(std::size_t size) {
         if (size > sizeof block_ - size_) Flush();
@@ -99,8 +117,10 @@ class Encoder {
     static constexpr std::size_t kShort = 100;
 
     std::vector<std::uint8_t>& bytes_;
+    const std::size_t limit_;
     std::uint8_t block_[256];
     std::size_t size_ = 0;
+    bool hasCut_ = false;
 };
 
 MetricsValue MakeFixed(MetricsValueType kind, std::uint64_t payload) {
@@ -139,14 +159,19 @@ MetricsValueBuffer& MetricsValueBuffer::operator=(MetricsValueBuffer&& other) no
 }
 
 std::uint32_t MetricsValueBuffer::Append(const MetricsValue& value) {
-    return AppendEach({&value});
+    const std::size_t before = bytes_.size();
+    Encoder encoder(bytes_, SIZE_MAX);
+    encoder.Add(value);
+    encoder.Flush();
+    return static_cast<std::uint32_t>(bytes_.size() - before);
 }
 
-std::uint32_t MetricsValueBuffer::AppendEach(std::initializer_list<const MetricsValue*> values) {
+std::uint32_t MetricsValueBuffer::AppendEvent(std::initializer_list<const MetricsValue*> values) {
     const std::size_t before = bytes_.size();
-    Encoder encoder(bytes_);
+    Encoder encoder(bytes_, kMaxEventText);
     for (const MetricsValue* value : values) encoder.Add(*value);
     encoder.Flush();
+    hasCutTexts_ |= encoder.HasCut();
     // The room for the next event, which comes when the events of many other buffers have passed the cache.
     platform::Prefetch(bytes_.data() + bytes_.size(),
                        std::min(bytes_.capacity() - bytes_.size(), std::size_t{192}));

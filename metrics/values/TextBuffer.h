@@ -40,6 +40,8 @@ class TextBuffer {
     }
 
     void Clear() { end_ = begin_; }
+    // Takes back what was written beyond `size`.
+    void Truncate(std::size_t size) { end_ = begin_ + size; }
     std::size_t Size() const { return static_cast<std::size_t>(end_ - begin_); }
     std::string_view View() const { return {begin_, Size()}; }
 

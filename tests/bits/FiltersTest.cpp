@@ -33,10 +33,23 @@ TEST(Filters, AFileWrittenByHandJustWorks) {
              "  <filter value='33' name='No mnemonic'/>\n  <filter value='34' mnemonic='noname'/>\n"
              "  <group><any value='x' name='Words' mnemonic='words'></any></group>\n</filters>\n"),
         "70:40:Disk & Net:disk:kDisk\n0:1:Words:words:\n");
-    EXPECT_EQ(Read("<f value='' name='n' mnemonic='m'/>"), "empty filter value in /p/filters.xml");
-    EXPECT_EQ(Read("<f name='n'/>"), "empty filter value in /p/filters.xml");
-    EXPECT_EQ(Read("<f value='1'"), "Error: invalid XML tag: f value='1'");
     EXPECT_EQ(Read(""), "");
+}
+
+// The file and the line of what is wrong with it.
+TEST(Filters, WhatNamesNoValueIsAGroupWhenElementsAreInIt) {
+    const std::string filter = "<f value='1' name='n' mnemonic='m'/>", read = "1:2:n:m:\n";
+    const std::string empty = "empty filter value in /p/filters.xml, line ";
+    const std::pair<std::string, std::string> cases[] = {
+        {"<filters name='ours'>\n<group name='g' symbol='s'>" + filter + "</group></filters>", read},
+        {"<filters name='ours'><group mnemonic='g'>" + filter + "\n", read},  // never closed
+        {"<filters>\n<f name='n'>text <!-- no element --></f></filters>", empty + "2"},
+        {"<filters>\n\n<f symbol='n'\n/>" + filter + "</filters>", empty + "3"},
+        {"\n<f name='n'>", empty + "2"},
+        {"<f value='' name='n' mnemonic='m'>" + filter + "</f>", empty + "1"},
+        {"<f\nvalue='1'", "Error: invalid XML tag: f\nvalue='1' in /p/filters.xml, line 1"},
+    };
+    for (const auto& [text, expected] : cases) EXPECT_EQ(Read(text), expected) << text;
 }
 
 // The only test here that uses the file beside the executable, and the table.

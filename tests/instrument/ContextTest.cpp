@@ -201,9 +201,10 @@ TEST_F(ContextTest, AValueOfItsOwnStandsBesideItsScopes) {
             METRICS_SCOPE("b", Scope::kElapsedTime);
         }
         METRICS_VALUE("alone", 5);
-        Scope plain("plain");
-        context.Emit("again", 6);
-        plain.Close();
+        {
+            METRICS_SCOPE("plain");
+            context.Emit("again", 6);
+        }
         Scope open("open");
         context.Emit("last", 7);
         {

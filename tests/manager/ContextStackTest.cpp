@@ -208,5 +208,36 @@ TEST_F(ContextStackTest, ReadsNoClockForAChildThatIsNotMeasured) {
     EXPECT_EQ(reads, before + 2);
 }
 
+// What the first thread spends, and looks at later, is not that of a scope that began when it had others.
+TEST_F(ContextStackTest, AThreadThatLooksLateChargesNoLaterScopes) {
+    ContextState stranger(nullptr, 0, kContexts, 0);
+    detail::Retain(&stranger);
+    Take(0, 1);
+    Open(0, 1, true);
+    Take(1, 1);
+    Close(1, 1, 0);
+    Open(1, 1, true);
+    clocks[0] += 100;
+    now = 0;
+    tested_[0].Take(&stranger);
+    Close(1, 1, 0);
+    tested_[0].Leave(&stranger, {});
+}
+
+TEST_F(ContextStackTest, OfDeadEntriesOnlyTheTopStays) {
+    const auto die = [this](int id) {
+        units_[id].state->magic = detail::kDestroyedMagic;
+        detail::NoteContextLeftBehind();
+    };
+    for (const int id : {1, 2, 3}) tested_[0].Take(units_[id].state);
+    die(3);
+    EXPECT_TRUE(tested_[0].Find(units_[3].state).isOnStack);
+    tested_[0].Take(units_[4].state);
+    EXPECT_FALSE(tested_[0].Find(units_[3].state).isOnStack) << "when another is taken";
+    die(2);
+    tested_[0].Leave(units_[4].state, {});
+    EXPECT_EQ(tested_[0].Current(), units_[1].state) << "when one is left";
+}
+
 }  // namespace
 }  // namespace Metrics::Testing

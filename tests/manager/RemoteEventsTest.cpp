@@ -66,6 +66,28 @@ TEST_F(RemoteEventsTest, WhatBelongedToNoContextAndWhatWasNotCreatedJoinsTheCurr
               (Lines{"@1 1 1>5", "@1 2 1>5"}));
 }
 
+// Readers go on by the low byte of a text's length, so that of a long text they would land inside it, here
+// among what would be events.
+TEST_F(RemoteEventsTest, NothingInATextIsReadAsAnEvent) {
+    const std::string value = "\x0A\x1D\x11\x11\x11\x11\x11\x11\x11";
+    std::string text;
+    while (text.size() < 1000) text += value;
+    for (std::size_t size = 240; size < 800; ++size) {
+        const std::string narrow = text.substr(text.size() - size);
+        const std::wstring wide(narrow.begin(), narrow.end());
+        for (const MetricsValue& evil : {MetricsValue(narrow), MetricsValue(wide.c_str())}) {
+            Send(Buffer({Event(Type::NameValue, 5, "k", evil), Event(Type::NameValue, 5, evil, 1),
+                         Event(Type::ScopeOpen, 5, "last")}));
+            const auto events = Recorded().Take();
+            ASSERT_EQ(events.size(), 3U) << size;
+            EXPECT_EQ(events[0].param2, narrow.substr(0, 254));
+            EXPECT_EQ(events[1].param1, narrow.substr(0, 254));
+            EXPECT_EQ(events[1].param2, 1);
+            EXPECT_EQ(events[2].param1, "last");
+        }
+    }
+}
+
 TEST_F(RemoteEventsTest, EverythingElseStaysAsItWas) {
     const MetricsEvent sent = Event(Type::ScopeOpen, 5, L"wide", true);
     Send(Buffer({sent}));

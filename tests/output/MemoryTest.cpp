@@ -36,10 +36,13 @@ TEST(OutputMemory, AnEventAllocatesNothingAndContextsThatAreOverLeaveNothing) {
     for (const auto& [mode, format] :
          {std::pair{Mode::PerContext, Format::Raw}, std::pair{Mode::PerContext, Format::Xml},
           std::pair{Mode::PerContext, Format::Buffer}, std::pair{Mode::Single, Format::Xml},
-          std::pair{Mode::Single, Format::Raw}, std::pair{Mode::Borrowed, Format::Xml}}) {
+          std::pair{Mode::Single, Format::Raw}, std::pair{Mode::Borrowed, Format::Xml},
+          std::pair{Mode::Completed, Format::Xml}, std::pair{Mode::Completed, Format::CsvComma}}) {
         SCOPED_TRACE(testing::Message() << static_cast<int>(mode) << " " << static_cast<int>(format));
         Output output(mode, format);
-        if (mode == Mode::Single) output.OpenStream(new basic_onullstream<char>, 0);
+        output.SetRowDefinition("path(io);io.elapsed:r");
+        if (mode == Mode::Single || mode == Mode::Completed)
+            output.OpenStream(new basic_onullstream<char>, 0);
         std::uint64_t id = 1;
         const auto live = [&](int rounds) {
             const auto events = Lives(id, rounds);
@@ -83,6 +86,49 @@ TEST(OutputMemory, StaysFlatWithStrays) {
     };
     const int before = highestOf(40000);
     EXPECT_LE(highestOf(40000) - before, 100);
+}
+
+// Roots that stay open and grow, from half-time on behind a child of each that stays open too.
+TEST(OutputMemory, StaysUnderItsLimit) {
+    constexpr std::uint64_t kRoots = 1000;
+    constexpr int kLimit = 1 << 20;
+    constexpr int kRounds = 60;  // of a text for each root: twelve times what may be held
+    const std::string text(200, 'x');
+    for (const auto& [mode, format] :
+         {std::pair{Mode::Completed, Format::Xml}, std::pair{Mode::Single, Format::Xml},
+          std::pair{Mode::Completed, Format::Raw}, std::pair{Mode::Completed, Format::CsvComma},
+          std::pair{Mode::Single, Format::CsvComma}, std::pair{Mode::Completed, Format::Buffer}}) {
+        SCOPED_TRACE(testing::Message() << static_cast<int>(mode) << " " << static_cast<int>(format));
+        Output output(mode, format);
+        output.SetRowDefinition("r.n");
+        output.OpenStream(format == Format::Buffer ? nullptr : new basic_onullstream<char>, 0);
+        output.SetHeldLimit(kLimit);
+        const auto each = [&](auto make) {
+            std::vector<MetricsEvent> batch;
+            for (std::uint64_t id = 1; id <= 2 * kRoots; id += 2) batch.push_back(make(id));
+            const int before = Allocator::live;
+            output.Put(std::exchange(batch, {}));
+            return before;  // the batch's own texts are in it
+        };
+        const auto grow = [&] {
+            int highest = 0;
+            for (int left = kRounds; left != 0; --left)
+                highest = std::max(highest, each([&](std::uint64_t id) { return Value(id, "n", text); }));
+            return highest;
+        };
+        each([](std::uint64_t id) { return Create(0, id); });
+        each([](std::uint64_t id) { return Construct(0, id); });
+        each([](std::uint64_t id) { return OpenScope(id, "r"); });
+        const int few = Allocator::live;
+        // Each root has its records, and in a table its engine.
+        const int perRoot = format == Format::CsvComma ? 40 : 10;
+        const int most = kLimit / 200 + static_cast<int>(kRoots) * (1 + perRoot);
+        EXPECT_LE(grow() - few, most);
+        each([](std::uint64_t id) { return Create(id, id + 1); });
+        each([](std::uint64_t id) { return Construct(id, id + 1); });
+        EXPECT_LE(grow() - few, most + static_cast<int>(kRoots) * perRoot);
+        EXPECT_EQ(output.Errors(), Briefs());
+    }
 }
 
 }  // namespace

@@ -85,7 +85,13 @@ class Output : public detail::OutputState {
         OpenStream(&stream, contextId);
         return stream;
     }
-    // The same in batches of random sizes.
+    // The same where targets own their streams.
+    const std::stringbuf& Collect(std::uint64_t contextId = 0) {
+        std::stringbuf& text = texts_.emplace_back();
+        OpenStream(new std::ostream(&text), contextId);
+        return text;
+    }
+    // Batches of random sizes.
     void PutInPieces(const std::vector<MetricsEvent>& events, std::uint32_t seed) {
         std::mt19937 random(seed);
         for (auto at = events.begin(); at != events.end();) {
@@ -97,6 +103,7 @@ class Output : public detail::OutputState {
 
   private:
     std::deque<std::ostringstream> streams_;
+    std::deque<std::stringbuf> texts_;
 };
 
 inline std::vector<MetricsEvent> ReadEvents(MetricsValueBuffer& buffer) {

@@ -8,6 +8,7 @@
 #include "metrics/Session.h"
 #include "tests/output/OutputFixture.h"
 #include "tests/support/Memory.h"
+#include "tests/support/Recorder.h"
 
 namespace Metrics {
 namespace {
@@ -128,9 +129,53 @@ TEST_F(OutputAlone, BeforeTheManagerStartsItOpensFinishesAndCloses) {
     output.Close();
     output.Close();
     output.Finish(0);
-    output.OpenFile(Path("late"), 0);
-    for (const char* name : {"raw", "late"})
-        EXPECT_EQ(ReadFile(Path(name)), "timestamp,context_id,component_id,event_type,param1,param2\n");
+    EXPECT_EQ(ReadFile(Path("raw")), "timestamp,context_id,component_id,event_type,param1,param2\n");
+}
+
+// XML without attributes and `time`.
+std::string Bare(const std::string& xml) {
+    std::istringstream lines(xml);
+    std::string bare;
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t blank = line.find(' ', line.find('<'));
+        bare += line.substr(0, blank) + (blank != line.npos ? ">\n" : "\n");
+    }
+    return bare;
+}
+
+TEST_F(OutputAlone, WhatClosesInTheWrongOrderLeavesTheRestRightAndIsLoggedOnce) {
+    MetricsManager::FreeInstance();
+    LogKeeper log;
+    {
+        Session session;
+        MetricsOutput output(Mode::Completed, Format::Xml);
+        output.OpenFile(Path("xml"), 0);
+        output.MuteVolatileData();
+        {
+            Context context = Context::Root("first");
+            METRICS_SCOPE("a");
+            context.Close();
+        }
+        {
+            Context context = Context::Root("second");
+            auto outer = std::make_unique<Scope>("outer");
+            Scope inner("inner");
+            outer.reset();
+            Context child = Context::Child("child");
+            Scope inChild("in child");
+            child.Close();
+            inner.Close();
+            METRICS_SCOPE("b");
+        }
+        output.Close();
+        EXPECT_EQ(Bare(ReadFile(Path("xml"))),
+                  "<first>\n  <a>\n  </a>\n</first>\n"
+                  "<second>\n  <outer>\n    <inner>\n    </inner>\n  </outer>\n"
+                  "  <child>\n    <in_x0020_child>\n    </in_x0020_child>\n  </child>\n"
+                  "  <b>\n  </b>\n</second>\n");
+    }
+    EXPECT_EQ(log.Take(), Lines{"MX: MetricsOutput: a context or scope closed while scopes inside it were "
+                                "open; they are written as ended there"});
 }
 
 TEST_F(OutputAlone, ABufferIsTakenOnce) {

@@ -99,7 +99,8 @@ TEST(Routing, MutingLeavesOutTimesAndIdentities) {
                 Make(MetricsEventType::ScopeOpen, 1, FourCC("time")), Value(1, "elapsed", 1.5),
                 CloseScope(1, "time"), Value(1, "n", 1), OpenScope(1, "time"), Value(1, "gone", 1),
                 OpenScope(1, "b"), CloseScope(1, "b"), CloseScope(1, "a"), Close(1)});
-    EXPECT_EQ(stream.str(), "<a comp=\"c\">\n  <n>1</n>\n  <b>\n  </a>\n") << "any closing ends the muting";
+    EXPECT_EQ(stream.str(), "<a comp=\"c\">\n  <n>1</n>\n  <b>\n  </b>\n</a>\n")
+        << "any closing ends the muting";
 }
 
 TEST(Routing, ARootWithoutTargetKeepsAMillionEventsThenNone) {
@@ -115,6 +116,18 @@ TEST(Routing, ARootWithoutTargetKeepsAMillionEventsThenNone) {
     output.OpenStream(nullptr, 1);
     output.CloseDown();
     EXPECT_EQ(Decode(output.FindBuffer(1)), Briefs());
+}
+
+TEST(Routing, CountsWhatHasNoPlace) {
+    const auto leftOut = [] { return detail::Core::Current()->Statistics().leftOut; };
+    const std::uint64_t before = leftOut();
+    Output output(Mode::PerContext, Format::Buffer);
+    output.Put({Create(0, 1), Construct(0, 1), Value(1, "in", 1), Create(0, 5), Construct(0, 5), Value(0, "v", 1)});
+    output.Put({Close(1), Value(1, "late", 1), Value(77, "before the output", 1)});
+    EXPECT_EQ(leftOut() - before, 2U);
+    output.Put({Create(1, 2), Construct(1, 2), Value(2, "under a root that has ended", 1), Close(2)});
+    output.CloseDown();
+    EXPECT_EQ(leftOut() - before, 2U + 4U);
 }
 
 }  // namespace

@@ -68,15 +68,29 @@ TEST_F(TableFiles, ASchemaStandsBesideFilesThatTheirTargetOwns) {
     EXPECT_EQ(ReadFile(Path("schema.ini")), "no file");
 }
 
+// Every way from the top down is another one.
+void AddTree(int levels, std::vector<MetricsEvent>& events) {
+    if (levels == 0) return;
+    for (const char* name : {"a", "x"}) {
+        events.push_back(OpenScope(1, name));
+        AddTree(levels - 1, events);
+        events.push_back(CloseScope(1, name));
+    }
+}
+
 TEST_F(TableFiles, WhatGoesWrongWhileTheWorkerConvertsIsRecordedAndStopsTheOutput) {
     Output output(Mode::Borrowed, Format::CsvComma);
-    output.SetRowDefinition("elapsed");
+    output.SetRowDefinition("elapsed;a.*.*.*.*.*.*.*.*.*.*.*.*.*.*.*.b?");
     const std::ostringstream& rows = output.Listen(1);
-    output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "file"), Value(1, "elapsed", 1),
-                OpenScope(1, std::string(70000, 'x').c_str())});
-    EXPECT_EQ(output.Errors(), Briefs{"failed to write to context 1: Error: either input is not an XML file "
-                                      "or an XML tag exceeds 65536 characters."});
-    EXPECT_EQ(rows.str(), "elapsed\n1\n");
+    output.Put(
+        {Create(0, 1), Construct(0, 1), OpenScope(1, "file"), Value(1, "elapsed", 1), CloseScope(1, "file")});
+    std::vector<MetricsEvent> tree;
+    AddTree(17, tree);
+    output.Put(tree);
+    EXPECT_EQ(
+        output.Errors(),
+        Briefs{"failed to write to context 1: Error: the wildcards of the paths match in too many ways"});
+    EXPECT_EQ(rows.str(), "elapsed,a.*.*.*.*.*.*.*.*.*.*.*.*.*.*.*.b?\n1,\n");
 }
 
 }  // namespace

@@ -12,7 +12,8 @@ TEST_F(ProfileSectionTest, IsMadeAndReplacedAndLeftAloneWhenItHasTheEntries) {
     using namespace std::string_view_literals;
     const std::string path = Path("schema.ini");
     const auto write = [&](const char* section, std::string_view entries) {
-        EXPECT_EQ(SetProfileSection(path, section, entries), 0u);
+        const ProfileSection one{section, std::string(entries)};
+        EXPECT_EQ(SetProfileSections(path, {&one, 1}), 0u);
         return Testing::ReadFile(path);
     };
     write("a.csv", "x=1\0"sv);

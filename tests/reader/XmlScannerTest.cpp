@@ -21,7 +21,8 @@ class Log final : public XmlHandler {
         Break();
         ++depth_;
         text.append("<").append(name);
-        for (const auto& [key, value] : attributes) text.append(" ").append(key).append("=").append(value);
+        for (const XmlAttribute& each : attributes)
+            text.append(" ").append(each.name).append("=").append(each.value);
         if (line != 0) text += " @" + std::to_string(line);
         text += ">\n";
     }

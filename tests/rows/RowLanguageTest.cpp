@@ -87,8 +87,8 @@ TEST_P(RowLanguage, EveryCaseHolds) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, RowLanguage,
-                         testing::Values("columns", "expressions", "functions", "matching", "aggregates",
-                                         "markup"),
+                         testing::Values("columns", "expressions", "functions", "matching", "labels",
+                                         "aggregates", "markup"),
                          [](const auto& file) { return std::string(file.param); });
 
 // A fenced block "definition" followed by "csv" is an example; "xml" is its input, or, before the first

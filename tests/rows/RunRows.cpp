@@ -12,6 +12,7 @@ std::string RunRows(std::string_view definition, std::string_view input, std::si
     std::string rows;
     StreamingXml::XmlParser parser(
         [&](StreamingXml::XmlParser& row) { row.AppendRow(rows, separator, row.IsSummary()); });
+    parser.SetNoticeCallback([&](const std::string& text) { rows += "! " + text + '\n'; });
     try {
         parser.Compile(definition);
         if (withHeader) {

@@ -5,8 +5,8 @@
 #include <chrono>
 #include <fstream>
 
+#include "metrics/base/FileError.h"
 #include "tests/support/FolderTest.h"
-#include "tests/support/Thrown.h"
 
 namespace {
 
@@ -14,8 +14,20 @@ using Metrics::ColumnType;
 
 using SchemaFileTest = Metrics::Testing::FolderTest;
 
+using Metrics::detail::FileError;
+using Metrics::detail::TableSchema;
+
+// What is thrown, and what is told besides.
+std::pair<std::string, std::string> Failure(const std::vector<TableSchema>& tables) {
+    try {
+        Metrics::detail::WriteSchemas(tables);
+    } catch (const FileError& error) {
+        return {error.what(), error.Details()};
+    }
+    return {"nothing was thrown", ""};
+}
 std::string Message(const std::string& file) {
-    return Metrics::Testing::Thrown<std::runtime_error>([&] { Metrics::detail::WriteSchema(file, {}, ','); });
+    return Failure({{file, "a=1"}}).first;
 }
 
 // How a section gets into the file, and what stays of the others, is the platform's.
@@ -37,6 +49,18 @@ TEST_F(SchemaFileTest, PathsThatAreTooLong) {
     EXPECT_EQ(Message(Path(std::string(200, 'n') + ".csv")), "nothing was thrown");
 }
 
+TEST_F(SchemaFileTest, TheTablesOfOtherFoldersAreDescribedAllTheSame) {
+    std::filesystem::create_directories(Path("a"));
+    std::filesystem::create_directories(Path("b"));
+    const std::string late(255, 'n');
+    const auto [what, details] =
+        Failure({{Path("a/1"), "x=1"}, {late, ""}, {Path("b/2"), "y=1"}, {Path("a/3"), "z=1"}});
+    EXPECT_EQ(what, "input path too long");
+    EXPECT_EQ(details, "input path too long: " + late);
+    EXPECT_EQ(Metrics::Testing::ReadFile(Path("a/schema.ini")), "[1]\nx=1\n[3]\nz=1\n");
+    EXPECT_EQ(Metrics::Testing::ReadFile(Path("b/schema.ini")), "[2]\ny=1\n");
+}
+
 // The first table of a folder that cannot be written is tried for a while, each further one once.
 TEST_F(SchemaFileTest, AFolderThatIsNoneFailsOnceSlowlyThenAtOnce) {
     std::ofstream(Path("file")) << "x";
@@ -45,6 +69,8 @@ TEST_F(SchemaFileTest, AFolderThatIsNoneFailsOnceSlowlyThenAtOnce) {
     const auto first = std::chrono::steady_clock::now();
     EXPECT_TRUE(message.starts_with("WritePrivateProfileString failed with errorcode ")) << message;
     EXPECT_NE(message.back(), ' ');
+    const std::string details = Failure({{Path("file/x.csv"), "a=1"}}).second;
+    EXPECT_TRUE(details.starts_with(message + ": " + Path("file/schema.ini") + ": ")) << details;
     EXPECT_GE(first - start, std::chrono::milliseconds(1250));
     for (int i = 0; i < 10; ++i) EXPECT_EQ(Message(Path("file/" + std::to_string(i) + ".csv")), message);
     EXPECT_LT(std::chrono::steady_clock::now() - first, std::chrono::milliseconds(500));

@@ -101,6 +101,21 @@ TEST(XmlParser, CopiesEverythingOrWhatNoColumnMatches) {
         "<a>\n  <b>\n    text\n    <c/>\n  </b>\n\n</a>\n");
 }
 
+TEST(XmlParser, SaysOnceWhatALimitCost) {
+    std::string told;
+    XmlParser parser([](XmlParser&) {});
+    parser.SetNoticeCallback([&](const std::string& text) { told += text + '\n'; });
+    parser.Compile("x");
+    for (int input = 1; input <= 2; ++input) {
+        for (int i = 0; i < 10003; ++i) parser.Feed("<a>\n");
+        EXPECT_EQ(parser.LeftOut(), 3U);
+        EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), input) << "once for each input";
+        parser.Reset();
+        EXPECT_EQ(parser.LeftOut(), 0U);
+    }
+    EXPECT_TRUE(told.starts_with("line 10001, column 1: more than 10000 nested elements: ")) << told;
+}
+
 // Whatever the host does with its locale, numbers keep their point.
 TEST(XmlParser, TheLocaleOfTheHostDoesNotMatter) {
     class Comma final : public std::numpunct<char> {

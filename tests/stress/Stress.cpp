@@ -81,6 +81,44 @@ void MarkAtRandom(Random& random) {
     }
 }
 
+constexpr const char* kOddNames[] = {"GET /x?id=7", "a='b", "!--x", "?x", "", "vector<int>", "part", "xmlns", "\xFF", "7"};
+
+// Scopes and contexts that close in any order, under odd names.
+void CloseInAnyOrder(Random& random) {
+    const char* const name = kOddNames[Pick(random, std::size(kOddNames))];
+    Context context = Context::Root(name);
+    context.AddAttribute(name, name);
+    auto outer = std::make_unique<Scope>(name);
+    outer->EmitAttribute(name, name);
+    Scope inner("inner");
+    Context child = Context::Child(name);
+    Scope inChild(name);
+    inChild.Emit(name, name);
+    if (Pick(random, 2) == 0) child.Close();
+    if (Pick(random, 2) == 0) outer.reset();
+    if (Pick(random, 2) == 0) context.Close();
+    METRICS_VALUE("after", 1);
+}
+
+// All roots to one target, which for some of them has to be left to others before they end.
+void UseASharedOutput(Random& random) {
+    MetricsOutput output(Pick(random, 3) == 0 ? MetricsOutput::Mode::Single : MetricsOutput::Mode::Completed,
+                         static_cast<MetricsOutput::Format>(1 + Pick(random, 5)));
+    output.SetRowDefinition("path(value);value");
+    output.SetHeldLimit(Pick(random, 3) * 10000);
+    if (Pick(random, 8) != 0) output.WriteToStream(*new std::ostringstream, Pick(random, 2));
+    auto hangs = std::make_unique<Context>(0, Context::Create(true));
+    Scope scope("hangs");
+    for (unsigned i = Pick(random, 20); i > 0; --i) {
+        MarkAtRandom(random);
+        CloseInAnyOrder(random);
+        scope.Emit("value", std::to_string(random()));
+    }
+    if (Pick(random, 4) == 0) output.Finish(0);
+    if (Pick(random, 2) == 0) hangs.reset();
+    if (Pick(random, 2) == 0) output.Close();
+}
+
 void UseAnOutput(Random& random) {
     std::ostringstream text;
     MetricsOutput output(MetricsOutput::Mode::Borrowed, static_cast<MetricsOutput::Format>(Pick(random, 3)));
@@ -92,7 +130,7 @@ void UseAnOutput(Random& random) {
 }
 
 void CallAtRandom(Random& random) {
-    switch (Pick(random, 16)) {
+    switch (Pick(random, 18)) {
         case 0: Manager().Start(); break;
         case 1: Manager().Shutdown(); break;
         case 2: Manager().SetState(MetricsManager::Collecting, Pick(random, 4) != 0); break;
@@ -111,6 +149,8 @@ void CallAtRandom(Random& random) {
             break;
         }
         case 6: UseAnOutput(random); break;
+        case 13: UseASharedOutput(random); break;
+        case 14: CloseInAnyOrder(random); break;
         case 7: Manager().WaitUntil([] { return false; }, static_cast<int>(Pick(random, 3))); break;
         case 8: Manager().SetBits(random(), Pick(random, 2) == 0); break;
         case 9: Manager().SetBitsAbsolute(0xFFF, true); break;

@@ -147,6 +147,38 @@ TEST(MetricsEvent, WritesAndReadsItsFiveFieldsUpToDamage) {
     EXPECT_EQ(read.timestamp, MetricsDateTime(1));
 }
 
+TEST(MetricsEvent, CutsTextsThatReadersRefuse) {
+    const std::string x(252, 'x');
+    const std::pair<std::string, std::size_t> texts[] = {
+        {x, 252},
+        {x + "yz", 254},
+        {x + "yzA", 254},
+        {x + "y\xC3\xA9", 253},
+        {x + "yz\xC3\xA9", 254},
+        {x + "\xE6\xB8\xAC", 252},
+        {x + "y\xE6\xB8\xAC", 253},
+        {x + "\xF0\x9F\x98\x80", 252},
+        {x + "\xC3\xA9\xF0\x9F\x98\x80", 254},
+        {x + "\x80\x80\x80\x80", 254},
+        {std::string(600, '\x80'), 254},
+        {std::string(70000, 'z'), 254},
+    };
+    for (const auto& [text, kept] : texts) {
+        const std::wstring wide(text.begin(), text.end());
+        for (const MetricsValue& value : {MetricsValue(text), MetricsValue(wide.c_str())}) {
+            MetricsValueBuffer buffer;
+            const MetricsEvent written(1, 2, 3, value, 4);
+            const unsigned long size = written.Write(buffer);
+            EXPECT_EQ(size, buffer.Bytes().size());
+            EXPECT_EQ(buffer.HasCutTexts(), kept < text.size());
+            MetricsEvent read;
+            EXPECT_EQ(read.Read(buffer), size);
+            EXPECT_EQ(read.param1, text.substr(0, kept));
+            EXPECT_EQ(read.param2, 4);
+        }
+    }
+}
+
 TEST(MetricsValueBuffer, AnyBytesEndInAnError) {
     std::mt19937 random(4711);
     MetricsValueBuffer valid;

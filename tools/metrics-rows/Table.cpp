@@ -7,35 +7,18 @@
 #include "metrics/MetricsEvent.h"
 #include "metrics/MetricsValueBuffer.h"
 #include "metrics/RowDefinitionError.h"
-#include "metrics/output/XmlWriter.h"
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/StandardStreams.h"
+#include "metrics/rows/LiveRows.h"
 
 namespace {
+
+using Metrics::detail::RowNotice;
 
 constexpr std::size_t kReadBlock = 65536;
 constexpr std::size_t kWriteBlock = 65536;
 constexpr std::uint64_t kLargeInput = 64 << 20;  // before that nobody waits long enough to wonder
 constexpr std::uint64_t kProgressStep = 16 << 20;
-
-// A stream whose bytes go into a scanner.
-class ScannerBuffer final : public std::streambuf {
-  public:
-    explicit ScannerBuffer(StreamingXml::XmlScanner& scanner) : scanner_(scanner) {}
-
-  private:
-    std::streamsize xsputn(const char* bytes, std::streamsize size) override {
-        scanner_.Feed({bytes, static_cast<std::size_t>(size)});
-        return size;
-    }
-    int_type overflow(int_type c) override {
-        const char byte = traits_type::to_char_type(c);
-        scanner_.Feed({&byte, 1});
-        return c;
-    }
-
-    StreamingXml::XmlScanner& scanner_;
-};
 
 std::vector<std::uint8_t> ReadBytes(const std::string& name, std::istream& in) {
     std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), {}};
@@ -43,9 +26,9 @@ std::vector<std::uint8_t> ReadBytes(const std::string& name, std::istream& in) {
     return bytes;
 }
 
-// Gives the events to the writer; what is wrong with one ends it, and is returned.
+// Makes elements of the events; what is wrong with one ends it, and is returned.
 std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t count,
-                   Metrics::XmlWriter& writer) {
+                   Metrics::detail::LiveRows& rows) {
     Metrics::MetricsEvent event;
     for (std::uint32_t i = 0; i < count; ++i) {
         try {
@@ -53,9 +36,18 @@ std::string Replay(const Metrics::MetricsValueBuffer& buffer, std::uint32_t coun
         } catch (const Metrics::MetricsBufferError& error) {
             return "event " + std::to_string(i + 1) + ": " + error.what();
         }
-        writer.Write(event);
+        rows.Write(event);
     }
     return {};
+}
+
+std::string PlaceIn(StreamingXml::XmlScanner& scanner) {
+    const auto [line, column] = scanner.TagPosition();
+    return ":" + std::to_string(line) + ":" + std::to_string(column);
+}
+
+void ShowNotice(const std::string& text) {
+    std::cerr << "metrics-rows: " << text << '\n';
 }
 
 }  // namespace
@@ -77,18 +69,19 @@ void Table::WriteHeader() {
 }
 
 void Table::ReadXml(const std::string& name, std::istream& in) {
-    StreamingXml::XmlScanner scanner(reader_.Engine());
+    Metrics::detail::RowEngine engine(row_, reader_, reader_.Notices());
+    StreamingXml::XmlScanner scanner(engine);
     scanner.TrackLines();
     if (row_.usesLines) scanner.GiveLines();
     scanner.SetInterrupt(&Metrics::platform::InterruptHandler::Flag());
+    reader_.Notices().SetHandler(
+        [&](const RowNotice& notice) { ShowNotice(name + PlaceIn(scanner) + ": " + notice.text); });
     try {
         Feed(scanner, in);
-        if (!brokenOff_) reader_.Engine().Finish();
+        if (!brokenOff_) engine.Finish();
         scanner.End();
     } catch (const Metrics::RowDefinitionError& error) {
-        const auto [line, column] = scanner.TagPosition();
-        throw InputError(name + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
-                         error.what());
+        throw InputError(name + PlaceIn(scanner) + ": " + error.what());
     }
     if (in.bad()) throw InputError(name + ": cannot be read");
 }
@@ -109,18 +102,12 @@ void Table::ReadBuffer(const std::string& name, std::istream& in) {
     const Metrics::MetricsBufferHeader header = buffer.ReadHeader();
     if (header.magic != Metrics::MetricsBufferHeader().magic || buffer.Bytes().size() < header.kSize)
         throw InputError(name + ": not an event buffer");
-    StreamingXml::XmlScanner scanner(reader_.Engine());
-    if (row_.usesLines) scanner.GiveLines();
-    ScannerBuffer bytes(scanner);
-    std::ostream xml(&bytes);
-    xml.exceptions(std::ios::badbit);  // else the stream would swallow what the scanner throws
+    Metrics::detail::LiveRows rows(reader_);
+    reader_.Notices().SetHandler([&](const RowNotice& notice) { ShowNotice(name + ": " + notice.text); });
     std::string complaint;
     try {
-        Metrics::XmlWriter writer(xml);
-        complaint = Replay(buffer, header.eventCount, writer);
-        writer.End();
-        reader_.Engine().Finish();
-        scanner.End();
+        complaint = Replay(buffer, header.eventCount, rows);
+        rows.End();
     } catch (const Metrics::RowDefinitionError& error) {
         complaint = error.what();
     }
@@ -132,6 +119,10 @@ void Table::Finish() {
     reader_.GiveGroups();
     WriteLines();
     out_.flush();
+}
+
+void Table::ShowLeftOut() const {
+    for (const std::string& total : reader_.Notices().Totals()) ShowNotice(total);
 }
 
 void Table::WriteLines() {

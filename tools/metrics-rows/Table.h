@@ -20,6 +20,8 @@ class Table {
     void ReadBuffer(const std::string& name, std::istream& in);
     // The groups of a summary, and what is still held back.
     void Finish();
+    // How much the limits have cost, where that is more than was told when it happened.
+    void ShowLeftOut() const;
 
     std::int64_t Rows() const { return reader_.RowsWritten(); }
     // The last input ended before its end: by an interrupt, or because nobody takes the lines.

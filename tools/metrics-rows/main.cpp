@@ -7,6 +7,7 @@
 #include "Definition.h"
 #include "Options.h"
 #include "Table.h"
+#include "metrics/base/FileError.h"
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/StandardStreams.h"
 #include "metrics/rows/SchemaFile.h"
@@ -56,6 +57,7 @@ int WriteTable(const Options& options, const Metrics::detail::CompiledRow& row, 
         complaint = error.what();
     }
     table.Finish();
+    table.ShowLeftOut();
     if (!out.good()) return OutputFailed(options, errno);
     if (!complaint.empty()) return Complain(complaint, kBadInput);
     if (Metrics::platform::InterruptHandler::Flag().load()) return kInterrupted;
@@ -76,8 +78,10 @@ int Run(const Options& options) {
     std::ofstream file(*options.outputFile, std::ios::binary);
     if (!file) throw InputError(*options.outputFile + ": cannot be written");
     if (options.schema) {
-        Metrics::detail::WriteSchema(*options.outputFile, Metrics::detail::ListColumns(row, true),
-                                     options.separator);
+        const auto columns = Metrics::detail::ListColumns(row, true);
+        const Metrics::detail::TableSchema schema{*options.outputFile,
+                                                  Metrics::detail::SchemaEntries(columns, options.separator)};
+        Metrics::detail::WriteSchemas({&schema, 1});
     }
     return WriteTable(options, row, file);
 }
@@ -91,6 +95,8 @@ int main(int argc, char** argv) {
         return Run(ParseOptions({argv + 1, argv + argc}));
     } catch (const UsageError& error) {
         return Complain(std::string(error.what()) + "\n" + kUsage, kUsageError);
+    } catch (const Metrics::detail::FileError& error) {
+        return Complain(error.Details(), kBadInput);
     } catch (const std::exception& error) {
         return Complain(error.what(), kBadInput);
     }

@@ -17,8 +17,25 @@ std::uint32_t ErrorUnless(bool good) {
 
 }  // namespace
 
+int DuplicateAboveStandard(int handle) {
+    return fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+int OpenAboveStandard(const std::string& path, int flags, mode_t mode) {
+    int handle = -1;
+    do {
+        handle = open(path.c_str(), flags | O_CLOEXEC, mode);
+    } while (handle < 0 && errno == EINTR);
+    if (handle < 0 || handle > STDERR_FILENO) return handle;
+    const int above = DuplicateAboveStandard(handle);
+    const int error = errno;
+    close(handle);
+    errno = error;
+    return above;
+}
+
 File::File(const std::string& path, int flags, mode_t mode)
-    : handle_(open(path.c_str(), flags | O_CLOEXEC, mode)), error_(ErrorUnless(handle_ >= 0)) {}
+    : handle_(OpenAboveStandard(path, flags, mode)), error_(ErrorUnless(handle_ >= 0)) {}
 
 File::~File() {
     if (handle_ >= 0) close(handle_);

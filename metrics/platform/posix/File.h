@@ -9,6 +9,11 @@
 
 namespace Metrics::platform {
 
+// Opens a file, also when a signal comes, with a descriptor above those of the standard streams, to which
+// somebody may write who has closed them without knowing. -1 and errno when it fails.
+int OpenAboveStandard(const std::string& path, int flags, mode_t mode);
+int DuplicateAboveStandard(int handle);
+
 // What fails returns the system's error number; 0 is success. One thread at a time.
 class File {
   public:

@@ -1,9 +1,9 @@
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
 
 #include "metrics/platform/Platform.h"
 
@@ -28,9 +28,9 @@ void ForgetIdsInForkChildren() {
     if (!isRegistered.exchange(true)) pthread_atfork(nullptr, nullptr, ForgetIds);
 }
 
-void WriteToErrorStream(const char* text) {
+void WriteToErrorStream(std::string_view text) {
     // Nothing can be done about an error stream that takes nothing.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, std::strlen(text));
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 
 }  // namespace
@@ -64,6 +64,17 @@ void RaiseInvalidObject(const char* message) {
     WriteToErrorStream(message);
     WriteToErrorStream("\n");
     std::abort();
+}
+
+// As few bytes as a pipe that is ready takes at once. A terminal may stop a background process that writes to
+// it, but not a thread that has the signal blocked.
+void WriteErrorLine(std::string_view line) {
+    constexpr std::size_t kMost = 1000;
+    const SignalBlocker blocker;
+    const BrokenPipeGuard guard;
+    pollfd stream{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&stream, 1, 0) == 1 && (stream.revents & POLLOUT) != 0)
+        WriteToErrorStream(line.substr(0, kMost));
 }
 
 }  // namespace Metrics::platform

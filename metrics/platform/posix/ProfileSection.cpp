@@ -9,7 +9,9 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "metrics/platform/Platform.h"
 #include "metrics/platform/posix/File.h"
@@ -50,19 +52,42 @@ bool IsSame(const struct stat& a, const struct stat& b) {
 // A profile file and what is known of it from the last time. Only to be used under its folder's lock.
 class Profile {
   public:
-    std::uint32_t Set(const std::string& path, const std::string& section, std::string_view entries);
+    std::uint32_t Set(const std::string& path, std::span<const ProfileSection> sections);
 
   private:
+    // What is to become of the file: sections by where the old ones begin, and what is added at its end.
+    struct Replacement {
+        std::size_t end;  // of the old one
+        std::string section;
+    };
+    struct Changes {
+        std::map<std::size_t, Replacement> replaced;
+        std::string added;
+    };
+
     std::uint32_t Update(const File& file);
-    std::uint32_t Append(const std::string& path, std::string_view section) const;
-    std::uint32_t Replace(const std::string& path, const File& file, ProfileIndex::Extent old,
-                          std::string_view section) const;
+    std::uint32_t Compare(const File& file, const ProfileSection& section, Changes& changes) const;
+    std::uint32_t Append(const std::string& path, const std::string& added) const;
+    std::uint32_t Replace(const std::string& path, const File& file, const Changes& changes) const;
+    std::uint32_t WriteAnew(const std::string& path, std::string_view text) const;
 
     struct stat status_ {};
     ProfileIndex index_;
 };
 
-std::uint32_t Profile::Set(const std::string& path, const std::string& section, std::string_view entries) {
+// Those that count: of several with one name the last.
+std::vector<const ProfileSection*> Latest(std::span<const ProfileSection> sections) {
+    std::vector<const ProfileSection*> latest;
+    std::unordered_map<std::string, std::size_t> places;
+    for (const ProfileSection& section : sections) {
+        const auto [place, isNew] = places.try_emplace(ProfileIndex::Key(section.name), latest.size());
+        if (isNew) latest.emplace_back();
+        latest[place->second] = &section;
+    }
+    return latest;
+}
+
+std::uint32_t Profile::Set(const std::string& path, std::span<const ProfileSection> sections) {
     const File file(path, O_RDONLY | O_NONBLOCK);
     if (file.Error() == ENOENT) {
         *this = {};
@@ -72,12 +97,24 @@ std::uint32_t Profile::Set(const std::string& path, const std::string& section, 
         *this = {};
         return error;
     }
-    const std::string wanted = index_.Format(section, entries);
-    const ProfileIndex::Extent* old = index_.Find(section);
-    if (old == nullptr) return Append(path, std::string(index_.Joint()) + wanted);
+    Changes changes;
+    for (const ProfileSection* section : Latest(sections))
+        if (const std::uint32_t error = Compare(file, *section, changes)) return error;
+    if (!changes.replaced.empty()) return Replace(path, file, changes);
+    return changes.added.empty() ? 0 : Append(path, std::string(index_.Joint()) + changes.added);
+}
+
+std::uint32_t Profile::Compare(const File& file, const ProfileSection& section, Changes& changes) const {
+    std::string wanted = index_.Format(section.name, section.entries);
+    const ProfileIndex::Extent* old = index_.Find(section.name);
+    if (old == nullptr) {
+        changes.added += wanted;
+        return 0;
+    }
     std::string present;
     if (const std::uint32_t error = file.Read(old->begin, old->end - old->begin, present)) return error;
-    return present == wanted ? 0 : Replace(path, file, *old, wanted);
+    if (present != wanted) changes.replaced[old->begin] = {old->end, std::move(wanted)};
+    return 0;
 }
 
 // Anything but a plain file of a sensible size is an error.
@@ -104,21 +141,31 @@ std::uint32_t Profile::Update(const File& file) {
 }
 
 // What does not get into the file as a whole is taken back.
-std::uint32_t Profile::Append(const std::string& path, std::string_view section) const {
+std::uint32_t Profile::Append(const std::string& path, const std::string& added) const {
     File file(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
     if (file.Error() != 0) return file.Error();
-    std::uint32_t error = file.Write(section);
+    std::uint32_t error = file.Write(added);
     if (error == 0) error = file.Close();
     if (error != 0 && truncate(path.c_str(), status_.st_size) != 0) return static_cast<std::uint32_t>(errno);
     return error;
 }
 
-// Others see the old file or the new one, never a part: written beside it, then renamed over it.
-std::uint32_t Profile::Replace(const std::string& path, const File& file, ProfileIndex::Extent old,
-                               std::string_view section) const {
+std::uint32_t Profile::Replace(const std::string& path, const File& file, const Changes& changes) const {
+    std::string old;
+    if (const std::uint32_t error = file.Read(0, kLargestFile, old)) return error;
     std::string text;
-    if (const std::uint32_t error = file.Read(0, kLargestFile, text)) return error;
-    text.replace(old.begin, old.end - old.begin, section);
+    std::size_t at = 0;
+    for (const auto& [begin, replacement] : changes.replaced) {
+        text.append(old, at, begin - at).append(replacement.section);
+        at = replacement.end;
+    }
+    text.append(old, at);
+    if (!changes.added.empty() && !text.ends_with('\n')) text += index_.Joint();
+    return WriteAnew(path, text + changes.added);
+}
+
+// Others see the old file or the new one, never a part: written beside it, then renamed over it.
+std::uint32_t Profile::WriteAnew(const std::string& path, std::string_view text) const {
     const std::string beside = path + "." + std::to_string(CurrentProcessId()) + ".tmp";
     File replacement(beside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
     if (replacement.Error() != 0) return replacement.Error();
@@ -158,9 +205,9 @@ class KnownProfiles {
 
 }  // namespace
 
-std::uint32_t SetProfileSection(const std::string& path, const std::string& section,
-                                std::string_view entries) {
-    if (section.find('\n') != std::string::npos) return EINVAL;  // it would end the header line
+std::uint32_t SetProfileSections(const std::string& path, std::span<const ProfileSection> sections) {
+    for (const ProfileSection& section : sections)
+        if (section.name.find('\n') != std::string::npos) return EINVAL;  // it would end the header line
     const std::string target = Resolved(path);
     const PathParts parts = SplitPath(target);
     const FolderLock folder(std::string(parts.drive).append(parts.directory));
@@ -168,7 +215,7 @@ std::uint32_t SetProfileSection(const std::string& path, const std::string& sect
     // Who finds the known ones in use (in the child of a fork that may be for ever) starts from nothing.
     const std::unique_lock lock = KnownProfiles::Get().TryLock();
     Profile fresh;
-    return (lock ? KnownProfiles::Get().Of(target) : fresh).Set(target, section, entries);
+    return (lock ? KnownProfiles::Get().Of(target) : fresh).Set(target, sections);
 }
 
 }  // namespace Metrics::platform

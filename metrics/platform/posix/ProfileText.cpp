@@ -71,13 +71,17 @@ void ProfileIndex::Note(std::string_view text, std::size_t at) {
         lastHeader_ = text.substr(header->begin, header->end + 1 - header->begin);
         if (!header->HasName()) continue;
         const Extent extent{last_, at + (next ? next->begin : text.size())};
-        Extent& first = extents_.try_emplace(LowerCase(header->Name()), extent).first->second;
+        Extent& first = extents_.try_emplace(Key(header->Name()), extent).first->second;
         if (first.begin == extent.begin) first.end = extent.end;
     }
 }
 
+std::string ProfileIndex::Key(std::string_view section) {
+    return LowerCase(section);
+}
+
 const ProfileIndex::Extent* ProfileIndex::Find(std::string_view section) const {
-    const auto found = extents_.find(LowerCase(section));
+    const auto found = extents_.find(Key(section));
     return found == extents_.end() ? nullptr : &found->second;
 }
 

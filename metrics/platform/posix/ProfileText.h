@@ -26,6 +26,8 @@ class ProfileIndex {
     // Where the last section begins: who adds to a file changes nothing before it.
     std::size_t ReadOnFrom() const { return last_; }
 
+    // What sections are told apart by.
+    static std::string Key(std::string_view section);
     const Extent* Find(std::string_view section) const;
     // A section as it stands in this file; entries are ended by a NUL each.
     std::string Format(std::string_view section, std::string_view entries) const;

@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "metrics/platform/Platform.h"
@@ -18,6 +19,13 @@ void RaiseInvalidObject(const char*) {
     constexpr DWORD kInvalidObject = 0xE0000000;
     RaiseException(kInvalidObject, 0, 0, nullptr);
     std::abort();  // a debugger told it to go on
+}
+
+void WriteErrorLine(std::string_view line) {
+    constexpr std::size_t kMost = 1000;
+    DWORD written = 0;
+    const auto size = static_cast<DWORD>(std::min(line.size(), kMost));
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), line.data(), size, &written, nullptr);
 }
 
 }  // namespace Metrics::platform

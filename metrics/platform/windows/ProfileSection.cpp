@@ -18,15 +18,18 @@ bool HasEntries(const std::string& path, const std::string& section, std::string
     return std::string_view(buffer.data(), length) == entries;
 }
 
+bool Write(const std::string& path, const ProfileSection& section) {
+    const char* const content = section.entries.c_str();  // whose own NUL is the second one at the end
+    return WritePrivateProfileSectionA(section.name.c_str(), nullptr, path.c_str()) &&
+           WritePrivateProfileSectionA(section.name.c_str(), content, path.c_str());
+}
+
 }  // namespace
 
-std::uint32_t SetProfileSection(const std::string& path, const std::string& section,
-                                std::string_view entries) {
-    if (HasEntries(path, section, entries)) return 0;
-    const std::string content(entries);  // whose own NUL is the second one at the end
-    const bool written = WritePrivateProfileSectionA(section.c_str(), nullptr, path.c_str()) &&
-                         WritePrivateProfileSectionA(section.c_str(), content.c_str(), path.c_str());
-    return written ? 0 : GetLastError();
+std::uint32_t SetProfileSections(const std::string& path, std::span<const ProfileSection> sections) {
+    for (const ProfileSection& section : sections)
+        if (!HasEntries(path, section.name, section.entries) && !Write(path, section)) return GetLastError();
+    return 0;
 }
 
 }  // namespace Metrics::platform

@@ -1,6 +1,7 @@
 // Files and pipes that run out, and outputs in the child of a fork.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -36,7 +37,7 @@ TEST_F(OutputDescriptors, TheLimitOfOpenFilesIsNamed) {
     setrlimit(RLIMIT_NOFILE, &old);
     ASSERT_EQ(output.Errors().size(), 1U);
     EXPECT_TRUE(output.Errors()[0].starts_with("failed to open file: " + Path("f-"))) << output.Errors()[0];
-    EXPECT_TRUE(output.Errors()[0].ends_with(" (the limit of open files is reached)")) << output.Errors()[0];
+    EXPECT_TRUE(output.Errors()[0].ends_with(": Too many open files")) << output.Errors()[0];
 }
 
 TEST_F(OutputDescriptors, FilesThatWereWrittenAreClosedBeforeTheWholeBacklogIs) {
@@ -68,7 +69,210 @@ TEST_F(OutputDescriptors, AClosedPipeIsAnErrorAndTheProcessLives) {
     close(reader);
     { const Context context(0, Context::Create(true)); }
     output.Close();
-    EXPECT_EQ(output.GetErrors(), Briefs{"failed to write to " + Path("pipe") + ": the stream failed"});
+    EXPECT_EQ(output.GetErrors(), Briefs{"failed to write to " + Path("pipe") + ": Broken pipe"});
+}
+
+// A descriptor that stands for another one as long as it lives.
+class Redirected {
+  public:
+    explicit Redirected(int descriptor)
+        : descriptor_(descriptor), kept_(fcntl(descriptor, F_DUPFD_CLOEXEC, 10)) {}
+    Redirected(int descriptor, const std::string& path) : Redirected(descriptor) {
+        const int file = open(path.c_str(), O_WRONLY | O_APPEND);
+        dup2(file, descriptor);
+        close(file);
+    }
+    ~Redirected() {
+        dup2(kept_, descriptor_);
+        close(kept_);
+    }
+
+  private:
+    const int descriptor_;
+    const int kept_;
+};
+
+TEST_F(OutputDescriptors, APipeWithoutAReaderHoldsUpNobody) {
+    ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("pipe", Path("auto-1").c_str()), 0);
+    MetricsManager::FreeInstance();  // ids from 1
+    Session session;
+    MetricsOutput automatic(Mode::PerContext, Format::Raw), other(Mode::Single, Format::Raw);
+    other.OpenFile(Path("other"), 0);
+    automatic.SetWildcardedOutputFile(Path("auto-*"));
+    { const Context context = Context::Root("job"); }
+    automatic.Flush();
+    EXPECT_EQ(automatic.GetErrors(),
+              Briefs{"failed to open file: " + Path("auto-1") + ": No such device or address"});
+    other.Flush();
+    EXPECT_TRUE(Has(ReadFile(Path("other")), ",1,1,3,"));
+
+    // The host's own call waits, while the output works.
+    MetricsOutput waiting(Mode::Borrowed, Format::RawUnordered);
+    waiting.OpenFile(Path("free"), 0);
+    std::atomic<bool> opened = false;
+    std::thread opener([&] {
+        waiting.OpenFile(Path("pipe"), 0);
+        opened = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    { const Context context = Context::Root("job"); }
+    waiting.Flush();
+    EXPECT_EQ(waiting.GetErrors(), Briefs());
+    EXPECT_TRUE(Has(ReadFile(Path("free")), ",2,1,3,"));
+    EXPECT_FALSE(opened);
+    const int reader = open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    opener.join();
+    waiting.Close();
+    std::string text(8, ' ');
+    EXPECT_EQ(read(reader, text.data(), text.size()), 8);
+    EXPECT_EQ(text, "timestam");
+    close(reader);
+}
+
+TEST_F(OutputDescriptors, TheStandardStreamsAreNeverTaken) {
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO}) {
+        const Redirected redirected(standard);
+        close(standard);
+        Output output(Mode::PerContext, Format::CsvComma);
+        output.SetRowDefinition("a");
+        output.SetWildcard(Path("t-*.csv"));
+        output.OpenFile(Path("host.csv"), 77);
+        output.Put({Create(0, 1), Construct(0, 1)});
+        EXPECT_EQ(fcntl(standard, F_GETFD), -1) << "somebody prints into a table";
+        output.CloseDown();
+        EXPECT_EQ(output.Errors(), Briefs());
+        EXPECT_EQ(ReadFile(Path("t-1.csv")), "a\n");
+    }
+}
+
+TEST_F(OutputDescriptors, TablesGoToStreamsAndPipesWithoutASchema) {
+    std::ofstream(Path("stdout")) << "before\n";
+    {
+        const Redirected redirected(STDOUT_FILENO, Path("stdout"));
+        for (const char* name : {"/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"}) {
+            Output output(Mode::Single, Format::CsvComma);
+            output.SetRowDefinition("a");
+            output.OpenFile(name, 0);
+            output.CloseDown();
+            EXPECT_EQ(output.Errors(), Briefs());
+            EXPECT_EQ(write(STDOUT_FILENO, "host\n", 5), 5);
+        }
+    }
+    EXPECT_EQ(ReadFile(Path("stdout")), "before\na\nhost\na\nhost\na\nhost\n");
+    EXPECT_FALSE(std::filesystem::exists("/dev/schema.ini"));
+
+    ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    const int reader = open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    Output output(Mode::PerContext, Format::CsvComma);
+    output.SetRowDefinition("a");
+    output.SetWildcard(Path("auto-*"));
+    ASSERT_EQ(symlink("pipe", Path("auto-1").c_str()), 0);
+    output.OpenFile(Path("pipe"), 2);
+    output.Put({Create(0, 1), Construct(0, 1), Close(1)});
+    output.CloseDown();
+    EXPECT_EQ(output.Errors(), Briefs());
+    std::string text(8, ' ');
+    EXPECT_EQ(read(reader, text.data(), text.size()), 4);
+    EXPECT_TRUE(text.starts_with("a\na\n"));
+    close(reader);
+    EXPECT_FALSE(std::filesystem::exists(Path("schema.ini")));
+
+    Output full(Mode::Single, Format::CsvComma);
+    full.SetRowDefinition("a");
+    full.OpenFile("/dev/full", 0);
+    full.Flush();
+    EXPECT_EQ(full.Errors(), Briefs{"failed to write to /dev/full: No space left on device"});
+}
+
+TEST_F(OutputDescriptors, AStreamThatTheHostMadeNonBlockingIsWaitedFor) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    Output output(Mode::Single, Format::RawUnordered);
+    output.OpenFile("/dev/fd/" + std::to_string(ends[1]), 0);
+    close(ends[1]);
+    std::size_t size = 0;
+    std::thread reader([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the pipe is full by then
+        std::string text(100000, ' ');
+        for (ssize_t length; (length = read(ends[0], text.data(), text.size())) > 0;)
+            size += static_cast<std::size_t>(length);
+    });
+    const std::vector<MetricsEvent> events(20000, OpenScope(1, "a"));
+    output.Put(events);
+    output.CloseDown();
+    reader.join();
+    close(ends[0]);
+    EXPECT_EQ(output.Errors(), Briefs());
+    EXPECT_GT(size, 20 * events.size());
+}
+
+TEST_F(OutputDescriptors, TheSchemaOfManyTablesIsWrittenOnceACycle) {
+    std::vector<MetricsEvent> roots;
+    for (std::uint64_t id = 1; id <= 100; ++id) roots.push_back(Create(0, id));
+    const std::pair<const char*, int> runs[] = {{"a", 1}, {"b", 1}, {"b", 0}};
+    for (const auto& [definition, times] : runs) {
+        const int watch = inotify_init1(IN_NONBLOCK);
+        ASSERT_GE(inotify_add_watch(watch, folder_.c_str(), IN_MOVED_TO | IN_CLOSE_WRITE), 0);
+        {
+            Output output(Mode::PerContext, Format::CsvComma);
+            output.SetRowDefinition(definition);
+            output.SetWildcard(Path("*.csv"));
+            output.Put(roots);
+            EXPECT_EQ(output.Errors(), Briefs());
+        }
+        int written = 0;
+        alignas(inotify_event) char buffer[65536];
+        for (ssize_t size; (size = read(watch, buffer, sizeof(buffer))) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                const auto& event = reinterpret_cast<const inotify_event&>(buffer[at]);
+                written += std::string(event.name) == "schema.ini";
+                at += static_cast<ssize_t>(sizeof(event) + event.len);
+            }
+        }
+        close(watch);
+        EXPECT_EQ(written, times);
+        const std::string text = ReadFile(Path("schema.ini"));
+        EXPECT_TRUE(Has(text, "[100.csv]\n") && Has(text, "\"" + std::string(definition) + "\" ")) << text;
+    }
+}
+
+TEST_F(OutputDescriptors, TheErrorStreamNeitherRaisesASignalNorWaitsAndIsTheParentsAlone) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    const auto fail = [] { Output(Mode::Borrowed, Format::Raw).SetError("x"); };
+    const auto broken = [&] {
+        int ends[2] = {};
+        if (pipe(ends) != 0) std::_Exit(1);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+        fail();
+        std::_Exit(0);
+    };
+    const auto full = [&] {
+        int ends[2] = {};
+        if (pipe(ends) != 0) std::_Exit(1);
+        fcntl(ends[1], F_SETFL, O_NONBLOCK);
+        while (write(ends[1], "0123456789", 10) > 0) {
+        }
+        fcntl(ends[1], F_SETFL, 0);
+        dup2(ends[1], STDERR_FILENO);
+        alarm(20);
+        fail();
+        std::_Exit(0);
+    };
+    const auto forked = [&] {
+        if (fork() == 0) {
+            fail();
+            std::_Exit(0);
+        }
+        int status = 0;
+        wait(&status);
+        std::_Exit(status);
+    };
+    EXPECT_EXIT(broken(), testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(full(), testing::ExitedWithCode(0), "^$");
+    EXPECT_EXIT(forked(), testing::ExitedWithCode(0), "^$");
 }
 
 TEST_F(OutputDescriptors, TheChildOfAForkLeavesTheParentsFilesAlone) {

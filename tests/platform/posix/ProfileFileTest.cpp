@@ -18,7 +18,10 @@ using namespace std::string_view_literals;
 class ProfileFileTest : public Testing::FolderTest {
   protected:
     std::uint32_t Write(const std::string& section = "s", std::string_view entries = "a=1\0"sv) {
-        return SetProfileSection(path_.string(), section, entries);
+        return Write(std::vector<ProfileSection>{{section, std::string(entries)}});
+    }
+    std::uint32_t Write(const std::vector<ProfileSection>& sections) {
+        return SetProfileSections(path_.string(), sections);
     }
     // In place, as some editors do.
     void Fill(std::string_view text) { std::ofstream(path_) << text; }
@@ -86,6 +89,19 @@ TEST_F(ProfileFileTest, ANewSectionIsAppendedAChangedOneMakesANewFile) {
     EXPECT_EQ(Write("t", "b=2\0"sv), 0u);
     EXPECT_FALSE(fs::equivalent(path_, folder_ / "link.ini"));
     EXPECT_EQ(Text(), "[t]\nb=2\n[s]\na=1\n");
+}
+
+// The sections of one call: some new, some changed, some as they were, one of them twice.
+TEST_F(ProfileFileTest, ManySectionsAreWrittenAtOnce) {
+    const std::string a("a=1\0", 4), b("b=2\0", 4);
+    for (const char* end : {"\n", ""}) {
+        Fill("[t]\nold=1\n[kept]\n[s]\na=1\n[u]\nold=2" + std::string(end));
+        EXPECT_EQ(Write({{"s", a}, {"new", a}, {"T", b}, {"NEW", b}, {"newer", a}}), 0u);
+        const std::string text = "[T]\nb=2\n[kept]\n[s]\na=1\n[u]\nold=2\n[NEW]\nb=2\n[newer]\na=1\n";
+        EXPECT_EQ(Text(), text);
+        EXPECT_EQ(Write({{"u", b}, {"t", a}, {"NEW", b}}), 0u);
+        EXPECT_EQ(Text(), "[t]\na=1\n[kept]\n[s]\na=1\n[u]\nb=2\n[NEW]\nb=2\n[newer]\na=1\n");
+    }
 }
 
 TEST_F(ProfileFileTest, AFolderThatAnotherWriterHasLockedIsAnErrorForNow) {

@@ -15,7 +15,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Metrics::detail::WriteSchema;
+using Metrics::detail::SchemaEntries;
+using Metrics::detail::TableSchema;
 
 constexpr int kProcesses = 8;
 constexpr int kTables = 50;  // of each process
@@ -31,8 +32,8 @@ struct SchemaProcesses : InMemory, Metrics::Testing::FolderTest {
     void Describe(int process) const noexcept {
         for (int table = process * kTables; table < (process + 1) * kTables; ++table) {
             const std::string file = Path(std::to_string(table) + ".csv");
-            WriteSchema(file, {}, ',');
-            if (table % 2 != 0) WriteSchema(file, {}, '|');
+            const TableSchema schemas[] = {{file, SchemaEntries({}, ',')}, {file, SchemaEntries({}, '|')}};
+            for (int i = 0; i <= table % 2; ++i) Metrics::detail::WriteSchemas({&schemas[i], 1});
         }
     }
 };
