@@ -122,7 +122,9 @@ bool Worker::Cycle() {
     interval_ = std::chrono::steady_clock::now() - std::exchange(start_, std::chrono::steady_clock::now());
     std::unique_lock lock(core_->dispatch_);
     if (core_->current_.get() != this) return false;
-    const bool collecting = core_->Is(MetricsManager::Collecting);
+    // Read once: a subscriber is told of a change no sooner than the cycle acts on it.
+    state_ = core_->State();
+    const bool collecting = (state_ & MetricsManager::Collecting) != 0;
     taken_ = ahead_ = collecting ? core_->queue_.Size() : 0;
     if (collecting) core_->ApplyRemoteChanges();
     std::exception_ptr failure = core_->RunQueuedJobs();
@@ -167,10 +169,9 @@ void Worker::AppendSynthetic() {
         batch_.emplace_back(MetricsEventType::BitsChanged);
         lastMask_ = mask;
     }
-    const auto state = core_->State();
-    if (lastState_ != state) {
+    if (lastState_ != state_) {
         batch_.emplace_back(MetricsEventType::StateChanged);
-        lastState_ = state;
+        lastState_ = state_;
     }
 }
 

@@ -93,6 +93,7 @@ class Worker {
     std::size_t ahead_ = 0;  // those that are still there
     std::optional<std::uint64_t> lastMask_;
     std::optional<std::uint32_t> lastState_;
+    std::uint32_t state_ = 0;  // of the manager when the cycle began
     std::uint64_t callbackToken_ = 0;
     std::chrono::steady_clock::time_point start_;      // of the cycle
     std::chrono::steady_clock::duration interval_{0};  // since the start of the one before

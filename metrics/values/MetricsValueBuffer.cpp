@@ -150,11 +150,14 @@ MetricsBufferError::~MetricsBufferError() = default;
 MetricsValueBuffer::MetricsValueBuffer(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
 
 MetricsValueBuffer::MetricsValueBuffer(MetricsValueBuffer&& other) noexcept
-    : bytes_(std::exchange(other.bytes_, {})), cursor_(std::exchange(other.cursor_, 0)) {}
+    : bytes_(std::exchange(other.bytes_, {})),
+      cursor_(std::exchange(other.cursor_, 0)),
+      hasCutTexts_(std::exchange(other.hasCutTexts_, false)) {}
 
 MetricsValueBuffer& MetricsValueBuffer::operator=(MetricsValueBuffer&& other) noexcept {
     bytes_ = std::exchange(other.bytes_, {});
     cursor_ = std::exchange(other.cursor_, 0);
+    hasCutTexts_ = std::exchange(other.hasCutTexts_, false);
     return *this;
 }
 
