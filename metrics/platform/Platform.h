@@ -245,6 +245,12 @@ std::uint32_t SetProfileSection(const std::string& path, const std::string& sect
 
 // --- Memory ---
 
+// Whole pages straight from the system, zeroed and backed by memory already, so that nobody meets a page
+// fault there. Null without memory. They go back to the system at once, by the size that they were asked for
+// with.
+void* AllocatePages(std::size_t bytes) noexcept;
+void FreePages(void* pages, std::size_t bytes) noexcept;
+
 // The process's address space in bytes; total = free + reserved + committed. Reserved is what is set aside
 // without any access right, committed every other region in use. One system call per region or per page of
 // regions: for sampling now and then. All zero when the system tells nothing.
