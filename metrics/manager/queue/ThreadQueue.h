@@ -36,7 +36,7 @@ class alignas(64) ThreadQueue {
 
     /// Nobody uses it any more. Destroys what has not been taken.
     ~ThreadQueue() {
-        seen_ = filled_;
+        seen_ = state_.load(std::memory_order_relaxed) / 2;
         Consume([](T&) {}, kAnyStamp, kAll);
         if (readBlock_ != &first_) Recycle(readBlock_);
         if (ahead_ != nullptr) Recycle(ahead_);

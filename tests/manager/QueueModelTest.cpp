@@ -1,0 +1,169 @@
+// The queues and the cycle in every order of their threads' steps (small cases) and in random ones (larger).
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "tests/manager/model/QueueModel.h"
+
+namespace Metrics::Testing::Model {
+namespace {
+
+constexpr std::uint64_t kMostRuns = 3'000'000;
+
+struct Case {
+    std::string name;
+    int contexts;
+    std::function<void(System&, Scheduler&)> begin;
+    std::size_t mayFail = 0;
+};
+
+void AddProducer(System& system, Scheduler& scheduler, std::uint64_t name,
+                 std::function<void(Producer&)> body) {
+    scheduler.AddThread([&system, name, body = std::move(body)] {
+        Producer producer(system, name);
+        body(producer);
+        producer.Leave();
+    });
+}
+
+Scheduler::Program ProgramOf(const Case& tested) {
+    auto system = std::make_shared<std::unique_ptr<System>>();
+    return {[&tested, system](Scheduler& scheduler) {
+                *system = std::make_unique<System>();
+                (*system)->heap.mayFail = tested.mayFail;
+                for (int i = 0; i < tested.contexts; ++i) (*system)->contexts.emplace_back(i == 0 ? -1 : 0);
+                tested.begin(**system, scheduler);
+            },
+            [system] {
+                (*system)->CheckAtEnd();
+                system->reset();
+            }};
+}
+
+// Small enough for every order.
+const Case kSmall[] = {
+    {"AContextThatIsHandedOver", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             thread.Create(0);
+             thread.Mark(0);
+             thread.Pass();
+         });
+         AddProducer(system, scheduler, 2, [](Producer& thread) {
+             thread.Await(1);
+             thread.Mark(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 2); });
+     }},
+    {"AndComesBack", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             thread.Mark(0);
+             thread.Pass();
+             thread.Await(2);
+             thread.Mark(0);
+         });
+         AddProducer(system, scheduler, 2, [](Producer& thread) {
+             thread.Await(1);
+             thread.Mark(0);
+             thread.Pass();
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 2); });
+     }},
+    {"APoolsChildrenBeforeTheirParentsClose", 3,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             thread.Mark(1);
+             thread.Pass();
+         });
+         AddProducer(system, scheduler, 2, [](Producer& thread) {
+             thread.Mark(2);
+             thread.Pass();
+         });
+         AddProducer(system, scheduler, 3, [](Producer& thread) {
+             thread.Await(2);
+             thread.Close(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 1); });
+     }},
+    {"AWorkerThatIsGivenUpBetweenBatches", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             for (int i = 0; i < 3; ++i) thread.Mark(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 1); });
+         scheduler.AddThread([&] {
+             system.GiveUpWorker();
+             system.RunWorker(2, 1);
+         });
+     }},
+    {"BlocksThatGoRound", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             for (int i = 0; i < 12; ++i) thread.Mark(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 2, 1); });
+     }},
+    {"CountsAtAnyMoment", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             thread.Mark(0);
+             thread.Mark(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 2); });
+         scheduler.AddThread([&] {
+             Queues::Sums before;
+             for (int i = 0; i < 2; ++i) system.CheckCounts(before);
+         });
+     }},
+    {"WhatIsBelowTheBoundIsDelivered", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             thread.Mark(0);
+             thread.CheckFinished();
+             thread.Mark(0);
+             thread.CheckFinished();
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 2); });
+     }},
+    {"AllocationsThatFail", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             for (int i = 0; i < 4; ++i) thread.Mark(0);
+             thread.Pass();
+             thread.MarkTogether(0, 3);
+         });
+         AddProducer(system, scheduler, 2, [](Producer& thread) {
+             thread.Await(1);
+             thread.Mark(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 1); });
+     },
+     2},
+};
+
+class EveryOrder : public testing::TestWithParam<std::tuple<std::size_t, bool>> {};
+
+TEST_P(EveryOrder, Holds) {
+    const auto& [index, weak] = GetParam();
+    const Case& tested = kSmall[index];
+    Scheduler scheduler(weak);
+    const bool all = scheduler.RunAll(ProgramOf(tested), kMostRuns);
+    EXPECT_EQ(scheduler.Failure(), "") << "in run " << scheduler.Runs();
+    EXPECT_TRUE(all || !scheduler.Failure().empty()) << "more than " << kMostRuns << " orders";
+    RecordProperty("orders", std::to_string(scheduler.Runs()));
+    std::printf("%s %s: %lu\n", tested.name.c_str(), weak?"weak":"", scheduler.Runs());
+}
+
+INSTANTIATE_TEST_SUITE_P(QueueModel, EveryOrder,
+                         testing::Combine(testing::Range(std::size_t{0}, std::size(kSmall)),
+                                          testing::Bool()),
+                         [](const auto& tested) {
+                             return kSmall[std::get<0>(tested.param)].name +
+                                    (std::get<1>(tested.param) ? "WithOldValues" : "");
+                         });
+
+}  // namespace
+}  // namespace Metrics::Testing::Model
