@@ -42,56 +42,63 @@ Scheduler::Program ProgramOf(const Case& tested) {
             }};
 }
 
-// Small enough for every order.
+// Small enough for every order. Producers that are made here, and what they mark here, come before all steps.
 const Case kSmall[] = {
     {"AContextThatIsHandedOver", 1,
      [](System& system, Scheduler& scheduler) {
          AddProducer(system, scheduler, 1, [](Producer& thread) {
              thread.Create(0);
              thread.Mark(0);
-             thread.Pass();
+             thread.Pass(0);
          });
          AddProducer(system, scheduler, 2, [](Producer& thread) {
-             thread.Await(1);
+             thread.Await(0, 1);
              thread.Mark(0);
          });
          scheduler.AddThread([&] { system.RunWorker(1, 2); });
      }},
-    {"AndComesBack", 1,
+    {"AContextThatComesBack", 1,
      [](System& system, Scheduler& scheduler) {
          AddProducer(system, scheduler, 1, [](Producer& thread) {
              thread.Mark(0);
-             thread.Pass();
-             thread.Await(2);
+             thread.Pass(0);
+             thread.Await(0, 2);
              thread.Mark(0);
          });
          AddProducer(system, scheduler, 2, [](Producer& thread) {
-             thread.Await(1);
+             thread.Await(0, 1);
              thread.Mark(0);
-             thread.Pass();
+             thread.Pass(0);
          });
          scheduler.AddThread([&] { system.RunWorker(1, 2); });
      }},
     {"APoolsChildrenBeforeTheirParentsClose", 3,
      [](System& system, Scheduler& scheduler) {
+         const auto closing = std::make_shared<Producer>(system, 2);
+         closing->Mark(0);
          AddProducer(system, scheduler, 1, [](Producer& thread) {
              thread.Mark(1);
-             thread.Pass();
+             thread.Pass(0);
          });
-         AddProducer(system, scheduler, 2, [](Producer& thread) {
-             thread.Mark(2);
-             thread.Pass();
-         });
-         AddProducer(system, scheduler, 3, [](Producer& thread) {
-             thread.Await(2);
-             thread.Close(0);
+         scheduler.AddThread([closing] {
+             closing->Mark(2);
+             closing->Await(0, 1);
+             closing->Close(0);
+             closing->Leave();
          });
          scheduler.AddThread([&] { system.RunWorker(1, 1); });
      }},
     {"AWorkerThatIsGivenUpBetweenBatches", 1,
      [](System& system, Scheduler& scheduler) {
-         AddProducer(system, scheduler, 1, [](Producer& thread) {
-             for (int i = 0; i < 3; ++i) thread.Mark(0);
+         const auto first = std::make_shared<Producer>(system, 1);
+         const auto second = std::make_shared<Producer>(system, 2);
+         for (int i = 0; i < 3; ++i) first->Mark(0);
+         second->Mark(0);
+         first->Mark(0);
+         scheduler.AddThread([=] {
+             first->Mark(0);
+             first->Leave();
+             second->Leave();
          });
          scheduler.AddThread([&] { system.RunWorker(1, 1); });
          scheduler.AddThread([&] {
@@ -99,12 +106,33 @@ const Case kSmall[] = {
              system.RunWorker(2, 1);
          });
      }},
+    {"AThreadThatEnds", 1,
+     [](System& system, Scheduler& scheduler) {
+         const auto first = std::make_shared<Producer>(system, 1);
+         scheduler.AddThread([first] {
+             first->Mark(0);
+             first->Leave();
+         });
+         AddProducer(system, scheduler, 2, [](Producer&) {});
+         scheduler.AddThread([&] { system.RunWorker(1, 3); });
+     }},
     {"BlocksThatGoRound", 1,
      [](System& system, Scheduler& scheduler) {
-         AddProducer(system, scheduler, 1, [](Producer& thread) {
-             for (int i = 0; i < 12; ++i) thread.Mark(0);
+         const auto producer = std::make_shared<Producer>(system, 1);
+         for (int i = 0; i < 14; ++i) producer->Mark(0);
+         system.RunWorker(1, 1);
+         scheduler.AddThread([producer] {
+             for (int i = 0; i < 8; ++i) producer->Mark(0);
+             producer->Leave();
          });
          scheduler.AddThread([&] { system.RunWorker(1, 2, 1); });
+     }},
+    {"ABlockThatIsBegunAgain", 1,
+     [](System& system, Scheduler& scheduler) {
+         AddProducer(system, scheduler, 1, [](Producer& thread) {
+             for (int i = 0; i < 6; ++i) thread.Mark(0);
+         });
+         scheduler.AddThread([&] { system.RunWorker(1, 3); });
      }},
     {"CountsAtAnyMoment", 1,
      [](System& system, Scheduler& scheduler) {
@@ -121,23 +149,28 @@ const Case kSmall[] = {
     {"WhatIsBelowTheBoundIsDelivered", 1,
      [](System& system, Scheduler& scheduler) {
          AddProducer(system, scheduler, 1, [](Producer& thread) {
-             thread.Mark(0);
-             thread.CheckFinished();
-             thread.Mark(0);
-             thread.CheckFinished();
+             for (int i = 0; i < 3; ++i) {
+                 thread.Mark(0);
+                 thread.CheckFinished();
+             }
          });
-         scheduler.AddThread([&] { system.RunWorker(1, 2); });
+         scheduler.AddThread([&] { system.RunWorker(1, 3); });
      }},
     {"AllocationsThatFail", 1,
      [](System& system, Scheduler& scheduler) {
+         const auto other = std::make_shared<Producer>(system, 2);
          AddProducer(system, scheduler, 1, [](Producer& thread) {
-             for (int i = 0; i < 4; ++i) thread.Mark(0);
-             thread.Pass();
+             for (int i = 0; i < 3; ++i) thread.Mark(0);
+             thread.Pass(0);
+             thread.Await(0, 2);
              thread.MarkTogether(0, 3);
-         });
-         AddProducer(system, scheduler, 2, [](Producer& thread) {
-             thread.Await(1);
              thread.Mark(0);
+         });
+         scheduler.AddThread([=] {
+             other->Await(0, 1);
+             for (int i = 0; i < 2; ++i) other->Mark(0);
+             other->Pass(0);
+             other->Leave();
          });
          scheduler.AddThread([&] { system.RunWorker(1, 1); });
      },

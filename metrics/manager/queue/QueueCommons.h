@@ -19,7 +19,7 @@ class alignas(64) Backlog {
     std::uint64_t Bytes() const noexcept { return bytes_.load(std::memory_order_relaxed); }
 
   private:
-    typename Traits::template Atomic<std::uint64_t> bytes_{0};
+    typename Traits::template Counter<std::uint64_t> bytes_{0};
 };
 
 /// What all queues of a core use together.

@@ -16,6 +16,9 @@ namespace Metrics::detail {
 struct QueueTraits {
     template <class Value>
     using Atomic = std::atomic<Value>;
+    /// For figures that are read to decide how much, and put nothing in order.
+    template <class Value>
+    using Counter = std::atomic<Value>;
     using Mutex = std::mutex;
 
     /// Slots of a queue's first block, which lies in the queue, of its second, and of all others. With its

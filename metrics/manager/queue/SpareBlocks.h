@@ -73,7 +73,7 @@ class SpareBlocks {
     BlockPool<Traits>& pool_;
     BlockStack<Traits> returned_;  // by the worker
     BlockStack<Traits> kept_;      // the rest of a stack of which the thread has used some
-    typename Traits::template Atomic<std::size_t> count_{0};  // in both
+    typename Traits::template Counter<std::size_t> count_{0};  // in both
 
     // The worker's.
     std::uint64_t second_ = 0;           // the last one in which blocks were emptied

@@ -281,7 +281,7 @@ class alignas(64) ThreadQueue {
     std::uint64_t seen_ = 0;             // how far it was filled at the last look
     std::uint64_t stamp_ = 0;            // under which the read position stands
     Atomic<std::uint64_t> taken_{0};     // the position, for others
-    Atomic<std::uint64_t> jumps_{0};     // slots before the position that held no element
+    typename Traits::template Counter<std::uint64_t> jumps_{0};     // slots before the position that held no element
 
     Block first_{firstSlots_.data(), Traits::kFirstSlots};
     std::array<Slot, Traits::kFirstSlots> firstSlots_;

@@ -73,9 +73,8 @@ class Atomic {
     /// Loads, by acquire, when `predicate` holds for the newest value.
     template <class Predicate>
     void Await(Predicate predicate) {
-        Scheduler::Current().Step({place_, false, [this, predicate] {
-                                       return predicate(history_.back().value);
-                                   }});
+        const std::function<bool()> holds = [&] { return predicate(history_.back().value); };
+        Scheduler::Current().Step({place_, false, &holds});
         View().Set(place_, Newest());
         View().Join(history_.back().view);
     }
@@ -91,7 +90,7 @@ class Atomic {
     std::uint32_t Newest() const { return static_cast<std::uint32_t>(history_.size()); }
 
     void Step(bool writes) const {
-        Scheduler::Current().Step({place_, writes, {}});
+        Scheduler::Current().Step({place_, writes});
         if (alive_ != kAlive) Scheduler::Current().Fail("used after its end");
         if (View()[place_] == 0) Scheduler::Current().Fail("used by who can't know of it");
     }
@@ -124,12 +123,13 @@ class Mutex {
     Mutex() : place_(Scheduler::Current().NewPlace()) {}
 
     void lock() {
-        Scheduler::Current().Step({place_, true, [this] { return !held_; }});
+        const std::function<bool()> isFree = [this] { return !held_; };
+        Scheduler::Current().Step({place_, true, &isFree});
         held_ = true;
         Scheduler::Current().View().Join(released_);
     }
     void unlock() {
-        Scheduler::Current().Step({place_, true, {}});
+        Scheduler::Current().Step({place_, true});
         held_ = false;
         released_ = Scheduler::Current().View();
     }

@@ -18,6 +18,8 @@ namespace Metrics::Testing::Model {
 struct TinyTraits {
     template <class Value>
     using Atomic = Model::Atomic<Value>;
+    template <class Value>
+    using Counter = std::atomic<Value>;
     using Mutex = Model::Mutex;
     static constexpr std::size_t kFirstSlots = 2;
     static constexpr std::size_t kSecondSlots = 3;
@@ -50,6 +52,7 @@ using Queue = Queues::Queue;
 struct Context {
     explicit Context(int parentContext = -1) : parent(parentContext) {}
     Model::Atomic<std::uint64_t> last{0};
+    Model::Atomic<int> turn{0};  // by which the host makes an order
     int parent;
     int closing = -1;         // its last event
     std::vector<int> events;  // in the order in which the host let threads mark them
@@ -64,7 +67,6 @@ class System {
     int currentWorker = 1;
     std::deque<Context> contexts;
     detail::DeliveryBound<TinyTraits> bound;
-    Model::Atomic<int> turn{0};  // by which the host makes an order
 
     /// A worker's life: some cycles, batches of two events, until it is given up.
     void RunWorker(int worker, int cycles, std::uint64_t firstSecond = 0);
@@ -106,10 +108,13 @@ class Producer {
         if (queue_ != nullptr) ++system.threads_;
     }
 
-    void Await(int turn) {
-        system_.turn.Await([turn](int now) { return now >= turn; });
+    /// The host's order of those who use a context.
+    void Await(int context, int turn) {
+        system_.contexts[Index(context)].turn.Await([turn](int now) { return now >= turn; });
     }
-    void Pass() { system_.turn.fetch_add(1, std::memory_order_acq_rel); }
+    void Pass(int context) {
+        system_.contexts[Index(context)].turn.fetch_add(1, std::memory_order_acq_rel);
+    }
 
     void Mark(int context) {
         if (queue_ == nullptr) return;

@@ -28,14 +28,17 @@ void Scheduler::AddThread(std::function<void()> body) {
     if (fibers_.empty()) fibers_.push_back(std::make_unique<Fiber>());
     thread.fiber = std::move(fibers_.back());
     fibers_.pop_back();
-    thread.fiber->Start(std::move(body));
+    thread.fiber->Start([this, body = std::move(body)] {
+        Step({});
+        body();
+    });
     threads_.push_back(std::move(thread));
 }
 
-void Scheduler::Step(Operation operation) {
+void Scheduler::Step(const Operation& operation) {
     if (running_ == kMain) return;
     Thread& thread = threads_[running_];
-    thread.pending = std::move(operation);
+    thread.pending = operation;
     thread.fiber->Pause();
 }
 
@@ -50,7 +53,7 @@ std::uint32_t Scheduler::Enabled() const {
     std::uint32_t enabled = 0;
     for (std::size_t i = 0; i < threads_.size(); ++i) {
         const auto& [fiber, pending, view, happened] = threads_[i];
-        if (!fiber->HasEnded() && (!pending.isEnabled || pending.isEnabled())) enabled |= Bit(i);
+        if (!fiber->HasEnded() && (pending.isEnabled == nullptr || (*pending.isEnabled)())) enabled |= Bit(i);
     }
     return enabled;
 }

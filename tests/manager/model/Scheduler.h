@@ -18,7 +18,7 @@ namespace Metrics::Testing::Model {
 struct Operation {
     std::size_t place = 0;  // 0 is no place at all
     bool writes = false;
-    std::function<bool()> isEnabled;  // empty: always
+    const std::function<bool()>* isEnabled = nullptr;  // null: always
 
     bool ConflictsWith(const Operation& other) const {
         return place != 0 && place == other.place && (writes || other.writes);
@@ -77,7 +77,7 @@ class Scheduler {
     // --- For atomics and locks ---
     std::size_t NewPlace() { return ++places_; }
     /// The calling thread waits until it is its turn to do this.
-    void Step(Operation operation);
+    void Step(const Operation& operation);
     /// A number below `count`, at the moment's step.
     std::size_t Choose(std::size_t count);
     bool IsWeak() const { return weak_; }
