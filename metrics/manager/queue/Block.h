@@ -26,7 +26,7 @@ struct alignas(64) Block {
     std::size_t Bytes() const noexcept { return Bytes(size); }
 
     Block* next = nullptr;
-    std::uint64_t begin = 0;  // the position in its queue of its first slot
+    std::uint64_t begin = 0;  // how many elements its queue had before its first slot
     Slot* const slots;
     const std::size_t size;
 };

@@ -60,7 +60,7 @@ class alignas(64) ThreadQueue {
     /// whether there may be one.
     bool HasRoom() const noexcept { return write_ != writeEnd_; }
 
-    /// Sees to it that `count` elements find room, at most as many as a second block has slots; false when
+    /// Sees to it that `count` elements, fewer than a second block has slots, find room; false when
     /// there is no memory.
     bool Reserve(std::size_t count) noexcept {
         const std::size_t slots = count + (step_ > Traits::kLargestStep ? 1 : 0);
@@ -79,6 +79,7 @@ class alignas(64) ThreadQueue {
         }
         build(static_cast<void*>(write_->element));
         FinishSlot(static_cast<std::uint32_t>(std::exchange(step_, 0)));
+        ++filled_;
         state_.store(filled_ * 2, std::memory_order_release);
         return true;
     }
@@ -140,8 +141,7 @@ class alignas(64) ThreadQueue {
     /// Taken is read before published, so it is never more.
     Sums Counts() const noexcept {
         const std::uint64_t taken = taken_.load(std::memory_order_acquire);
-        const std::uint64_t jumps = jumps_.load(std::memory_order_relaxed);
-        return {taken - jumps, state_.load(std::memory_order_acquire) / 2 - jumps};
+        return {taken, state_.load(std::memory_order_relaxed) / 2};
     }
 
     /// In the chain of queues that were linked and not yet taken in.
@@ -163,13 +163,12 @@ class alignas(64) ThreadQueue {
     void FinishSlot(std::uint32_t step) noexcept {
         write_->step = step;
         ++write_;
-        ++filled_;
     }
 
     [[gnu::noinline]] bool MakeReady() noexcept {
         if (!HasRoom() && !NextWriteBlock()) return false;
         if (step_ <= Traits::kLargestStep) return true;
-        // Published together with the element behind it.
+        // Not counted; published together with the element behind it.
         const std::uint64_t step = std::exchange(step_, 0);
         std::memcpy(write_->element, &step, sizeof step);
         FinishSlot(Slot::kJump);
@@ -178,9 +177,7 @@ class alignas(64) ThreadQueue {
 
     bool NextWriteBlock() noexcept {
         Block* next = std::exchange(ahead_, nullptr);
-        // When the worker has taken everything it stands at the end of this block too, and has not left it:
-        // so the thread may begin the block again. One of a modest pace does so for ever.
-        if (next == nullptr && taken_.load(std::memory_order_acquire) == filled_) next = writeBlock_;
+        if (next == nullptr && MayBeginAgain()) next = writeBlock_;
         if (next == nullptr) next = ObtainBlock();
         if (next == nullptr) return false;
         if (next != writeBlock_) {
@@ -189,6 +186,13 @@ class alignas(64) ThreadQueue {
         }
         Begin(next);
         return true;
+    }
+
+    // When the worker has taken everything it stands at the end of this block too, and has not left it: so
+    // the thread may begin the block again. One of a modest pace does so for ever. (Before a jump the worker
+    // may still stand.)
+    bool MayBeginAgain() const noexcept {
+        return taken_.load(std::memory_order_acquire) == filled_ && (writeEnd_ - 1)->step != Slot::kJump;
     }
 
     void Begin(Block* block) noexcept {
@@ -217,23 +221,18 @@ class alignas(64) ThreadQueue {
             T* element = std::launder(reinterpret_cast<T*>(read_->element));
             use(*element);
             element->~T();
-            PassSlot();
+            ++read_;
+            ++position_;
             ++count;
         }
         return count;
-    }
-
-    void PassSlot() noexcept {
-        ++read_;
-        ++position_;
     }
 
     void Jump() noexcept {
         std::uint64_t step;
         std::memcpy(&step, read_->element, sizeof step);
         stamp_ += step;
-        jumps_.store(jumps_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-        PassSlot();
+        ++read_;
         if (read_ == readEnd_) NextReadBlock();
     }
 
@@ -268,20 +267,19 @@ class alignas(64) ThreadQueue {
     Slot* writeEnd_ = write_ + Traits::kFirstSlots;
     Block* writeBlock_ = &first_;
     Block* ahead_ = nullptr;    // reserved, behind `writeBlock_`
-    std::uint64_t filled_ = 0;  // slots, ever
+    std::uint64_t filled_ = 0;  // elements, ever
     std::uint64_t drawn_ = 0;   // the last stamp
     std::uint64_t step_ = 0;    // to it, from that of the last element
-    Atomic<std::uint64_t> state_{0};  // twice the slots that are published, and whether the thread has left
+    Atomic<std::uint64_t> state_{0};  // twice the elements that are published, and whether the thread has left
 
     // Written under the dispatch lock.
     alignas(64) Slot* read_ = firstSlots_.data();
     Slot* readEnd_ = read_ + Traits::kFirstSlots;
     Block* readBlock_ = &first_;
-    std::uint64_t position_ = 0;         // of `read_`
+    std::uint64_t position_ = 0;         // elements before `read_`
     std::uint64_t seen_ = 0;             // how far it was filled at the last look
     std::uint64_t stamp_ = 0;            // under which the read position stands
     Atomic<std::uint64_t> taken_{0};     // the position, for others
-    typename Traits::template Counter<std::uint64_t> jumps_{0};     // slots before the position that held no element
 
     Block first_{firstSlots_.data(), Traits::kFirstSlots};
     std::array<Slot, Traits::kFirstSlots> firstSlots_;
