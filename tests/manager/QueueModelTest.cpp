@@ -214,8 +214,8 @@ TEST_P(SmallCases, HoldWhenLoadsGiveOldValues) {
 INSTANTIATE_TEST_SUITE_P(QueueModel, SmallCases, testing::Range(std::size_t{0}, std::size(kSmall)),
                          [](const auto& tested) { return kSmall[tested.param].name; });
 
-// Any number of threads and contexts, which visit each other in an order that the host makes for each context;
-// at last one thread closes the first context, whose children the others are.
+// Any number of threads and contexts, which visit each other in an order that the host makes for each
+// context; at last one thread closes the first context, whose children the others are.
 struct Visit {
     int context;
     int turn;  // the how manieth of this context
@@ -233,7 +233,8 @@ void BeginRandom(System& system, Scheduler& scheduler, std::mt19937& random) {
     for (int i = 4 + below(12), tick = 0; i > 0; --i, tick += below(2)) {
         const int context = below(turns.size());
         visits[static_cast<std::size_t>(below(threads))].push_back(
-            {context, turns[static_cast<std::size_t>(context)]++, 1 + below(4), tick, below(2) == 0, below(4) == 0});
+            {context, turns[static_cast<std::size_t>(context)]++, 1 + below(4), tick, below(2) == 0,
+             below(4) == 0});
     }
     const int closes = below(threads + 1);  // or nobody
     for (std::size_t i = 0; i < threads; ++i) {

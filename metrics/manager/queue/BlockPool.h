@@ -119,10 +119,10 @@ class BlockPool {
     using Counter = typename Traits::template Counter<Value>;
 
     TryLock<Traits> lock_;
-    Block* free_ = nullptr;          // guarded by the lock
-    std::size_t fewest_ = 0;         // that were ready since the last `Trim`; guarded by the lock
-    Counter<std::size_t> ready_{0};   // how many are in `free_`; written under the lock
-    Counter<std::size_t> idle_{0};    // those, and what queues keep for themselves
+    Block* free_ = nullptr;            // guarded by the lock
+    std::size_t fewest_ = 0;           // that were ready since the last `Trim`; guarded by the lock
+    Counter<std::size_t> ready_{0};    // how many are in `free_`; written under the lock
+    Counter<std::size_t> idle_{0};     // those, and what queues keep for themselves
     Counter<std::uint64_t> asked_{0};  // by marks, ever
 
     // The worker's.

@@ -16,8 +16,8 @@ class BlockStack {
         do {
             block->next = top;
             // Releases the block's slots, which the pusher has read, to who will write them.
-        } while (!top_.compare_exchange_weak(top, block, std::memory_order_release,
-                                             std::memory_order_relaxed));
+        } while (
+            !top_.compare_exchange_weak(top, block, std::memory_order_release, std::memory_order_relaxed));
     }
 
     /// For the only one who ever puts something here, when it is known to be empty.

@@ -11,8 +11,8 @@
 namespace Metrics::detail {
 
 /// One worker's cycles over the queues. All of it is called under the dispatch lock, by the worker that is
-/// current; between two calls the lock may be given up. Where each queue stands lies in the queue, so a worker
-/// that is given up just calls nothing any more, and the next one begins a cycle of its own.
+/// current; between two calls the lock may be given up. Where each queue stands lies in the queue, so a
+/// worker that is given up just calls nothing any more, and the next one begins a cycle of its own.
 ///
 /// Why the order holds. B marks after A's event e, ordered by the host, and draws a stamp s after e was
 /// published. If s is below the bound, the read of the bound is in the release sequence of that draw, so the

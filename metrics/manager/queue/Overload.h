@@ -26,10 +26,10 @@ enum class MarkKind : std::uint8_t {
 /// What is known when a mark has come to the end of a block. `paceBytes` is what the worker takes in a second
 /// while it is busy, 0 when that isn't known.
 struct Pressure {
-    std::uint64_t waitingBytes = 0;     // in full blocks, over all queues
-    std::uint64_t ownBytes = 0;         // of those that come from this thread
+    std::uint64_t waitingBytes = 0;  // in full blocks, over all queues
+    std::uint64_t ownBytes = 0;      // of those that come from this thread
     std::uint64_t paceBytes = 0;
-    bool takes = false;         // whether the worker takes events at the moment
+    bool takes = false;  // whether the worker takes events at the moment
     bool onWorkerThread = false;
 };
 

@@ -13,8 +13,8 @@
 namespace Metrics::detail {
 
 /// All queues of a core. A thread links its queue without a lock, before it draws its first stamp; the worker
-/// takes in what was linked, and frees what was left and is empty. What it owns changes under a lock that only
-/// the worker and `Counts` take.
+/// takes in what was linked, and frees what was left and is empty. What it owns changes under a lock that
+/// only the worker and `Counts` take.
 template <class T, class Traits>
 class QueueSet {
   public:

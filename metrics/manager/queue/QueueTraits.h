@@ -40,14 +40,14 @@ struct QueueTraits {
     /// Aligned to a cache line; null without memory. What has the size of large blocks comes from the system
     /// and goes back to it, with all its pages touched.
     static void* Allocate(std::size_t bytes) noexcept {
-        return bytes >= kPages ? platform::AllocatePages(bytes)
-                               : operator new(bytes, std::align_val_t{64}, std::nothrow);
+        return bytes >= kPages ? platform::AllocatePages(bytes) :
+                               operator new (bytes, std::align_val_t{64}, std::nothrow);
     }
     static void Free(void* memory, std::size_t bytes) noexcept {
         if (bytes >= kPages) {
             platform::FreePages(memory, bytes);
         } else {
-            operator delete(memory, std::align_val_t{64});
+            operator delete (memory, std::align_val_t{64});
         }
     }
 

@@ -76,7 +76,7 @@ class SpareBlocks {
     typename Traits::template Counter<std::size_t> count_{0};  // in both
 
     // The worker's.
-    std::uint64_t second_ = 0;           // the last one in which blocks were emptied
+    std::uint64_t second_ = 0;       // the last one in which blocks were emptied
     std::size_t emptied_ = 0;        // in that second
     std::size_t emptiedBefore_ = 0;  // in the one before
 };

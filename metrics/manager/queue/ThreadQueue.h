@@ -114,8 +114,7 @@ class alignas(64) ThreadQueue {
     /// The stamp of the next element that was seen.
     std::uint64_t NextStamp() noexcept {
         if (read_ == readEnd_) NextReadBlock();
-        while (read_->step == Slot::kJump) [[unlikely]]
-            Jump();
+        while (read_->step == Slot::kJump) [[unlikely]] Jump();
         return stamp_ + read_->step;
     }
 
@@ -270,16 +269,17 @@ class alignas(64) ThreadQueue {
     std::uint64_t filled_ = 0;  // elements, ever
     std::uint64_t drawn_ = 0;   // the last stamp
     std::uint64_t step_ = 0;    // to it, from that of the last element
-    Atomic<std::uint64_t> state_{0};  // twice the elements that are published, and whether the thread has left
+    Atomic<std::uint64_t> state_{
+        0};  // twice the elements that are published, and whether the thread has left
 
     // Written under the dispatch lock.
     alignas(64) Slot* read_ = firstSlots_.data();
     Slot* readEnd_ = read_ + Traits::kFirstSlots;
     Block* readBlock_ = &first_;
-    std::uint64_t position_ = 0;         // elements before `read_`
-    std::uint64_t seen_ = 0;             // how far it was filled at the last look
-    std::uint64_t stamp_ = 0;            // under which the read position stands
-    Atomic<std::uint64_t> taken_{0};     // the position, for others
+    std::uint64_t position_ = 0;      // elements before `read_`
+    std::uint64_t seen_ = 0;          // how far it was filled at the last look
+    std::uint64_t stamp_ = 0;         // under which the read position stands
+    Atomic<std::uint64_t> taken_{0};  // the position, for others
 
     Block first_{firstSlots_.data(), Traits::kFirstSlots};
     std::array<Slot, Traits::kFirstSlots> firstSlots_;

@@ -1,5 +1,5 @@
-// The threads' queues and the worker's cycle, the real code, with tiny blocks on the model's atomics and memory;
-// and what must hold whatever the order of steps.
+// The threads' queues and the worker's cycle, the real code, with tiny blocks on the model's atomics and
+// memory; and what must hold whatever the order of steps.
 #pragma once
 
 #include <deque>
@@ -112,9 +112,7 @@ class Producer {
     void Await(int context, int turn) {
         system_.contexts[Index(context)].turn.Await([turn](int now) { return now >= turn; });
     }
-    void Pass(int context) {
-        system_.contexts[Index(context)].turn.fetch_add(1, std::memory_order_acq_rel);
-    }
+    void Pass(int context) { system_.contexts[Index(context)].turn.fetch_add(1, std::memory_order_acq_rel); }
 
     void Mark(int context) {
         if (queue_ == nullptr) return;

@@ -136,8 +136,13 @@ bool Scheduler::PickInOrder(std::uint32_t enabled) {
         const std::uint32_t useful = enabled & ~sleeping;
         if (useful == 0) return false;
         const std::size_t first = (useful & Bit(next_)) != 0 && depth_ > 0 ? next_ : Lowest(useful);
-        Node node{.thread = first, .enabled = enabled, .sleeping = sleeping, .wanted = Bit(first),
-                  .pending = {}, .choices = {}, .clock = {}};
+        Node node{.thread = first,
+                  .enabled = enabled,
+                  .sleeping = sleeping,
+                  .wanted = Bit(first),
+                  .pending = {},
+                  .choices = {},
+                  .clock = {}};
         for (const Thread& thread : threads_) node.pending.push_back(thread.pending);
         path_.push_back(std::move(node));
     }

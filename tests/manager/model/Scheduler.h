@@ -140,9 +140,9 @@ class Scheduler {
 
     std::vector<Node> path_;
     std::size_t depth_ = 0;
-    std::size_t choice_ = 0;     // of the step
+    std::size_t choice_ = 0;  // of the step
     bool inOrder_ = false;
-    bool redundant_ = false;     // the run only comes to its end
+    bool redundant_ = false;  // the run only comes to its end
     std::vector<Access> accesses_;
 
     std::mt19937_64 random_;
