@@ -49,7 +49,7 @@ class Cycle {
             std::pop_heap(heads_.begin(), heads_.end(), Later);
             Queue& queue = *heads_.back().queue;
             heads_.pop_back();
-            most -= queue.Take(batch, heads_.empty() ? bound_ : heads_.front().stamp, most);
+            most -= queue.Take(batch, heads_.empty() ? bound_ - 1 : heads_.front().stamp, most);
             if (PushUnlessLate(queue)) std::push_heap(heads_.begin(), heads_.end(), Later);
         }
     }

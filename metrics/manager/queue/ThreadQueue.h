@@ -118,11 +118,11 @@ class alignas(64) ThreadQueue {
         return stamp_ + read_->step;
     }
 
-    /// Moves what was seen and stands under stamps below `bound` to the end of `batch`, at most `most`
+    /// Moves what was seen and stands under stamps up to `last` to the end of `batch`, at most `most`
     /// elements, for which there must be capacity. Returns how many.
-    std::size_t Take(std::vector<T>& batch, std::uint64_t bound, std::size_t most) noexcept {
+    std::size_t Take(std::vector<T>& batch, std::uint64_t last, std::size_t most) noexcept {
         const auto append = [&batch](T& element) { batch.push_back(std::move(element)); };
-        const std::size_t count = Consume(append, bound, most);
+        const std::size_t count = Consume(append, last, most);
         // Releases the slots to the thread, which may use its block again.
         taken_.store(position_, std::memory_order_release);
         return count;
@@ -211,11 +211,11 @@ class alignas(64) ThreadQueue {
 
     // Moves past elements to `use`, which leaves them to be destroyed.
     template <class Use>
-    std::size_t Consume(Use use, std::uint64_t bound, std::size_t most) noexcept {
+    std::size_t Consume(Use use, std::uint64_t last, std::size_t most) noexcept {
         std::size_t count = 0;
         while (count < most && position_ != seen_) {
             const std::uint64_t stamp = NextStamp();
-            if (stamp >= bound) break;
+            if (stamp > last) break;
             stamp_ = stamp;
             T* element = std::launder(reinterpret_cast<T*>(read_->element));
             use(*element);
