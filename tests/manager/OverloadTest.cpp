@@ -5,6 +5,9 @@
 
 #include <vector>
 
+#include "metrics/manager/queue/BlockEnd.h"
+#include "metrics/manager/queue/Pace.h"
+
 namespace Metrics::detail {
 namespace {
 
@@ -76,6 +79,59 @@ TEST(Overload, WakesTheWorkerAtEachEighthOfTheLimit) {
     EXPECT_EQ(wakes, 8);
     EXPECT_TRUE(WakesWorker(kWait, 8 * kMiB, kBlock));
     EXPECT_TRUE(WakesWorker({OverloadPolicy::Wait, 0}, kBlock, kBlock));
+}
+
+TEST(BlockEnd, WaitsWhileTheWorkerTakesAndNoLonger) {
+    const struct {
+        std::uint64_t waiting;
+        int takesInFirst;    // slices in which the worker takes something
+        std::uint64_t each;  // bytes
+        int slept;
+        bool admitted;
+    } cases[] = {
+        {64 * kMiB, 1000, 0, 1, true},
+        {96 * kMiB, 1000, 0, 25, true},
+        {96 * kMiB, 1000, 8 * kMiB, 4, true},
+        {96 * kMiB, 0, 0, 5, true},
+        {96 * kMiB, 3, 0, 8, true},
+        {200 * kMiB, 1000, 0, 50, false},
+        {200 * kMiB, 1000, 2 * kMiB, 42, true},
+        {0, 1000, 0, 0, true},
+    };
+    for (auto [waiting, takesInFirst, each, slept, admitted] : cases) {
+        SCOPED_TRACE(waiting);
+        int slices = 0;
+        std::uint64_t taken = 0;
+        const auto look = [&] { return Waiting(waiting); };
+        const auto sleep = [&, bytes = &waiting, most = takesInFirst, step = each] {
+            if (++slices > most) return;
+            ++taken;
+            *bytes -= step;
+        };
+        EXPECT_EQ(PassBlockEnd(
+                      kWait, MarkKind::Opening, look, [&] { return taken; }, sleep),
+                  admitted);
+        EXPECT_EQ(slices, slept);
+    }
+}
+
+TEST(StaleWatch, TellsOfWhatHasWaitedATenthOfASecond) {
+    StaleWatch watch;
+    EXPECT_FALSE(watch.IsStale(1000, 10, 10));  // it may be new
+    EXPECT_FALSE(watch.IsStale(1099, 20, 20));
+    EXPECT_TRUE(watch.IsStale(1100, 20, 11));   // of the ten one is left
+    EXPECT_FALSE(watch.IsStale(1200, 30, 10));  // the twenty are taken
+    EXPECT_TRUE(watch.IsStale(900, 40, 40));    // the system's clock was set back
+}
+
+TEST(Pace, IsThatOfTheLastTellingCycle) {
+    Pace pace;
+    pace.Note(Pace::kTellingCycle - 1, std::chrono::seconds(1));
+    EXPECT_EQ(pace.BytesPerSecond(), 0U);
+    pace.Note(kMiB, std::chrono::milliseconds(500));
+    EXPECT_EQ(pace.BytesPerSecond(), 2 * kMiB);
+    pace.Note(kMiB, std::chrono::seconds(0));
+    EXPECT_GT(pace.BytesPerSecond(), 1000 * kMiB);
 }
 
 }  // namespace
