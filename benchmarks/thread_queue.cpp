@@ -2,8 +2,10 @@
 // another one takes, and a cycle over queues that are quiet.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -86,7 +88,7 @@ class OneQueue {
     detail::MpscQueue<Record> queue_;
 };
 
-// What is pushed in a round is taken in the next one, so that nobody waits and memory stays as it is.
+// A worker takes every millisecond what was pushed.
 template <class Queue>
 void Push(benchmark::State& state) {
     static std::unique_ptr<Queue> queue;
