@@ -56,15 +56,16 @@ class alignas(64) ThreadQueue {
         drawn_ = stamp;
     }
 
-    /// False at the end of a block: the next element needs another one, so this is the time to find out
-    /// whether there may be one.
-    bool HasRoom() const noexcept { return write_ != writeEnd_; }
+    /// Whether `count` elements find room without another block. Otherwise this is the time to find out
+    /// whether there may be one (`PassBlockEnd`).
+    bool HasRoom(std::size_t count = 1) const noexcept {
+        return static_cast<std::size_t>(writeEnd_ - write_) >= count || ahead_ != nullptr;
+    }
 
-    /// Sees to it that `count` elements, fewer than a second block has slots, find room; false when
-    /// there is no memory.
+    /// Sees to it that `count` elements, fewer than a second block has slots, find room; false when there is
+    /// no memory.
     bool Reserve(std::size_t count) noexcept {
-        const std::size_t slots = count + (step_ > Traits::kLargestStep ? 1 : 0);
-        if (static_cast<std::size_t>(writeEnd_ - write_) >= slots || ahead_ != nullptr) return true;
+        if (HasRoom(count + (step_ > Traits::kLargestStep ? 1 : 0))) return true;
         ahead_ = ObtainBlock();
         return ahead_ != nullptr;
     }
@@ -165,13 +166,13 @@ class alignas(64) ThreadQueue {
     }
 
     [[gnu::noinline]] bool MakeReady() noexcept {
-        if (!HasRoom() && !NextWriteBlock()) return false;
+        if (write_ == writeEnd_ && !NextWriteBlock()) return false;
         if (step_ <= Traits::kLargestStep) return true;
         // Not counted; published together with the element behind it.
         const std::uint64_t step = std::exchange(step_, 0);
         std::memcpy(write_->element, &step, sizeof step);
         FinishSlot(Slot::kJump);
-        return HasRoom() || NextWriteBlock();
+        return write_ != writeEnd_ || NextWriteBlock();
     }
 
     bool NextWriteBlock() noexcept {
