@@ -236,6 +236,7 @@ TEST_F(ThreadQueueMemory, OfThreadsThatWereThereNothingStays) {
         queue->DrawStamp();
         for (int n = 0; n < i; ++n)
             ASSERT_TRUE(queue->TryBuild([&](void* place) noexcept { new (place) std::uint64_t(0); }));
+        EXPECT_TRUE(queue->Reserve(10));  // and not used
         queue->Leave();
     }
     Cycle();
