@@ -286,6 +286,12 @@ std::uint32_t SetProfileSections(const std::string& path, std::span<const Profil
 
 // --- Memory ---
 
+// Whole pages straight from the system, zeroed and backed by memory already, so that nobody meets a page
+// fault there. Null without memory. They go back to the system at once, by the size that they were asked for
+// with.
+void* AllocatePages(std::size_t bytes) noexcept;
+void FreePages(void* pages, std::size_t bytes) noexcept;
+
 // The process's address space in bytes; total = free + reserved + committed. On Windows reserved is what is
 // set aside without any access right, committed every other region in use, and finding out takes a system
 // call for each region. On Linux committed is what the process may write without others seeing it (its data,
