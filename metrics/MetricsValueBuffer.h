@@ -81,9 +81,9 @@ class METRICS_API MetricsValueBuffer {
     [[noreturn]] void ThrowExhausted() const;
 
     std::vector<std::uint8_t> bytes_;
-    bool hasCutTexts_ = false;
     // An index, so that neither growth nor a copy leaves it dangling; never beyond the end.
     mutable std::size_t cursor_ = 0;
+    bool hasCutTexts_ = false;
 };
 
 }  // namespace Metrics
