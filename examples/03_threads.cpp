@@ -57,7 +57,6 @@ void Measure() {
         const ContextGuard guard(job);
         METRICS_SCOPE("farewell");
     }).join();
-    job.AttachToThread();  // back on this thread, which closes it
 }
 
 }  // namespace

@@ -5,14 +5,17 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "metrics/Export.h"
 #include "metrics/MetricsTimeStack.h"
 
 namespace Metrics {
 
-class Scope;
+class ContextGuard;
 class ContextTicket;
+class MetricsValue;
+class Scope;
 class MetricsThreadContext;
 
 namespace detail {
@@ -26,13 +29,16 @@ struct ContextState;
 ///     Context request = Context::Root("request");       // attached to this thread
 ///     request.AddAttribute("path", path);
 ///     Scope scope(MetricsValue::Ref("parse"));
+///     ...
+///     request.Emit("status", 200);                      // a value of the request itself
 ///
 /// A context with id 0 (created while the manager is not `Collecting`, or under a disabled one) is disabled:
 /// it is attached like any other and emits nothing.
 ///
 /// One thread at a time may use a context. It is destroyed on the thread it is attached to; elsewhere that is
-/// logged, and the thread it was attached to goes on stamping its marks with the id. Contexts may close in
-/// any order. Closing it (or the destructor) ends it; what the thread attached before becomes current again.
+/// logged, and the thread it was attached to goes on stamping its marks with the id until another context
+/// covers it. Contexts may close in any order, before their scopes and children too. Closing it (or the
+/// destructor) ends it; what the thread attached before becomes current again.
 class METRICS_API Context {
   public:
     /// Issues an id, with the calling thread's current context as parent unless `root`, and announces it. 0
@@ -49,10 +55,14 @@ class METRICS_API Context {
     Context(const Context&) = delete;
     Context& operator=(const Context&) = delete;
 
-    /// Create, construct and name in one.
+    /// Create, construct and name in one. What these make, and what a ticket is turned into, is never missing
+    /// in the output: it opens its own scope (`OpenScope`) at the latest when a child is created under it or
+    /// handed over, when another process's events are merged into it, or when it closes. Name and attributes
+    /// that come after that are too late. The times of its own scope count from here.
     static Context Root(const std::string& name);
     static Context Child(const std::string& name);
-    /// A child of the current context for another thread to work on; see ContextTicket.
+    /// A child of the current context for another thread to work on; see ContextTicket. The current one opens
+    /// its own scope, as for any child.
     static ContextTicket Hand(const std::string& name);
 
     /// The calling thread's current context, or null. Lives as long as its owner keeps it.
@@ -82,22 +92,36 @@ class METRICS_API Context {
     void AddAttribute(const std::string& name, const std::string& value);
     void AddNameValue(const std::string& name, const std::string& value);
 
+    /// A value of the context itself, such as the status it ends with. It stands beside its scopes, not in
+    /// one of them: while one is open the value is kept until the last of them has closed, at the latest
+    /// until the context closes; before its own scope opens (which this does not do) until that opens.
+    /// Each is emitted, in order. What is borrowed must stay until then and until the last subscriber has
+    /// read it. False on a context that is disabled or closed, or when there is no memory to keep it.
+    bool Emit(const MetricsValue& name, const MetricsValue& value) noexcept;
+
     /// Emits the context's identification (process, thread, context, component, attributes), opens its own
     /// scope and emits its name/values. The first scope that opens in it does this; later calls do nothing.
     void OpenScope();
 
     /// Ends the context: closes its own scope, announces the end and detaches it. A second call does nothing.
+    /// Scopes of it that are still open close later, into an output that counts them as ended.
     void Close();
 
     /// Logs if this is no live context.
     void Validate() const;
 
   private:
+    friend class ContextGuard;
+    friend class Scope;
+
     using TextMap = std::map<std::string, std::string>;
+    struct KeptValue;
 
     Context(unsigned long long parentId, unsigned long long id, const std::string& name);
 
-    void Attach(MetricsThreadContext& record);
+    void Begin(bool byFactory);
+    void PostKeptValues() noexcept;
+    void LeaveOutKeptValues() noexcept;
     void Identify(MetricsThreadContext& record);
     void AddText(std::unique_ptr<TextMap>& map, const std::string& name, const std::string& value);
     void ReportForeignDestruction() const;
@@ -109,6 +133,7 @@ class METRICS_API Context {
     std::unique_ptr<TextMap> attributes_;
     std::unique_ptr<TextMap> nameValues_;
     std::unique_ptr<Scope> ownScope_;
+    std::vector<KeptValue> keptValues_;
     detail::ContextState* state_;  // shared with thread stacks and scopes
 };
 
@@ -121,7 +146,7 @@ class METRICS_API Context {
 ///     });
 ///
 /// It stands in the parent's output where it was handed over. A ticket that is destroyed without being used
-/// ends its context, so that the parent's output doesn't wait for it.
+/// ends its context, so that the parent's output doesn't wait for it; it leaves no scope.
 class METRICS_API ContextTicket {
   public:
     ContextTicket(ContextTicket&& other) noexcept;

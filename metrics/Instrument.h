@@ -4,14 +4,14 @@
 
 /// Marks in one line each. With METRICS_DISABLED defined they expand to nothing.
 ///
-///     METRICS_SCOPE("parse");                 // open to the end of the block, with file and line at hand
-///     METRICS_SCOPE("parse", bits);           // the same behind gate bits, or with measurements selected
-///     METRICS_SCOPE_NAMED(table.name());      // a name made at run time; copied, and only when the scope
-///     opens METRICS_VALUE("rows", rows.size());     // a measurement on the innermost open scope of the
-///     thread
+///     METRICS_SCOPE("parse");              // open to the end of the block, with file and line at hand
+///     METRICS_SCOPE("parse", bits);        // the same behind gate bits, or with measurements selected
+///     METRICS_SCOPE_NAMED(table.name());   // a name made at run time; copied, and only when the scope opens
+///     METRICS_VALUE("rows", rows.size());  // a measurement, on the innermost open scope
 ///
-/// The names of METRICS_SCOPE and METRICS_VALUE are string literals. The value of METRICS_VALUE is not
-/// evaluated when no scope is open.
+/// METRICS_VALUE emits on the thread's innermost open scope of its current context; when the context has none
+/// open there, on the context itself, as `Context::Emit` does. The names of METRICS_SCOPE and METRICS_VALUE
+/// are string literals. The value of METRICS_VALUE is not evaluated without a context that is enabled.
 #ifdef METRICS_DISABLED
 
 #define METRICS_SCOPE(...) static_cast<void>(0)
@@ -41,8 +41,8 @@
 #define METRICS_VALUE(name, value)                                                                 \
     do {                                                                                           \
         static constinit ::Metrics::detail::CallSite metricsSite{name "", __FILE__};               \
-        if (::Metrics::Scope* metricsScope = ::Metrics::Scope::Innermost())                        \
-            ::Metrics::detail::EmitAt(metricsSite, *metricsScope, ::Metrics::MetricsValue(value)); \
+        if (const auto metricsTarget = ::Metrics::Scope::FindValueTarget())                        \
+            ::Metrics::detail::EmitAt(metricsSite, metricsTarget, ::Metrics::MetricsValue(value)); \
     } while (false)
 
 #endif

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "metrics/Export.h"
 #include "metrics/Scope.h"
 
@@ -50,8 +52,11 @@ class METRICS_API ElapsedTimeSubscope : public MetricsSubscope {
     ~ElapsedTimeSubscope() override;
 
   private:
+    friend class Scope;
+
     double startSeconds_;
     MetricsValue enter_;
+    std::uint64_t entry_ = 0;  // in the context's time stack; 0 for the one on top of it
 };
 
 }  // namespace Metrics

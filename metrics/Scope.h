@@ -11,7 +11,9 @@
 
 namespace Metrics {
 
+class Context;
 class MetricsSubscope;
+class Scope;
 
 namespace detail {
 
@@ -30,6 +32,17 @@ struct CallSite {
     std::atomic<const Texts*> kept{nullptr};
 };
 
+/// What a value of METRICS_VALUE is emitted on: one of the two, or neither.
+struct ValueTarget {
+    Scope* scope = nullptr;
+    Context* context = nullptr;
+
+    explicit operator bool() const { return scope != nullptr || context != nullptr; }
+};
+
+/// Emits there.
+METRICS_API void EmitAt(CallSite& site, const ValueTarget& target, const MetricsValue& value) noexcept;
+
 }  // namespace detail
 
 /// A named, timed stretch of work inside the current context of the thread. It emits an event when it opens
@@ -45,8 +58,8 @@ struct CallSite {
 /// is no memory is dropped.
 ///
 /// A scope belongs to the thread that opens it, and closes there. Closed on another thread it ends all the
-/// same, but its processor times stay out of the accounts of the scopes around it. What its name borrows must
-/// stay until the last subscriber has read it; see MetricsValue.
+/// same, but without its measurements unless its context is attached there. Scopes may overlap, and outlive
+/// their context. What its name borrows must stay until the last subscriber has read it; see MetricsValue.
 class METRICS_API Scope {
   public:
     static const unsigned long long kElapsedTime = 0x100000;
@@ -101,6 +114,8 @@ class METRICS_API Scope {
 
     /// The innermost open scope of the calling thread, or null.
     static Scope* Innermost();
+    /// For METRICS_VALUE: the innermost one in the current context, else that context.
+    static detail::ValueTarget FindValueTarget() noexcept;
 
     /// What the scope is about (Int64 0 before it first opened), and its bits with its state among them.
     const MetricsValue& Value() const;
@@ -109,6 +124,8 @@ class METRICS_API Scope {
   private:
     friend class Context;
     friend class SmallScope;
+
+    static detail::ValueTarget FindOtherTarget(MetricsThreadContext& record) noexcept;
 
     static constexpr unsigned long long kOpen = 0x1000;
     static constexpr unsigned long long kNoTimeStack = 0x10000;
@@ -130,7 +147,9 @@ class METRICS_API Scope {
     bool OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                    int line) noexcept;
     void Begin(MetricsThreadContext& record, const char* file, int line);
-    void AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file, int line);
+    void AddSubscopes(MetricsThreadContext& record, detail::ContextState& context,
+                      unsigned long long selected, const char* file, int line);
+    void AddElapsedTime(MetricsThreadContext& record, detail::ContextState& context);
     void CloseOn(MetricsThreadContext* record);
     void CloseElsewhere(MetricsThreadContext* record);
     void End() noexcept;
@@ -140,6 +159,7 @@ class METRICS_API Scope {
     bool BelongsTo(const MetricsThreadContext* record) const;
     detail::ContextState* ReachableContext(const MetricsThreadContext* record) const;
     void Post(const MetricsThreadContext& record) const noexcept;
+    void PostClosingOn(MetricsThreadContext& record, detail::ContextState* context) noexcept;
     void PostClosing(const MetricsThreadContext& record) noexcept;
     void PostValue(const MetricsThreadContext& record, const MetricsValue& name,
                    const MetricsValue& value) const noexcept;
@@ -150,12 +170,5 @@ class METRICS_API Scope {
         Body body_;  // there while `live_`
     };
 };
-
-namespace detail {
-
-/// Emits on the innermost scope, for METRICS_VALUE.
-METRICS_API void EmitAt(CallSite& site, Scope& scope, const MetricsValue& value);
-
-}  // namespace detail
 
 }  // namespace Metrics

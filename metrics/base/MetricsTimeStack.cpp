@@ -1,6 +1,7 @@
 #include "metrics/MetricsTimeStack.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace Metrics {
 
@@ -11,8 +12,8 @@ constexpr MetricsTimeStack::Times kNone = {0, 0};
 // The user part is read from a coarser clock; over a short time it may seem to be more than the whole.
 MetricsTimeStack::Times Difference(const MetricsTimeStack::Times& left,
                                    const MetricsTimeStack::Times& right) {
-    const double processor = left.processor - right.processor;
-    return {processor, std::min(left.user - right.user, processor)};
+    const double processor = std::max(left.processor - right.processor, 0.0);
+    return {processor, std::clamp(left.user - right.user, 0.0, processor)};
 }
 
 }  // namespace
@@ -20,22 +21,49 @@ MetricsTimeStack::Times Difference(const MetricsTimeStack::Times& left,
 void MetricsTimeStack::Start(const Times& start) {
     if (size_ == 0) return;
     if (IsMeasured()) {
-        measured_.back() = {size_, start};
+        measured_.back() = {++lastId_, size_, start};
     } else {
-        measured_.push_back({size_, start});
+        measured_.push_back({++lastId_, size_, start});
         measuredTop_ = size_;
     }
 }
 
 void MetricsTimeStack::PopMeasured() noexcept {
-    const Times used = measured_.back().used;
-    measured_.pop_back();
-    measuredTop_ = measured_.empty() ? 0 : measured_.back().level;
+    Remove(std::prev(measured_.end()));
     --size_;
-    if (!IsMeasured()) return;
-    Times& children = measured_.back().children;
-    children.processor += used.processor;
-    children.user += used.user;
+}
+
+// It stays on the stack as one that is not measured.
+void MetricsTimeStack::Remove(std::vector<Entry>::iterator entry) noexcept {
+    if (entry != measured_.begin() && std::prev(entry)->level + 1 == entry->level) {
+        Times& children = std::prev(entry)->children;
+        children.processor += entry->used.processor;
+        children.user += entry->used.user;
+    }
+    measured_.erase(entry);
+    measuredTop_ = measured_.empty() ? 0 : measured_.back().level;
+}
+
+MetricsTimeStack::Figures MetricsTimeStack::Stop(std::uint64_t id, const Times& now) noexcept {
+    const auto found =
+        std::find_if(measured_.rbegin(), measured_.rend(), [id](const Entry& e) { return e.id == id; });
+    if (found == measured_.rend()) return {};
+    const auto entry = std::prev(found.base());
+    entry->used = Difference(now, entry->start);
+    const Figures figures{entry->used, Difference(entry->used, entry->children)};
+    Remove(entry);
+    return figures;
+}
+
+void MetricsTimeStack::PopUnmeasured() noexcept {
+    if (size_ == measured_.size()) return;
+    // What stands above moves down by one.
+    std::size_t level = size_;
+    for (auto it = measured_.rbegin(); it != measured_.rend() && it->level == level; ++it, --level) {
+        --it->level;
+    }
+    --size_;
+    measuredTop_ = measured_.empty() ? 0 : measured_.back().level;
 }
 
 void MetricsTimeStack::Update(const Times& now) noexcept {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "metrics/MetricsManager.h"
+#include "metrics/MetricsTimer.h"
 #include "metrics/Scope.h"
 #include "metrics/instrument/Emission.h"
 #include "metrics/instrument/OnContext.h"
@@ -77,28 +78,49 @@ unsigned long long Context::Create(bool root, std::function<void(unsigned long l
     }
     if (onId) onId(id);
     if (id != 0 && record != nullptr) {
+        if (!root) detail::OpenOwnScope(record->Current());
         detail::PostFor(*record, MetricsEventType::ContextCreate, record->CurrentId(), parentId, id);
     }
     return id;
 }
 
+// A value that waits for its place.
+struct Context::KeptValue {
+    MetricsValue name;
+    MetricsValue value;
+};
+
 Context::Context(unsigned long long parentId, unsigned long long id)
     : magic_(detail::kAliveMagic), componentId_(0), state_(nullptr) {
     detail::Core::Current();  // the record below belongs to a manager from here on
     state_ = NewState(this, parentId, id);
-    MetricsThreadContext* record = ThreadRecord();
-    if (record != nullptr) {
-        componentId_ = record->componentId;
-        Attach(*record);
-        if (id != 0) detail::PostFor(*record, MetricsEventType::ContextConstruct, id, parentId, id);
-    }
-    open_ = true;
-    Validate();
+    Begin(false);
 }
 
 Context::Context(unsigned long long parentId, unsigned long long id, const std::string& name)
-    : Context(parentId, id) {
-    name_ = name;
+    : magic_(detail::kAliveMagic), name_(name), componentId_(0), state_(nullptr) {
+    detail::Core::Current();
+    state_ = NewState(this, parentId, id);
+    Begin(true);
+}
+
+// Its own scope, which comes later, will be measured from here on.
+void Context::Begin(bool byFactory) {
+    if (byFactory && state_->id != 0) {
+        state_->birth = {[](Context& context) { context.OpenScope(); },
+                         MetricsTimer::GetApplicationElapsedSecs(), detail::CurrentTicks()};
+        state_->measuredScopes.store(1, kRelaxed);
+    }
+    if (MetricsThreadContext* record = ThreadRecord()) {
+        componentId_ = record->componentId;
+        record->TakeContext(state_);
+        if (state_->id != 0) {
+            detail::PostFor(*record, MetricsEventType::ContextConstruct, state_->id, state_->parentId,
+                            state_->id);
+        }
+    }
+    open_ = true;
+    Validate();
 }
 
 Context::Context(ContextTicket&& ticket)
@@ -135,6 +157,7 @@ Context::~Context() {
     magic_ = detail::kDestroyedMagic;
     state_->magic.store(detail::kDestroyedMagic, kRelaxed);
     state_->owner.store(nullptr, kRelaxed);
+    if (state_->references.load(kRelaxed) > 1) detail::NoteContextLeftBehind();
     detail::Release(state_);
 }
 
@@ -149,24 +172,12 @@ void Context::ReportForeignDestruction() const {
 
 void Context::AttachToThread() {
     Validate();
-    if (MetricsThreadContext* record = ThreadRecord()) Attach(*record);
-}
-
-void Context::Attach(MetricsThreadContext& record) {
-    if (!IsOurs(&record, *state_)) return;
-    try {
-        record.Push(state_);
-    } catch (const std::bad_alloc&) {
-        return;
-    }
-    state_->threadId.store(platform::CurrentThreadId(), kRelaxed);
-    const detail::ContextState* previous = record.BelowCurrent();
-    if (previous != nullptr && previous->IsAlive()) state_->enabled.store(previous->IsEnabled(), kRelaxed);
+    if (MetricsThreadContext* record = ThreadRecord()) record->TakeContext(state_);
 }
 
 void Context::DetachFromThread() {
     Validate();
-    if (MetricsThreadContext* record = ThreadRecord()) record->Remove(state_);
+    if (MetricsThreadContext* record = ThreadRecord()) record->LeaveContext(state_, {});
     state_->threadId.store(0, kRelaxed);
 }
 
@@ -257,15 +268,53 @@ void Context::Identify(MetricsThreadContext& record) {
             detail::PostFor(record, MetricsEventType::ScopeValue, id, name, value);
         }
     }
+    PostKeptValues();
+}
+
+// At once only when nothing of the context is open but its own scope.
+bool Context::Emit(const MetricsValue& name, const MetricsValue& value) noexcept {
+    try {
+        Validate();
+        if (!open_ || !IsEnabled() || !IsOurs(ThreadRecord(), *state_)) return false;
+        if (ownScope_ && state_->timeStack.Size() <= 1) {
+            if (!keptValues_.empty()) PostKeptValues();
+            return ownScope_->Emit(name, value);
+        }
+        keptValues_.push_back({name, value});
+        state_->keepsValues = true;
+        return true;
+    } catch (const std::bad_alloc&) {
+        if (const MetricsThreadContext* record = ThreadRecord()) record->Core()->CountDropped();
+        return false;
+    }
+}
+
+void Context::PostKeptValues() noexcept {
+    state_->keepsValues = false;
+    if (!ownScope_ || !ownScope_->IsOpen()) return LeaveOutKeptValues();
+    for (const KeptValue& kept : keptValues_) ownScope_->Emit(kept.name, kept.value);
+    keptValues_.clear();
+}
+
+void Context::LeaveOutKeptValues() noexcept {
+    if (keptValues_.empty()) return;
+    const MetricsThreadContext* record = ThreadRecord();
+    if (IsOurs(record, *state_) && record->Core() && record->Core()->HasSubscribers()) {
+        record->Core()->CountLeftOut(keptValues_.size());
+    }
+    keptValues_.clear();
 }
 
 void Context::Close() {
     if (!open_) return;
     Validate();
+    detail::OpenOwnScope(state_);
+    PostKeptValues();
     ownScope_.reset();
     if (const MetricsThreadContext* record = ThreadRecord(); IsOurs(record, *state_) && state_->id != 0) {
         detail::PostFor(*record, MetricsEventType::ContextClose, state_->id);
     }
+    state_->closed.store(true, kRelaxed);
     DetachFromThread();
     open_ = false;
 }

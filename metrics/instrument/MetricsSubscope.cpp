@@ -49,12 +49,7 @@ ElapsedTimeSubscope::ElapsedTimeSubscope(const Scope& scope, MetricsSubscope* ne
 
 ElapsedTimeSubscope::~ElapsedTimeSubscope() {
     SmallScope time(Owner(), FourCC("time"));
-    MetricsTimeStack::Times used{0, 0};
-    MetricsTimeStack::Times exclusive{0, 0};
-    if (const MetricsTimeStack* times = time.MeasuredTimes()) {
-        used = times->Top();
-        exclusive = times->TopExclusive();
-    }
+    const auto [used, exclusive] = time.StopMeasuring(entry_);
     time.Emit(kClock, startSeconds_);
     time.Emit(EightCC("elapsed"), MetricsTimer::GetApplicationElapsedSecs() - startSeconds_);
     time.Emit(FourCC("proc"), used.processor);

@@ -38,16 +38,11 @@ template <class Make>
     }
 }
 
-// Whether a scope could open now on what it has, or would get, as its context.
-bool IsUsable(const detail::ContextState* context) {
-    return context != nullptr && context->id != 0 && context->IsEnabled();
-}
-
 // The context that a scope of this thread could open on now, or null. One that lacks a context is counted.
 inline detail::ContextState* UsableContext(MetricsThreadContext& record) noexcept {
     detail::ContextState* context = record.Current();
     if (context == nullptr) record.NoteLeftOut();
-    return IsUsable(context) ? context : nullptr;
+    return context != nullptr && context->IsUsable() ? context : nullptr;
 }
 
 // Without memory it is left out; the scope opens all the same.
@@ -101,7 +96,7 @@ void Scope::Begin(MetricsThreadContext& record, const char* file, int line) {
     if ((bits_ & kNoTimeStack) == 0) {
         context.timeStack.Push();
         const auto selected = SelectedSubscopes(bits_);
-        if (selected != 0) AddSubscopes(context, selected, file, line);
+        if (selected != 0) AddSubscopes(record, context, selected, file, line);
     }
 }
 
@@ -159,7 +154,7 @@ bool Scope::OpenOther(const MetricsValue& value, const char* file, int line) noe
 
 bool Scope::OpenAgain(MetricsThreadContext& record, const MetricsValue& value, const char* file,
                       int line) noexcept {
-    if (IsOpen() || !IsUsable(ReachableContext(&record))) return false;
+    if (IsOpen() || !IsOurs(&record) || !BelongsTo(&record) || !body_.data.context_->IsUsable()) return false;
     try {
         body_.data.event_.param1 = value;
         body_.data.event_.SetType(MetricsEventType::ScopeOpen);
@@ -189,31 +184,42 @@ void Scope::OpenNamed(std::string_view name, detail::CallSite& site, int line) n
     }
 }
 
-void Scope::AddSubscopes(detail::ContextState& context, unsigned long long selected, const char* file,
-                         int line) {
+void Scope::AddSubscopes(MetricsThreadContext& record, detail::ContextState& context,
+                         unsigned long long selected, const char* file, int line) {
     try {
         if ((selected & kLocation) != 0)
             body_.subscopes = new LocationSubscope(*this, body_.subscopes, file, line);
         if ((selected & kMemory) != 0) body_.subscopes = new MemoryMonitorSubscope(*this, body_.subscopes);
-        if ((selected & kElapsedTime) != 0) {
-            // Read here, so that what the other measurements cost is not the scope's own time.
-            const platform::ProcessorTime now = platform::ThreadProcessorTime();
-            context.timeStack.Start({now.total, now.user});
-            body_.subscopes = new ElapsedTimeSubscope(*this, body_.subscopes);
-        }
+        // Last, so that what the other measurements cost is not the scope's own time.
+        if ((selected & kElapsedTime) != 0) AddElapsedTime(record, context);
     } catch (const std::bad_alloc&) {
         // The scope stays open with the measurements there was memory for.
     }
+}
+
+// The own scope of a context that a factory made counts from the context's birth.
+void Scope::AddElapsedTime(MetricsThreadContext& record, detail::ContextState& context) {
+    auto* time = new ElapsedTimeSubscope(*this, body_.subscopes);
+    body_.subscopes = time;
+    const bool fromBirth = body_.data.owner_ == 0 && context.birth.openScope != nullptr;
+    if (fromBirth) {
+        time->startSeconds_ = context.birth.seconds;
+        time->enter_ = MetricsDateTime(context.birth.ticks);
+    }
+    time->entry_ = record.Contexts().StartMeasuring(context, fromBirth);
 }
 
 inline bool Scope::BelongsTo(const MetricsThreadContext* record) const {
     return record != nullptr && record->Serial() == body_.data.owner_;
 }
 
-// A pinned context is only known to be there on the thread that pinned it.
+// A pinned context is only known to be there on the thread that pinned it, and on one that works for it now.
 detail::ContextState* Scope::ReachableContext(const MetricsThreadContext* record) const {
     if (!IsOurs(record)) return nullptr;
-    return body_.data.owner_ == 0 || BelongsTo(record) ? body_.data.context_ : nullptr;
+    const bool pinnedHere = body_.data.owner_ == 0 || BelongsTo(record);
+    const bool reachable =
+        pinnedHere || record->Contexts().Holds(body_.data.context_, body_.data.ContextId());
+    return reachable ? body_.data.context_ : nullptr;
 }
 
 void Scope::CloseOn(MetricsThreadContext* record) {
@@ -221,8 +227,17 @@ void Scope::CloseOn(MetricsThreadContext* record) {
     bits_ &= ~kOpen;
     if (!BelongsTo(record) || !IsOurs(record)) return CloseElsewhere(record);
     record->Leave(this);
-    if ((bits_ & kNoTimeStack) == 0) body_.data.context_->timeStack.Pop();
-    PostClosing(*record);
+    PostClosingOn(*record, body_.data.context_);
+}
+
+// The context may have waited for this to be the last of its scopes, but its own, that closes.
+void Scope::PostClosingOn(MetricsThreadContext& record, detail::ContextState* context) noexcept {
+    const bool counts = context != nullptr && (bits_ & kNoTimeStack) == 0;
+    if (counts) detail::ContextStack::PopTime(*context);
+    PostClosing(record);
+    if (!counts || context->timeStack.Size() != 1) return;
+    if (!context->keepsValues) return;
+    if (Context* owner = context->owner.load(std::memory_order_relaxed)) owner->PostKeptValues();
 }
 
 // On another thread than it opened on, or under another manager, or a scope that no thread counts as its own.
@@ -232,11 +247,7 @@ void Scope::CloseElsewhere(MetricsThreadContext* record) {
     } else if (body_.data.owner_ != 0) {
         MetricsThreadContext::Depart(body_.data.owner_, {this, nullptr});
     }
-    if (record == nullptr) return;  // the thread's last moments
-    if ((bits_ & kNoTimeStack) == 0) {
-        if (detail::ContextState* context = ReachableContext(record)) context->timeStack.Pop();
-    }
-    if (IsOurs(record)) PostClosing(*record);
+    if (IsOurs(record)) PostClosingOn(*record, ReachableContext(record));
 }
 
 void Scope::Close() noexcept {
@@ -248,7 +259,7 @@ void Scope::Close() noexcept {
 inline bool Scope::EndsPlainly(const MetricsThreadContext* record) const noexcept {
     return BelongsTo(record) && IsOurs(record) && IsOpen() && body_.subscopes == nullptr &&
            !body_.data.event_.param1.OwnsText() && record->LeavesPlainly(this, body_.data.context_) &&
-           !body_.data.context_->timeStack.IsMeasured();
+           !body_.data.context_->timeStack.IsMeasured() && !body_.data.context_->keepsValues;
 }
 
 // Everything that ends with the object, with one look for the thread's record.
@@ -321,18 +332,6 @@ bool Scope::EmitAttribute(const MetricsValue& key, const MetricsValue& value,
 const MetricsValue& Scope::Value() const {
     static const MetricsValue none;
     return live_ ? body_.data.event_.param1 : none;
-}
-
-Scope* Scope::Innermost() {
-    MetricsThreadContext* record = ThreadRecord();
-    return record != nullptr ? record->Innermost() : nullptr;
-}
-
-void detail::EmitAt(CallSite& site, Scope& scope, const MetricsValue& value) {
-    try {
-        scope.Emit(MetricsValue::Ref(KeepTexts(site).name), value);
-    } catch (const std::bad_alloc&) {
-    }
 }
 
 }  // namespace Metrics

@@ -6,7 +6,6 @@
 #include "metrics/Scope.h"
 #include "metrics/instrument/OnContext.h"
 #include "metrics/manager/EventBuilder.h"
-#include "metrics/platform/Platform.h"
 
 namespace Metrics {
 
@@ -15,12 +14,11 @@ namespace Metrics {
 class SmallScope {
   public:
     SmallScope(const Scope& owner, const MetricsValue& name) {
-        MetricsThreadContext* record = ThreadRecord();
-        if (record == nullptr) return;
-        context_ = owner.ReachableContext(record);
+        record_ = ThreadRecord();
+        context_ = owner.ReachableContext(record_);
         if (context_ == nullptr) return;
         try {
-            scope_.emplace(Scope::OnContext{}, *record, *context_, name, Scope::kNoTimeStack);
+            scope_.emplace(Scope::OnContext{}, *record_, *context_, name, Scope::kNoTimeStack);
         } catch (const std::bad_alloc&) {
         }
     }
@@ -29,15 +27,14 @@ class SmallScope {
         if (scope_) scope_->Emit(name, value);
     }
 
-    /// Brings the context's time stack up to date and returns it; null when there is no context.
-    const MetricsTimeStack* MeasuredTimes() {
-        if (context_ == nullptr) return nullptr;
-        const platform::ProcessorTime now = platform::ThreadProcessorTime();
-        context_->timeStack.Update({now.total, now.user});
-        return &context_->timeStack;
+    /// The figures of an entry of the context's time stack, which end here; zeros without a context.
+    auto StopMeasuring(std::uint64_t entry) {
+        return context_ != nullptr ? record_->Contexts().StopMeasuring(*context_, entry)
+                                   : detail::ContextStack::Figures{};
     }
 
   private:
+    MetricsThreadContext* record_ = nullptr;
     detail::ContextState* context_ = nullptr;
     std::optional<Scope> scope_;
 };

@@ -110,6 +110,7 @@ void MergeRemoteEvents(Core& core, const MetricsValueBuffer& buffer) {
     const MetricsThreadContext* record = ThreadRecord();
     Merge merge(core, record != nullptr ? record->CurrentId() : 0);
     const std::uint32_t count = buffer.ReadHeader().eventCount;
+    if (count != 0 && record != nullptr) OpenOwnScope(record->Current());
     for (std::uint32_t i = 0; i < count; ++i) {
         MetricsEvent event;
         event.Read(buffer);

@@ -60,8 +60,6 @@ MetricsThreadContext::~MetricsThreadContext() {
         records->bySerial.erase(serial_);
         HandOverLeftOut();
     }
-    for (const Entry& entry : stack_) detail::Release(entry.state);
-    for (const Entry& entry : pinned_) detail::Release(entry.state);
 }
 
 void MetricsThreadContext::NoteLeftOut() noexcept {
@@ -131,62 +129,15 @@ bool MetricsThreadContext::MakeRoom() noexcept {
     return true;
 }
 
-void MetricsThreadContext::Push(detail::ContextState* state) {
-    detail::Retain(state);
+bool MetricsThreadContext::TakeContext(detail::ContextState* state) noexcept {
+    if (generation_ != state->generation) return false;
     try {
-        if (stack_.size() == stack_.capacity()) stack_.reserve(2 * stack_.size() + 8);
-    } catch (...) {
-        detail::Release(state);
-        throw;
+        contexts_.Take(state);
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    std::uint32_t openScopes = 0;
-    for (auto it = stack_.begin(); it != stack_.end(); ++it) {
-        if (it->state != state) continue;
-        // The entry moves to the top, with its scopes.
-        openScopes = it->openScopes;
-        stack_.erase(it);
-        detail::Release(state);
-        break;
-    }
-    stack_.push_back({state, openScopes});
-    NoteTop();
-}
-
-void MetricsThreadContext::Remove(detail::ContextState* state) {
-    const auto it =
-        std::find_if(stack_.rbegin(), stack_.rend(), [state](const Entry& e) { return e.state == state; });
-    if (it != stack_.rend()) Erase(std::prev(it.base()));
-}
-
-void MetricsThreadContext::Erase(std::vector<Entry>::iterator entry) {
-    if (entry->openScopes == 0) {
-        detail::Release(entry->state);
-    } else {
-        try {
-            pinned_.push_back(*entry);
-        } catch (const std::bad_alloc&) {
-            // Open scopes still refer to the state: rather keep it for ever than free it under them.
-        }
-    }
-    stack_.erase(entry);
-    NoteTop();
-}
-
-void MetricsThreadContext::UnpinBelow(detail::ContextState* state) {
-    for (auto it = stack_.rbegin(); it != stack_.rend(); ++it) {
-        if (it->state == state && it->openScopes > 0) {
-            --it->openScopes;
-            return;
-        }
-    }
-    for (auto it = pinned_.begin(); it != pinned_.end(); ++it) {
-        if (it->state != state) continue;
-        if (--it->openScopes == 0) {
-            pinned_.erase(it);
-            detail::Release(state);
-        }
-        return;
-    }
+    state->threadId.store(platform::CurrentThreadId(), std::memory_order_relaxed);
+    return true;
 }
 
 void MetricsThreadContext::Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation) {
@@ -199,7 +150,7 @@ void MetricsThreadContext::Adopt(std::shared_ptr<detail::Core> core, std::uint64
     }
     // Contexts and scopes of a manager that is gone are nobody's any more; their ids would be mistaken for
     // new ones.
-    while (!stack_.empty()) Erase(std::prev(stack_.end()));
+    contexts_.Clear();
     scopes_.clear();
     generation_ = generation;
     componentId = core_ ? core_->ComponentId() : 1;

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "metrics/manager/ContextState.h"
+#include "metrics/manager/ContextStack.h"
 #include "metrics/manager/Process.h"
 #include "metrics/platform/Platform.h"
 
@@ -31,29 +31,26 @@ class MetricsThreadContext {
     MetricsThreadContext& operator=(const MetricsThreadContext&) = delete;
 
     /// The current context, or null.
-    detail::ContextState* Current() const { return current_; }
+    detail::ContextState* Current() const { return contexts_.Current(); }
     /// The id of the current context, or 0.
-    std::uint64_t CurrentId() const { return current_ == nullptr ? 0 : current_->id; }
+    std::uint64_t CurrentId() const { return Current() == nullptr ? 0 : Current()->id; }
 
-    /// Makes `state` the current context, at the top and nowhere else. Throws `std::bad_alloc`.
-    void Push(detail::ContextState* state);
-    /// Takes it off the stack, wherever it stands.
-    void Remove(detail::ContextState* state);
-
-    /// The context that is covered by the current one, or null.
-    detail::ContextState* BelowCurrent() const {
-        return stack_.size() < 2 ? nullptr : stack_[stack_.size() - 2].state;
+    /// The thread takes a context and works for it: whoever attaches, constructs or guards one comes through
+    /// here. False, and nothing is changed, for a context of another manager or without memory.
+    bool TakeContext(detail::ContextState* state) noexcept;
+    /// The thread leaves a context (it detaches or closes it, or a guard ends), wherever it stands; with a
+    /// place it goes back there.
+    void LeaveContext(detail::ContextState* state, const detail::ContextStack::Place& back) noexcept {
+        contexts_.Leave(state, back);
     }
 
-    /// A scope of this thread opens on the current context: what it refers to stays until it closes.
-    void PinCurrent() { ++stack_.back().openScopes; }
-    void Unpin(detail::ContextState* state) {
-        if (PinsOnTop(state)) [[likely]] {
-            --stack_.back().openScopes;
-        } else {
-            UnpinBelow(state);
-        }
-    }
+    /// The contexts that the thread works for.
+    detail::ContextStack& Contexts() { return contexts_; }
+    const detail::ContextStack& Contexts() const { return contexts_; }
+
+    /// A scope of this thread opens on the current context, or one closes; see ContextStack.
+    void PinCurrent() { contexts_.PinCurrent(); }
+    void Unpin(detail::ContextState* state) { contexts_.Unpin(state); }
 
     /// The thread's scopes that are open and pin their context, the innermost last. One for which there is no
     /// memory is left out.
@@ -78,9 +75,15 @@ class MetricsThreadContext {
         return scopes_.empty() ? nullptr : scopes_.back();
     }
 
+    /// All of them, the innermost last.
+    const std::vector<Scope*>& OpenScopes() noexcept {
+        Innermost();
+        return scopes_;
+    }
+
     /// Whether `scope` is the innermost one and pins `state` at the top of the stack.
     bool LeavesPlainly(const Scope* scope, const detail::ContextState* state) const noexcept {
-        return !scopes_.empty() && scopes_.back() == scope && PinsOnTop(state);
+        return !scopes_.empty() && scopes_.back() == scope && contexts_.PinsOnTop(state);
     }
 
     /// Names the record: never 0, and never the name of another one.
@@ -112,28 +115,13 @@ class MetricsThreadContext {
   private:
     friend MetricsThreadContext* ThreadRecordSlow();
 
-    struct Entry {
-        detail::ContextState* state;
-        std::uint32_t openScopes;
-    };
-
-    bool PinsOnTop(const detail::ContextState* state) const {
-        return state == current_ && stack_.back().openScopes > 0;
-    }
-    void UnpinBelow(detail::ContextState* state);
     void LeaveBelow(const Scope* scope) noexcept;
     bool MakeRoom() noexcept;
     void NoteDepartures() noexcept;
     void Adopt(std::shared_ptr<detail::Core> core, std::uint64_t generation);
     void HandOverLeftOut() noexcept;
-    void Erase(std::vector<Entry>::iterator entry);
 
-    void NoteTop() { current_ = stack_.empty() ? nullptr : stack_.back().state; }
-
-    detail::ContextState* current_ = nullptr;  // at the top of the stack
-    std::vector<Entry> stack_;
-    // Off the stack, but scopes on them are still open.
-    std::vector<Entry> pinned_;
+    detail::ContextStack contexts_;
     std::vector<Scope*> scopes_;
     std::shared_ptr<detail::Core> core_;  // changed under the lock of the list of records
     std::uint64_t generation_ = 0;

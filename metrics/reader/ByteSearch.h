@@ -89,4 +89,17 @@ bool HoldsAny(std::string_view text, Char... wanted) {
     return false;
 }
 
+// The same of a text whose digest is known.
+inline bool Holds(char wanted, std::string_view text, std::uint64_t digest) {
+    if (text.size() > 8) return HoldsAny(text, wanted);
+    return ByteSearch::ZeroBytes(digest ^ ByteSearch::Fill(wanted)) != 0;
+}
+
+// Whether the two stand one behind the other somewhere. For short texts.
+inline bool HoldsPair(char first, char second, std::string_view text) {
+    for (std::size_t at = 1; at < text.size(); ++at)
+        if (text[at] == second && text[at - 1] == first) return true;
+    return false;
+}
+
 }  // namespace StreamingXml

@@ -80,16 +80,9 @@ void Unescape(std::string& text) {
     text = std::move(undone);
 }
 
-std::string_view UndoName(std::string_view name, std::string& room) {
-    if (!HoldsAny(name, '_') || !Metrics::detail::MayHoldGroup(name)) return name;
-    room = Metrics::detail::UndoXmlName(name);
-    return room;
-}
-
 bool XmlAttribute::IsNamed(std::string_view wanted) const {
-    if (!isMarkup) return name == wanted;
-    std::string room;
-    return UndoName(name, room) == wanted;
+    if (!isMarkup || name.find("_x") == name.npos) return name == wanted;
+    return Metrics::detail::UndoXmlName(name) == wanted;
 }
 
 void XmlAttribute::AppendValue(std::string& out) const {

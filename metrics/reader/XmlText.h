@@ -24,9 +24,6 @@ void AppendUnescaped(std::string& out, std::string_view text);
 // The same in place.
 void Unescape(std::string& text);
 
-// The name that a tag's name stands for (values/XmlName.h); `room` holds it where it is another.
-std::string_view UndoName(std::string_view name, std::string& room);
-
 // Appends text that is meant literally (CDATA) so that AppendUnescaped() gives it back.
 void AppendEscaped(std::string& out, std::string_view text);
 

@@ -4,6 +4,7 @@
 
 #include "metrics/RowDefinitionError.h"
 #include "metrics/reader/XmlText.h"
+#include "metrics/values/XmlName.h"
 
 namespace Metrics::detail {
 
@@ -21,21 +22,36 @@ RowEngine::RowEngine(const CompiledRow& row, RowReceiver& receiver)
     });
 }
 
-void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
-                            std::uint64_t line) {
-    OpenPlain(StreamingXml::UndoName(name, undoneName_), attributes, line);
-}
-
-void RowEngine::OpenPlain(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
-                          std::uint64_t line) {
+// Names of markup that hold a group, which is seldom, are undone first.
+template <bool isMarkup>
+void RowEngine::Open(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                     std::uint64_t line) {
+    const std::uint64_t digest = StreamingXml::Digest(name);
+    if (isMarkup && StreamingXml::Holds('_', name, digest) && StreamingXml::HoldsPair('_', 'x', name))
+        return OpenUndone(name, attributes, line);
     if (Depth() >= kMaxDepth)
         throw RowDefinitionError("Error: more than " + std::to_string(kMaxDepth) + " nested elements");
-    const MatchState* const state = states_.Next(Innermost().state, name);
+    const MatchState* const state = states_.Next(Innermost().state, name, digest);
     if (++depth_ == frames_.size()) frames_.emplace_back();
     Innermost() = {state, ++lastNumber_, line, names_.size(), nullptr};
     if (row_.usesNames) names_ += name;
     wantsText_ = state->wantsText;
     for (const int source : state->sources) OpenSource(source, attributes);
+}
+
+void RowEngine::OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                            std::uint64_t line) {
+    Open<true>(name, attributes, line);
+}
+
+void RowEngine::OpenPlain(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                          std::uint64_t line) {
+    Open<false>(name, attributes, line);
+}
+
+void RowEngine::OpenUndone(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                           std::uint64_t line) {
+    OpenPlain(UndoXmlName(name), attributes, line);
 }
 
 void RowEngine::Text(std::string_view piece) {

@@ -81,6 +81,11 @@ class RowEngine final : public StreamingXml::XmlHandler {
     Entries& EntriesOf(std::vector<Entries>& all, int node) { return all[static_cast<std::size_t>(node)]; }
 
     // Elements (RowEngine.cpp)
+    template <bool isMarkup>
+    void Open(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+              std::uint64_t line);
+    void OpenUndone(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                    std::uint64_t line);
     void OpenSource(int node, std::span<const StreamingXml::XmlAttribute> attributes);
     bool FillAtOpen(int node, Bring& bring, std::span<const StreamingXml::XmlAttribute> attributes);
     void FillAtEnd(int node, const BringRef& bring);
@@ -152,7 +157,6 @@ class RowEngine final : public StreamingXml::XmlHandler {
     std::size_t depth_ = 0;
     std::string names_;  // of the open elements, when a fact needs them
     std::uint64_t lastNumber_ = 0;
-    std::string undoneName_;
 
     std::vector<Entries> open_;   // by node: the open elements that match it
     std::vector<Entries> found_;  // by node: open elements with the last text that a child brought for it

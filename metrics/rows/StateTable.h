@@ -18,8 +18,7 @@ class NameTable {
     explicit NameTable(const CompiledRow& row);
 
     std::size_t Count() const { return names_.size(); }
-    std::uint32_t Find(std::string_view name) const {
-        const std::uint64_t digest = StreamingXml::Digest(name);
+    std::uint32_t Find(std::string_view name, std::uint64_t digest) const {
         for (std::size_t at = PlaceOf(digest);; at = (at + 1) & mask_) {
             const Slot& slot = slots_[at];
             const bool same = slot.digest == digest && slot.size == name.size() &&
@@ -60,8 +59,8 @@ class StateTable {
     explicit StateTable(const CompiledRow& row);
 
     const MatchState* Root() const { return root_; }
-    const MatchState* Next(const MatchState* from, std::string_view name) {
-        const std::uint32_t number = names_.Find(name);
+    const MatchState* Next(const MatchState* from, std::string_view name, std::uint64_t digest) {
+        const std::uint32_t number = names_.Find(name, digest);
         const MatchState* const known = from->next[number];
         return known != nullptr ? known : Build(from, number, name);
     }

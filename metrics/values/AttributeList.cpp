@@ -9,6 +9,14 @@ constexpr std::size_t kFew = 16;
 
 }  // namespace
 
+// One after the other among the first few, which are nearly always all.
+inline AttributeList::Entry* AttributeList::Find(std::string_view key) {
+    const std::size_t few = std::min(entries_.size(), kFew);
+    for (std::size_t i = 0; i < few; ++i)
+        if (entries_[i].key.size == key.size() && Key(i) == key) return &entries_[i];
+    return byKey_.empty() ? nullptr : FindAmongMany(key);
+}
+
 void AttributeList::EndValue() {
     const Piece key{start_, keyEnd_ - start_};
     const Piece value{keyEnd_, text_.Size() - keyEnd_};
@@ -23,13 +31,7 @@ void AttributeList::EndValue() {
     start_ = text_.Size();
 }
 
-// One after the other among the first few, which are nearly always all.
-AttributeList::Entry* AttributeList::Find(std::string_view key) {
-    const auto few = entries_.begin() + static_cast<std::ptrdiff_t>(std::min(entries_.size(), kFew));
-    const auto found =
-        std::find_if(entries_.begin(), few, [&](const Entry& entry) { return View(entry.key) == key; });
-    if (found != few) return &*found;
-    if (byKey_.empty()) return nullptr;
+AttributeList::Entry* AttributeList::FindAmongMany(std::string_view key) {
     const auto place = byKey_.find(std::string(key));
     return place == byKey_.end() ? nullptr : &entries_[place->second];
 }
@@ -42,7 +44,7 @@ void AttributeList::AppendTo(TextBuffer& out) const {
     }
 }
 
-void AttributeList::Clear() {
+void AttributeList::ClearAll() {
     text_.Clear();
     start_ = 0;
     entries_.clear();

@@ -26,7 +26,9 @@ class AttributeList {
     // All keys and values one after the other.
     void AppendTo(TextBuffer& out) const;
 
-    void Clear();
+    void Clear() {
+        if (!entries_.empty()) ClearAll();
+    }
 
   private:
     struct Piece {
@@ -40,6 +42,8 @@ class AttributeList {
 
     std::string_view View(Piece piece) const { return text_.View().substr(piece.start, piece.size); }
     Entry* Find(std::string_view key);
+    Entry* FindAmongMany(std::string_view key);
+    void ClearAll();
 
     TextBuffer text_;
     std::size_t start_ = 0;   // of the one that is being added

@@ -1,5 +1,8 @@
 #include "metrics/values/ElementText.h"
 
+#include <string>
+
+#include "metrics/values/EightBytes.h"
 #include "metrics/values/TextEscape.h"
 #include "metrics/values/Utf8.h"
 #include "metrics/values/ValueText.h"
@@ -10,17 +13,17 @@ namespace {
 
 constexpr std::string_view kNamespaceKey = "xmlns";
 
+bool IsNarrow(const MetricsValue& value) {
+    return value.Kind() == MetricsValueType::String || value.Kind() == MetricsValueType::StringRef;
+}
+
 bool IsWide(const MetricsValue& value) {
     return value.Kind() == MetricsValueType::WideString || value.Kind() == MetricsValueType::WideStringRef;
 }
 
-bool IsCode(const MetricsValue& value) {
-    return value.Kind() == MetricsValueType::FourCC || value.Kind() == MetricsValueType::EightCC;
-}
-
 // The value as it is. A character whose low byte is 0 is left out: no text of an event holds a NUL.
 std::string_view RawText(const MetricsValue& value, TextBuffer& room, DateTimeText& times) {
-    if (value.IsText() && !IsWide(value)) return value.Text();
+    if (IsNarrow(value)) return value.Text();
     room.Clear();
     if (!IsWide(value)) {
         AppendText(room, value, 0, times);
@@ -51,21 +54,60 @@ std::string_view Repair(std::string_view text, TextBuffer& room, Controls contro
     return room.View();
 }
 
-void AppendMarkup(TextBuffer& out, std::string_view text, MetricsValue::ToStringFlags flags) {
-    AppendEscaped(out, text, flags | MetricsValue::XmlEscape);
+bool IsCode(const MetricsValue& value) {
+    return value.Kind() == MetricsValueType::FourCC || value.Kind() == MetricsValueType::EightCC;
 }
 
-}  // namespace
+// Of a code: whether letters are all that it has.
+bool HasLetters(const MetricsValue& name) {
+    const std::uint64_t code = name.AsUInt64();
+    const std::uint64_t letters = EightBytes::Between(code | 0x20 * EightBytes::kOnes, 'a', 'z');
+    const std::uint64_t fits = (letters | EightBytes::Are(code, 0)) & ~code;
+    return (fits & EightBytes::kHighs) == EightBytes::kHighs && code != 0;
+}
 
-void AppendXmlName(TextBuffer& out, const MetricsValue& name, DateTimeText& times) {
-    char memory[512];
-    TextBuffer room(memory);
-    const std::string_view text = RawText(name, room, times);
+void AppendName(TextBuffer& out, std::string_view text) {
     if (IsPlainXmlName(text)) {
         out.Append(text);
     } else {
         AppendXmlName(out, text);
     }
+}
+
+void ReplaceByName(TextBuffer& out, std::size_t start) {
+    const std::string text(out.View().substr(start));
+    out.Truncate(start);
+    AppendXmlName(out, text);
+}
+
+void AppendWideName(TextBuffer& out, const MetricsValue& name, DateTimeText& times) {
+    TextBuffer room;
+    AppendXmlName(out, RawText(name, room, times));
+}
+
+void AppendOddText(TextBuffer& out, const MetricsValue& value, MetricsValue::ToStringFlags flags,
+                   DateTimeText& times) {
+    char memory[64];  // enough for codes
+    TextBuffer room(memory);
+    std::string_view text = RawText(value, room, times);
+    if (!IsWholeUtf8(text)) text = Repair(text, room, Controls::Keep);
+    AppendEscaped(out, text, flags);
+}
+
+}  // namespace
+
+void AppendXmlName(TextBuffer& out, const MetricsValue& name, DateTimeText& times) {
+    switch (name.Kind()) {
+        case MetricsValueType::String:
+        case MetricsValueType::StringRef: return AppendName(out, name.Text());
+        case MetricsValueType::WideString:
+        case MetricsValueType::WideStringRef: return AppendWideName(out, name, times);
+        default: break;
+    }
+    const std::size_t start = out.Size();
+    AppendText(out, name, 0, times);
+    if (IsCode(name) && HasLetters(name)) return;
+    if (!IsPlainXmlName(out.View().substr(start))) ReplaceByName(out, start);
 }
 
 void AppendXmlKey(TextBuffer& out, const MetricsValue& key, DateTimeText& times) {
@@ -78,12 +120,19 @@ void AppendXmlKey(TextBuffer& out, const MetricsValue& key, DateTimeText& times)
 
 void AppendXmlText(TextBuffer& out, const MetricsValue& value, MetricsValue::ToStringFlags flags,
                    DateTimeText& times) {
-    if (!value.IsText() && !IsCode(value)) return AppendText(out, value, flags, times);
-    char memory[512];
-    TextBuffer room(memory);
-    std::string_view text = RawText(value, room, times);
-    if (!IsAscii(text) && !IsWholeUtf8(text)) text = Repair(text, room, Controls::Keep);
-    AppendMarkup(out, text, flags);
+    flags |= MetricsValue::XmlEscape;
+    switch (value.Kind()) {
+        case MetricsValueType::String:
+        case MetricsValueType::StringRef: {
+            const std::string_view text = value.Text();
+            return IsAscii(text) ? AppendEscaped(out, text, flags) : AppendOddText(out, value, flags, times);
+        }
+        case MetricsValueType::WideString:
+        case MetricsValueType::WideStringRef:
+        case MetricsValueType::FourCC:
+        case MetricsValueType::EightCC: return AppendOddText(out, value, flags, times);
+        default: return AppendText(out, value, flags, times);
+    }
 }
 
 std::string_view ElementName(const MetricsValue& name, TextBuffer& room, DateTimeText& times) {

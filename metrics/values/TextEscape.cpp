@@ -7,10 +7,14 @@
 #include <cstring>
 
 #include "metrics/MetricsValue.h"
+#include "metrics/values/EightBytes.h"
 
 namespace Metrics::detail {
 
 namespace {
+
+using EightBytes::kHighs;
+using EightBytes::kOnes;
 
 // A text is escaped piece by piece, so that the room asked for stays within a few kilobytes of what it needs.
 constexpr std::size_t kPiece = 512;
@@ -79,18 +83,29 @@ std::string_view Replacement(char c, unsigned flags) {
     return (flags & MetricsValue::XmlEscape) != 0 ? XmlReplacement(c) : "\"\"";
 }
 
-// Copies eight characters at a time while none of them is a control character or a quote, the only ones that
-// are replaced outside XML; returns how many it copied. Names and paths mostly go through here whole.
-std::size_t CopyPlain(char* to, const char* from, std::size_t size) {
-    constexpr std::uint64_t kOnes = 0x0101010101010101;
-    constexpr std::uint64_t kHighs = 0x80 * kOnes;
+// Not 0 when one of the bytes is 0.
+std::uint64_t ZeroBytes(std::uint64_t word) {
+    return (word - kOnes) & ~word & kHighs;
+}
+
+// Whether one of the characters may be replaced: a control character or a quote; in XML also one of & \' < >
+// \.
+bool HoldsSuspects(std::uint64_t word, bool xml) {
+    std::uint64_t suspects = ((word - 0x20 * kOnes) & ~word & kHighs) | ZeroBytes(word ^ '"' * kOnes);
+    if (xml) {
+        suspects |= ZeroBytes((word | kOnes) ^ '\'' * kOnes) | ZeroBytes((word | 2 * kOnes) ^ '>' * kOnes) |
+                    ZeroBytes(word ^ '\\' * kOnes);
+    }
+    return suspects != 0;
+}
+
+// Copies eight characters at a time while none of them may be replaced; returns how many it copied. Names and
+// paths mostly go through here whole.
+std::size_t CopyPlain(char* to, const char* from, std::size_t size, bool xml) {
     std::size_t copied = 0;
     for (; size - copied >= sizeof(std::uint64_t); copied += sizeof(std::uint64_t)) {
-        std::uint64_t block;
-        std::memcpy(&block, from + copied, sizeof block);
-        const std::uint64_t quotes = block ^ '"' * kOnes;
-        const std::uint64_t suspects = ((block - 0x20 * kOnes) & ~block) | ((quotes - kOnes) & ~quotes);
-        if ((suspects & kHighs) != 0) break;
+        const auto block = EightBytes::Load<std::uint64_t>(from + copied);
+        if (HoldsSuspects(block, xml)) break;
         std::memcpy(to + copied, &block, sizeof block);
     }
     return copied;
@@ -101,11 +116,10 @@ template <typename Char>
 char* Escape(char* to, std::basic_string_view<Char> text, unsigned flags) {
     const unsigned replaced = ReplacedClasses(flags);
     if constexpr (sizeof(Char) == 1) {
-        if ((flags & MetricsValue::XmlEscape) == 0) {
-            const std::size_t copied = CopyPlain(to, text.data(), text.size());
-            to += copied;
-            text.remove_prefix(copied);
-        }
+        const bool xml = (flags & MetricsValue::XmlEscape) != 0;
+        const std::size_t copied = CopyPlain(to, text.data(), text.size(), xml);
+        to += copied;
+        text.remove_prefix(copied);
     }
     for (const Char wide : text) {
         const char c = static_cast<char>(wide);

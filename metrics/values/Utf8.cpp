@@ -1,36 +1,9 @@
 #include "metrics/values/Utf8.h"
 
-#include <cstring>
+#include "metrics/values/EightBytes.h"
 
 namespace Metrics::detail {
 namespace {
-
-constexpr std::uint64_t kOnes = 0x0101010101010101;
-constexpr std::uint64_t kHighs = 0x80 * kOnes;
-
-template <class Word>
-std::uint64_t Load(const char* at) {
-    Word word;
-    std::memcpy(&word, at, sizeof word);
-    return word;
-}
-
-// Whether `fits` holds for all bytes, which it gets eight at a time: some of them twice, and blanks beside
-// the bytes of a very short text.
-template <class Test>
-bool HoldsForAll(std::string_view text, Test fits) {
-    const char* const begin = text.data();
-    const std::size_t size = text.size();
-    if (size >= 8) {
-        for (std::size_t at = 0; at + 8 <= size; at += 8)
-            if (!fits(Load<std::uint64_t>(begin + at))) return false;
-        return fits(Load<std::uint64_t>(begin + size - 8));
-    }
-    if (size >= 4) return fits(Load<std::uint32_t>(begin) << 32 | Load<std::uint32_t>(begin + size - 4));
-    if (size == 0) return true;
-    const auto byte = [&](std::size_t at) { return std::uint64_t{static_cast<unsigned char>(begin[at])}; };
-    return fits((0x20 * kOnes) << 24 | byte(0) << 16 | byte(size / 2) << 8 | byte(size - 1));
-}
 
 bool IsContinuation(char c) {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
@@ -107,12 +80,13 @@ std::size_t SizeCutTo(std::string_view text, std::size_t limit) {
 }
 
 bool IsPrintableAscii(std::string_view text) {
-    return HoldsForAll(text,
-                       [](std::uint64_t word) { return (((word - 0x20 * kOnes) | word) & kHighs) == 0; });
+    return EightBytes::HoldsForAll(text, [](std::uint64_t word) {
+        return (EightBytes::AtLeast(word, ' ') & ~word & EightBytes::kHighs) == EightBytes::kHighs;
+    });
 }
 
 bool IsAscii(std::string_view text) {
-    return HoldsForAll(text, [](std::uint64_t word) { return (word & kHighs) == 0; });
+    return EightBytes::HoldsForAll(text, [](std::uint64_t word) { return (word & EightBytes::kHighs) == 0; });
 }
 
 }  // namespace Metrics::detail

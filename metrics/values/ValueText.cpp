@@ -1,9 +1,11 @@
 #include "metrics/values/ValueText.h"
 
+#include <bit>
 #include <charconv>
 #include <cstddef>
 #include <string_view>
 
+#include "metrics/values/EightBytes.h"
 #include "metrics/values/TextEscape.h"
 
 namespace Metrics {
@@ -15,12 +17,28 @@ namespace {
 // The longest scalar is the lowest double: a sign, 309 digits, a point and 6 decimals.
 constexpr std::size_t kMaxScalar = 320;
 
-char* WriteCode(char* out, std::uint64_t code, int bytes) {
-    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
+char* WriteOddCode(char* out, std::uint32_t code) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
         const auto byte = static_cast<unsigned char>(code >> shift);
         if (byte > 31 && byte < 128) *out++ = static_cast<char>(byte);
     }
     return out;
+}
+
+// Four characters or fewer, right-aligned; writes four bytes in any case.
+char* WriteCode(char* out, std::uint32_t code) {
+    const int missing = std::countl_zero(code) / 8;
+    const std::uint64_t text = std::uint64_t{code} << 8 * missing;
+    const std::uint64_t filled = text | std::uint64_t{0x20202020} >> 8 * (4 - missing);
+    if ((EightBytes::AtLeast(filled, ' ') & ~filled & 0x80808080U) != 0x80808080U)
+        return WriteOddCode(out, code);
+    for (int i = 0; i < 4; ++i) out[i] = static_cast<char>(text >> (24 - 8 * i));
+    return out + (4 - missing);
+}
+
+char* WriteCode(char* out, std::uint64_t code) {
+    out = WriteCode(out, static_cast<std::uint32_t>(code >> 32));
+    return WriteCode(out, static_cast<std::uint32_t>(code));
 }
 
 char* WriteBool(char* out, bool value) {
@@ -36,8 +54,8 @@ char* WriteScalar(char* out, const MetricsValue& value, unsigned flags, DateTime
             return std::to_chars(out, out + kMaxScalar, value.AsDouble(), std::chars_format::fixed, 6).ptr;
         case MetricsValueType::DateTime:
             return times.Write(out, value.AsUInt64(), (flags & MetricsValue::WithSubseconds) != 0);
-        case MetricsValueType::FourCC: return WriteCode(out, value.AsUInt64(), 4);
-        case MetricsValueType::EightCC: return WriteCode(out, value.AsUInt64(), 8);
+        case MetricsValueType::FourCC: return WriteCode(out, static_cast<std::uint32_t>(value.AsUInt64()));
+        case MetricsValueType::EightCC: return WriteCode(out, value.AsUInt64());
         default: return out;
     }
 }

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 
+#include "metrics/values/EightBytes.h"
 #include "metrics/values/Utf8.h"
 #include "metrics/values/XmlLetters.h"
 
@@ -73,6 +74,17 @@ bool WouldBeginGroup(std::string_view text) {
     return FindGroup(text, WritesUnderscore).size != 0;
 }
 
+// Whether the word has letters, digits and underscores only, none of these before an 'x' as far as can be
+// seen.
+inline bool LooksPlain(std::uint64_t word) {
+    using namespace EightBytes;
+    const std::uint64_t letters = Between(word | 0x20 * kOnes, 'a', 'z') & ~word;
+    if (letters == kHighs) return true;
+    const std::uint64_t underscores = Are(word, '_');
+    const bool mayBeginGroup = ((underscores << 8) & Are(word, 'x')) != 0 || (underscores >> 63) != 0;
+    return ((letters | Between(word, '0', '9') | underscores) & ~word) == kHighs && !mayBeginGroup;
+}
+
 char* WriteGroup(char* out, std::uint32_t code) {
     *out++ = '_';
     *out++ = 'x';
@@ -86,6 +98,7 @@ char* WriteGroup(char* out, std::uint32_t code) {
 
 bool IsPlainXmlName(std::string_view text) {
     if (text.empty() || (kClasses[static_cast<unsigned char>(text[0])] & kFirst) == 0) return false;
+    if (EightBytes::HoldsForAll(text, [](std::uint64_t word) { return LooksPlain(word); })) return true;
     char before = '\0';
     for (const char c : text) {
         if ((kClasses[static_cast<unsigned char>(c)] & kName) == 0 || (before == '_' && c == 'x'))

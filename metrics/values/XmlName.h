@@ -16,11 +16,6 @@ bool IsPlainXmlName(std::string_view text);
 // Appends the name. A byte that begins no character counts as the character of that number.
 void AppendXmlName(TextBuffer& out, std::string_view text);
 
-// Whether the name may hold a group.
-inline bool MayHoldGroup(std::string_view name) {
-    return name.find("_x") != name.npos;
-}
-
 // The text that a name stands for. What only looks like a group stays.
 std::string UndoXmlName(std::string_view name);
 

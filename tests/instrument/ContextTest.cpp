@@ -6,7 +6,8 @@
 #include <thread>
 
 #include "metrics/ContextGuard.h"
-#include "metrics/Scope.h"
+#include "metrics/Instrument.h"
+#include "metrics/MetricsValueBuffer.h"
 #include "tests/support/RunningTest.h"
 
 namespace Metrics::Testing {
@@ -64,14 +65,6 @@ TEST_F(ContextTest, AttachedItStandsOnTopOnceAndTakesOverTheFlagBelow) {
     EXPECT_EQ(Context::Current(), &upper);
     EXPECT_EQ(lower.GetThreadId(), 0);
     EXPECT_NE(upper.GetThreadId(), 0);
-    {
-        const ContextGuard guard(lower);
-        const ContextGuard again(lower);
-        EXPECT_EQ(Context::Current(), &lower);
-    }
-    EXPECT_EQ(Context::Current(), &upper);
-    { const ContextGuard current(upper); }
-    EXPECT_EQ(Context::Current(), &upper) << "what was attached before stays attached";
 }
 
 // --- Identification
@@ -80,7 +73,7 @@ TEST_F(ContextTest, AttachedItStandsOnTopOnceAndTakesOverTheFlagBelow) {
 TEST_F(ContextTest, IdentifiesItselfOnceWhenItsFirstScopeOpens) {
     LogKeeper log;
     {
-        Context other = Context::Root("other");
+        Context other(0, Context::Create(true));
         Context context(0, Context::Create(true));
         Recorded().Take();
         context.SetName("request");
@@ -108,6 +101,82 @@ TEST_F(ContextTest, IdentifiesItselfOnceWhenItsFirstScopeOpens) {
                      "@2 10 clock=~", "@2 10 elapsed=~",  "@2 10 proc=~",  "@2 10 procexcl=~",
                      "@2 10 user=~",  "@2 10 userexcl=~", "@2 10 enter=~", "@2 10 leave=~",
                      "@2 7 time",     "@2 7 request",     "@2 3",          "@1 3"}));
+}
+
+TEST_F(ContextTest, MadeByAFactoryItOpensItsScopeAtTheLatestForWhatComesUnderIt) {
+    const auto take = [this] { return Structure(TakeLines()); };
+    LogKeeper log;
+    {
+        Context root = Context::Root("root");
+        root.AddAttribute("a", "1");
+        EXPECT_EQ(take(), (Lines{"1 0>1", "2 0>1"})) << "there is time for attributes";
+        Context::Create(true);
+        EXPECT_EQ(take(), Lines{"1 0>2"}) << "a root is not under it";
+        Context child(1, Context::Create(false));
+        EXPECT_EQ(take(), (Lines{"11 a=1", "6 root", "1 1>3", "2 1>3"}));
+        root.AddAttribute("late", "1");
+        EXPECT_EQ(log.Take().size(), 1U);
+        Context::Child("grandchild").AddAttribute("b", "2");
+    }
+    EXPECT_EQ(take(),
+              (Lines{"1 3>4", "2 3>4", "11 b=2", "6 grandchild", "7 grandchild", "3", "3", "7 root", "3"}))
+        << "one made by a constructor has no scope unless it is asked for";
+    Context root = Context::Root("merges");
+    MetricsValueBuffer buffer;
+    buffer.AppendHeader({.eventCount = 0});
+    Manager().MergeRemoteEvents(std::make_shared<MetricsValueBuffer>(buffer.Bytes()));
+    EXPECT_EQ(take(), (Lines{"1 0>5", "2 0>5"})) << "nothing was merged";
+    MetricsValueBuffer filled;
+    filled.AppendHeader({.eventCount = 1});
+    MetricsEvent(Opaque64(MetricsEvent::PackHeader(MetricsEventType::ScopeOpen, 1, 1)), 0, {}, "remote", {})
+        .Write(filled);
+    Manager().MergeRemoteEvents(std::make_shared<MetricsValueBuffer>(filled.Bytes()));
+    EXPECT_EQ(take(), (Lines{"6 merges", "6 remote"}));
+    root.Enable(false);
+    { const Context disabled = Context::Child("disabled"); }
+    EXPECT_EQ(take(), Lines{});
+}
+
+TEST_F(ContextTest, AValueOfItsOwnStandsBesideItsScopes) {
+    {
+        Context context = Context::Root("c");
+        METRICS_VALUE("early", 1);
+        EXPECT_TRUE(context.Emit("more", 2));
+        Recorded().Take();
+        {
+            METRICS_SCOPE("a");
+            EXPECT_TRUE(context.Emit("within", 3));
+            METRICS_VALUE("scoped", 4);
+            METRICS_SCOPE("b", Scope::kElapsedTime);
+        }
+        METRICS_VALUE("alone", 5);
+        {
+            METRICS_SCOPE("plain");
+            context.Emit("again", 6);
+        }
+        Scope open("open");
+        context.Emit("last", 7);
+        {
+            const Context child = Context::Child("child");
+            METRICS_VALUE("of the child", 8);
+        }
+        context.Close();
+        EXPECT_FALSE(context.Emit("late", 9));
+    }
+    EXPECT_EQ(Structure(Recorded().TakeLinesWithContext()),
+              (Lines{"@1 6 c",        "@1 10 early=1",  "@1 10 more=2",
+                     "@1 6 a",        "@1 10 scoped=4", "@1 6 b",
+                     "@1 7 b",        "@1 7 a",         "@1 10 within=3",
+                     "@1 10 alone=5", "@1 6 plain",     "@1 7 plain",
+                     "@1 10 again=6", "@1 6 open",      "@1 1 1>2",
+                     "@2 2 1>2",      "@2 6 child",     "@2 10 of the child=8",
+                     "@2 7 child",    "@2 3",           "@1 10 last=7",
+                     "@1 7 c",        "@1 3",           "@1 7 open"}));
+    EXPECT_EQ(Manager().GetStatistics().leftOut, 0U);
+    METRICS_VALUE("of nobody", 1);
+    Context(0, Context::Create(true)).Emit("without its scope", 2);
+    EXPECT_EQ(Manager().GetStatistics().leftOut, 2U);
+    EXPECT_FALSE(Context(0, 0).Emit("disabled", 3));
 }
 
 TEST_F(ContextTest, IdentifiesTheThreadsComponentAndTakesItsAnnouncement) {
@@ -145,10 +214,22 @@ TEST_F(ContextTest, ADestructionElsewhereIsLoggedAndLeavesAStaleEntry) {
     Scope scope("on a dead context");
     EXPECT_TRUE(scope.IsOpen());
     scope.Close();
-    Context next(0, Context::Create(true));
+    { const Context next(0, Context::Create(true)); }
+    EXPECT_FALSE(Scope("after it was covered").IsOpen());
     EXPECT_EQ(Recorded().TakeLinesWithContext(),
               (Lines{"@31 2 0>31", "@31 3", "@31 1 31>1", "@31 6 on a dead context",
-                     "@31 7 on a dead context", "@31 1 0>2", "@2 2 0>2"}));
+                     "@31 7 on a dead context", "@31 1 0>2", "@2 2 0>2", "@2 3"}));
+}
+
+TEST_F(ContextTest, OfContextsDestroyedElsewhereOnlyTheTopOfTheStackStays) {
+    auto lower = std::make_unique<Context>(0, Context::Create(true));
+    auto upper = std::make_unique<Context>(0, Context::Create(true));
+    const Scope scope("keeps what it refers to");
+    std::thread([&] { lower.reset(); }).join();
+    upper->AttachToThread();  // whatever is taken or left
+    upper.reset();
+    EXPECT_EQ(Context::Create(false, [](unsigned long long id) { EXPECT_EQ(id, 3U); }), 3U);
+    EXPECT_EQ(Recorded().TakeLines().back(), "1 0>3");
 }
 
 TEST_F(ContextTest, AThreadThatEndsWithAContextLeavesNothingToItsSuccessor) {
@@ -175,8 +256,10 @@ TEST_F(ContextTest, ATicketMovesWorkToAnotherThread) {
         }).join();
         dropped = Context::Hand("instead");
     }
-    EXPECT_EQ(TakeLines(), (Lines{"1 0>1", "2 0>1", "1 1>2", "1 1>3", "2 1>2", "3", "1 1>4", "2 1>3", "3",
-                                  "2 1>4", "3", "3"}));
+    // The parent stands there before its children, and the ticket that nobody redeems leaves no scope.
+    EXPECT_EQ(Structure(TakeLines()),
+              (Lines{"1 0>1", "2 0>1", "6 parent", "1 1>2", "1 1>3", "2 1>2", "6 chunk", "7 chunk", "3",
+                     "1 1>4", "2 1>3", "3", "2 1>4", "3", "7 parent", "3"}));
 }
 
 TEST_F(ContextTest, SomethingElseIsNoContext) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "metrics/Context.h"
+#include "metrics/ContextGuard.h"
 #include "metrics/Instrument.h"
 #include "metrics/MetricsMemoryUtils.h"
 #include "tests/support/RunningTest.h"
@@ -122,15 +123,20 @@ TEST_F(ScopeTest, AttributesAreCopiedAndEmptyOnesLeftOut) {
 // --- Measurements
 // ------------------------------------------------------------------------------------------------
 
+// Uses the processor for 0.1 s; some systems count in steps of 16 ms.
+void Work() {
+    const std::clock_t end = std::clock() + CLOCKS_PER_SEC / 10;
+    while (std::clock() < end) {
+    }
+}
+
 TEST_F(ScopeTest, MeasuresTimeThenMemory) {
     std::vector<char> memory;
     Scope outer(MetricsValue("outer"), Scope::kElapsedTime);
     {
         Scope inner(MetricsValue("inner"), Scope::kElapsedTime | Scope::kMemory);
         memory.resize(std::size_t{64} << 20);
-        const std::clock_t end = std::clock() + CLOCKS_PER_SEC / 10;  // some systems count in steps of 16 ms
-        while (std::clock() < end) {
-        }
+        Work();
     }
     outer.Close();
     Lines names;
@@ -158,6 +164,46 @@ TEST_F(ScopeTest, MeasuresTimeThenMemory) {
     EXPECT_LE(figures["user"][0], figures["proc"][0] + 0.01);
     EXPECT_GT(figures["delta"][0], 1 << 20);
     EXPECT_EQ(figures["delta"][0], figures["end"][0] - figures["start"][0]);
+}
+
+TEST_F(ScopeTest, ProcessorTimeIsThatOfWhoWorksForTheContext) {
+    context_.Close();
+    {
+        Context waits = Context::Root("2");  // counts from here, before its scope opens
+        Work();
+        const Context turns = Context::Root("3");
+        std::thread([&waits] {
+            Work();
+            const ContextGuard guard(waits);
+            Scope scope(MetricsValue("lent"), Scope::kElapsedTime);
+            Work();
+        }).join();
+        Work();
+        auto moves = std::make_unique<Context>(0, Context::Create(true));
+        moves->OpenScope();
+        Scope scope(MetricsValue("moves along"), Scope::kElapsedTime);
+        moves->DetachFromThread();
+        std::thread([&] {
+            moves->AttachToThread();
+            Work();
+            scope.Close();
+            moves.reset();
+        }).join();
+    }
+    std::map<std::uint64_t, std::map<std::string, double>> figures;  // the last ones are of the own scope
+    for (const MetricsEvent& event : Recorded().Take()) {
+        figures[event.contextId.AsUInt64()][event.param1.ToString(0)] = event.param2.AsDouble();
+    }
+    // Where the system is busy and its clock that of the wall, less than the whole may have been used.
+    EXPECT_GT(figures[2]["elapsed"], 0.2);
+    EXPECT_LT(figures[2]["proc"], 0.29) << "its own and the guard's";
+    EXPECT_GT(figures[2]["proc"], figures[2]["procexcl"] + 0.01) << "the guard's";
+    EXPECT_GT(figures[2]["procexcl"], 0.01) << "its own";
+    EXPECT_LT(figures[3]["proc"], 0.19) << "not what was done elsewhere or for the others";
+    EXPECT_GT(figures[3]["proc"], 0.01);
+    EXPECT_LT(figures[4]["proc"], 0.19) << "of its second thread";
+    EXPECT_GT(figures[4]["proc"], figures[4]["procexcl"] + 0.01) << "the scope moved along";
+    EXPECT_GE(figures[4]["procexcl"], 0);
 }
 
 TEST_F(ScopeTest, MemoryOfTheMachineAndOfTheProcess) {
@@ -188,6 +234,32 @@ TEST_F(ScopeTest, ScopesMayCloseInAnyOrderAndAfterTheirContext) {
     inner.Close();
     EXPECT_EQ(Scope::Innermost(), nullptr);
     EXPECT_EQ(Recorded().TakeLinesWithContext().back(), "@2 7 inner");
+}
+
+TEST_F(ScopeTest, AContextMayCloseBeforeItsScopesAndItsChildren) {
+    Recorded().Take();
+    context_.DetachFromThread();
+    {
+        Context first = Context::Root("first");
+        METRICS_SCOPE("a");
+        Context child = Context::Child("child");
+        METRICS_SCOPE("b");
+        child.Close();
+        first.Close();
+        EXPECT_EQ(Context::Current(), nullptr);
+        EXPECT_FALSE(Scope("later").IsOpen());
+    }
+    {
+        const Context second = Context::Root("second");
+        METRICS_SCOPE("c", Scope::kElapsedTime);
+        EXPECT_EQ(Context::Current(), &second);
+    }
+    EXPECT_EQ(Scope::Innermost(), nullptr);
+    EXPECT_EQ(
+        Structure(Recorded().TakeLinesWithContext()),
+        (Lines{"@0 1 0>2", "@2 2 0>2",   "@2 6 first",  "@2 6 a",     "@2 1 2>3", "@3 2 2>3",    "@3 6 child",
+               "@3 6 b",   "@3 7 child", "@3 3",        "@2 7 first", "@2 3",     "@3 7 b",      "@2 7 a",
+               "@0 1 0>4", "@4 2 0>4",   "@4 6 second", "@4 6 c",     "@4 7 c",   "@4 7 second", "@4 3"}));
 }
 
 TEST_F(ScopeTest, AScopeThatClosesElsewhereLeavesNothingBehind) {
@@ -237,10 +309,13 @@ TEST_F(ScopeTest, MacrosMark) {
         METRICS_SCOPE_NAMED(name());
         METRICS_VALUE("rows", 4);
     }
+    METRICS_VALUE("beside", 5);
+    context_.DetachFromThread();
     METRICS_VALUE("nowhere", ++made);
     { METRICS_SCOPE("held back", 0x40000); }
     EXPECT_EQ(made, 1);
-    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal"}));
+    EXPECT_EQ(TakeLines(), (Lines{"6 literal", "10 rows=3", "6 named", "10 rows=4", "7 named", "7 literal",
+                                  "10 beside=5"}));
 }
 
 TEST_F(ScopeTest, TellsItsPlaceWhereItsBitsOrTheMaskAskForIt) {

@@ -19,16 +19,21 @@ TEST_F(OutOfMemory, MarksAreDroppedAndTheRestGoesOn) {
         Context context(0, Context::Create(true));
         METRICS_SCOPE("before");
         Recorded().Take();
+        int kept = 0;
+        const std::uint64_t dropped = Manager().GetStatistics().dropped;
         Allocator::exhausted = true;
         for (int i = 0; i < 100; ++i) {
             METRICS_SCOPE("call site that was never kept");
             METRICS_VALUE("nor this one", i);
+            if (context.Emit(MetricsValue::Ref("kept"), i)) ++kept;
             Scope owned(MetricsValue::Ref("borrowed"));
             owned.EmitAttribute("k", MetricsValue::Ref("must be copied"));
             Scope measured(MetricsValue::Ref("measured"),
                            Scope::kElapsedTime | Scope::kMemory | Scope::kLocation);
         }
         Allocator::exhausted = false;
+        EXPECT_EQ(kept, 0);
+        EXPECT_GE(Manager().GetStatistics().dropped, dropped + 100);
         METRICS_SCOPE("after");
     }
     const Lines lines = TakeLines();

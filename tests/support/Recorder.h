@@ -37,6 +37,21 @@ inline std::string Line(const MetricsEvent& event) {
     }
 }
 
+/// The lines without what contexts say of process and thread when they open, and without scopes' times.
+inline Lines Structure(const Lines& lines) {
+    Lines structure;
+    bool inTime = false;
+    for (const std::string& line : lines) {
+        const std::string text = line.substr(line.starts_with('@') ? line.find(' ') + 1 : 0);
+        inTime = inTime || text == "6 time";
+        const bool identifies = text.starts_with("11 pid=") || text.starts_with("11 tid=") ||
+                                text.starts_with("11 cid=") || text.starts_with("11 comp=");
+        if (!inTime && !identifies) structure.push_back(line);
+        inTime = inTime && text != "7 time";
+    }
+    return structure;
+}
+
 /// A subscriber that keeps what it gets. `Take` and its companions wait until everything that was posted
 /// before is there; they need a manager that runs and collects.
 class Recorder {
