@@ -47,7 +47,7 @@ class OutputState::Locked {
     ~Locked() {
         const auto lines = std::exchange(state_.log_, {});
         const auto hint = std::exchange(state_.hint_, {});
-        const bool misnested = std::exchange(state_.settings_.misnested, false);
+        const bool misnested = std::exchange(state_.misnested_, false);
         const bool hasCutTexts = std::exchange(state_.hasCutTexts_, false);
         state_.lock_.unlock();
         for (const std::string& line : lines) state_.core_->Log(line);
@@ -67,7 +67,7 @@ class OutputState::Locked {
 };
 
 OutputState::OutputState(std::shared_ptr<detail::Core> core, Mode mode, Format format)
-    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, false, {}} {
+    : core_(std::move(core)), mode_(mode), settings_{format, false, {}, &misnested_, {}} {
     if (format == Format::RawUnordered) return;
     EventRouter::RootHandler onRoot;
     if (mode == Mode::PerContext) onRoot = [this](std::uint64_t rootId) { OpenForRoot(rootId); };

@@ -83,6 +83,7 @@ class OutputState {
     std::atomic<bool> closed_{false};
 
     std::string wildcard_;
+    bool misnested_ = false;  // to be told
     WriterSettings settings_;
     TargetList targets_;
     std::unique_ptr<EventRouter> router_;  // none for RawUnordered, after an error, once closed

@@ -15,17 +15,17 @@ struct WriterSettings {
     MetricsOutput::Format format;
     bool mute = false;
     std::vector<std::string> rowDefinition;
-    bool misnested = false;   // set by writers when something closed before what is open inside
-    std::string rootElement;  // of XML, or empty
+    bool* misnested = nullptr;  // set by writers when something closed before what is open inside
+    std::string rootElement;    // of XML, or empty
 };
 
 // Throws RowDefinitionError when the format needs a row definition and this is none.
 void CheckDefinition(const WriterSettings& settings);
 
 // Makes the writer of a new target. `stream` may be null for Buffer only; `schemaFor` is the file that a
-// table is to be described for, or empty. The settings must live as long. Throws RowDefinitionError, and
+// table is to be described for, or empty. Throws RowDefinitionError, and
 // std::runtime_error without a stream.
-std::unique_ptr<IWriter> MakeWriter(WriterSettings& settings, std::ostream* stream,
+std::unique_ptr<IWriter> MakeWriter(const WriterSettings& settings, std::ostream* stream,
                                     const std::string& schemaFor);
 
 }  // namespace Metrics::detail
