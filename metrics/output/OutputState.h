@@ -108,13 +108,13 @@ class OutputState {
     std::atomic<bool> closed_{false};
 
     std::string wildcard_;
+    bool misnested_ = false;  // to be told
     WriterSettings settings_;
     TargetList targets_;
     std::unique_ptr<EventRouter> router_;  // none for RawUnordered, after an error, once closed
     std::vector<std::unique_ptr<std::ostream>> streams_;  // made here and not owned by their targets
     std::vector<std::string> errors_;
     std::vector<std::string> problems_;  // become errors at the end of the batch
-    bool misnested_ = false;             // to be told
     std::map<std::uint64_t, std::shared_ptr<MetricsValueBuffer>> buffers_;
 
     FileTargets prepared_;              // files that were opened for new roots of the batch

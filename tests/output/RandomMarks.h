@@ -76,7 +76,8 @@ class RandomMarks {
         std::uint64_t parent;
         Mark* place;  // of it
         std::vector<std::pair<std::uint32_t, Mark*>> open;
-        std::vector<std::uint32_t> ended;  // scopes
+        std::vector<std::uint32_t> ended;   // scopes
+        std::deque<MetricsEvent> unposted;  // other contexts may come between
         bool isConstructed = false;
         Mark* Innermost() const { return open.empty() ? place : open.back().second; }
     };
@@ -95,7 +96,7 @@ class RandomMarks {
         Mark* const place = parent != nullptr ? &parent->Innermost()->inside.emplace_back() : &roots_[id];
         const std::uint64_t parentId = parent != nullptr ? parent->id : 0;
         const std::uint64_t root = parent != nullptr ? parent->root : id;
-        running_.push_back(std::make_unique<Actor>(Actor{id, root, parentId, place, {}, {}}));
+        running_.push_back(std::make_unique<Actor>(Actor{id, root, parentId, place, {}, {}, {}}));
         ++open_[root];
         Post(parentId, MetricsEventType::ContextCreate, parentId, id);
     }
@@ -104,6 +105,10 @@ class RandomMarks {
         if (!actor.isConstructed) {
             actor.isConstructed = true;
             return Post(actor.id, MetricsEventType::ContextConstruct, actor.parent, actor.id);
+        }
+        if (!actor.unposted.empty()) {
+            events_.push_back({std::move(actor.unposted.front()), 0});
+            return actor.unposted.pop_front();
         }
         const std::size_t choice = steps > 0 ? Pick(20) : 19;
         if (choice < 5) return OpenScopeOf(actor);
@@ -126,6 +131,10 @@ class RandomMarks {
         for (const auto& [key, value] : mark.attributes)
             Post(actor.id, MetricsEventType::NameValue, key, value);
         Post(actor.id, MetricsEventType::ScopeOpen, mark.name, 0, number);
+        for (auto event = events_.end() - static_cast<long>(mark.attributes.size()); event != events_.end();
+             ++event)
+            actor.unposted.push_back(event->event);
+        events_.resize(events_.size() - actor.unposted.size());
         actor.open.emplace_back(number, &mark);
     }
 
