@@ -122,7 +122,7 @@ void WriteLiveTable(benchmark::State& state) {
     basic_onullstream<char> out;
     LiveTable table(out, ',', {"path(parse)", "parse.elapsed:r", "parse.user:r"});
     table.Begin();
-    LiveRows rows(table.Row(), table.Reader());
+    LiveRows rows(table.Reader());
     for (auto _ : state)
         for (const MetricsEvent& next : events) rows.Write(next);
     state.SetItemsProcessed(state.iterations() * 4);

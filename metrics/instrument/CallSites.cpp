@@ -22,7 +22,7 @@ struct Kept {
 
 constinit OnePerProcess<Kept> theKept;
 
-[[maybe_unused]] const bool startsOverInChild =
+[[maybe_unused]] const bool textsStartOverInChild =
     (platform::OnForkChild([] { theKept.StartOverInChild(); }), true);
 
 const CallSite::Texts* Keep(CallSite& site) {

@@ -10,7 +10,7 @@ namespace Metrics::detail {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{1000};
+constexpr std::chrono::milliseconds kShutdownPatience{1000};
 
 }  // namespace
 
@@ -81,7 +81,7 @@ std::map<int, Subscribers::EntryPointer> Core::StopWorker() {
 }
 
 void Core::StopAndWait(const std::shared_ptr<Worker>& worker) {
-    const auto limit = Progress::Clock::now() + kPatience;
+    const auto limit = Progress::Clock::now() + kShutdownPatience;
     state_.fetch_or(MetricsManager::Stopping);
     worker->Stop();
     wake_.set();

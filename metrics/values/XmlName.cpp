@@ -13,9 +13,9 @@ namespace {
 constexpr std::string_view kEmptyName = "_x_";
 constexpr std::size_t kMaxGroup = 11;  // "_x0010FFFF_"
 
-enum Class : std::uint8_t { kName = 1, kFirst = 2 };
+enum NameClass : std::uint8_t { kName = 1, kFirst = 2 };
 
-constexpr std::array<std::uint8_t, 256> kClasses = [] {
+constexpr std::array<std::uint8_t, 256> kNameClasses = [] {
     std::array<std::uint8_t, 256> classes{};
     for (int letter = 'a'; letter <= 'z'; ++letter) {
         classes[static_cast<std::size_t>(letter)] = kName | kFirst;
@@ -27,8 +27,8 @@ constexpr std::array<std::uint8_t, 256> kClasses = [] {
     return classes;
 }();
 
-bool IsOf(Class kind, std::uint32_t code) {
-    return code < 0x80 ? (kClasses[code] & kind) != 0 : IsXmlLetter(code);
+bool IsOf(NameClass kind, std::uint32_t code) {
+    return code < 0x80 ? (kNameClasses[code] & kind) != 0 : IsXmlLetter(code);
 }
 
 int HexDigit(char c) {
@@ -97,11 +97,11 @@ char* WriteGroup(char* out, std::uint32_t code) {
 }  // namespace
 
 bool IsPlainXmlName(std::string_view text) {
-    if (text.empty() || (kClasses[static_cast<unsigned char>(text[0])] & kFirst) == 0) return false;
+    if (text.empty() || (kNameClasses[static_cast<unsigned char>(text[0])] & kFirst) == 0) return false;
     if (EightBytes::HoldsForAll(text, [](std::uint64_t word) { return LooksPlain(word); })) return true;
     char before = '\0';
     for (const char c : text) {
-        if ((kClasses[static_cast<unsigned char>(c)] & kName) == 0 || (before == '_' && c == 'x'))
+        if ((kNameClasses[static_cast<unsigned char>(c)] & kName) == 0 || (before == '_' && c == 'x'))
             return false;
         before = c;
     }
@@ -111,7 +111,7 @@ bool IsPlainXmlName(std::string_view text) {
 void AppendXmlName(TextBuffer& out, std::string_view text) {
     if (text.empty()) return out.Append(kEmptyName);
     const bool looksEmpty = text == kEmptyName;
-    for (Class wanted = kFirst; !text.empty(); wanted = kName) {
+    for (NameClass wanted = kFirst; !text.empty(); wanted = kName) {
         const Utf8Character character = FirstCharacter(text);
         const bool escaped = !IsOf(wanted, character.code) ||
                              (text[0] == '_' && (WouldBeginGroup(text) || (looksEmpty && wanted == kFirst)));

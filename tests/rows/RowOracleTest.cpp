@@ -10,9 +10,9 @@
 
 namespace {
 
-class Source {
+class OracleSource {
   public:
-    explicit Source(unsigned seed) : random_(seed) {}
+    explicit OracleSource(unsigned seed) : random_(seed) {}
 
     std::vector<Column> Columns() {
         std::vector<Column> columns;
@@ -98,7 +98,7 @@ TEST(RowOracle, TheEngineMakesTheSameRows) {
     const unsigned long seeds = wanted != nullptr ? std::strtoul(wanted, nullptr, 10) : 1200;
     std::size_t lines = 0;
     for (unsigned seed = 0; seed < seeds; ++seed) {
-        Source source(seed);
+        OracleSource source(seed);
         const std::vector<Column> columns = source.Columns();
         const std::string definition = Definition(columns);
         for (int documents = 0; documents < 3; ++documents) {

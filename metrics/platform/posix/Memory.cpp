@@ -138,7 +138,8 @@ class KeptLine {
 
 constinit KeptLine keptLine;
 
-[[maybe_unused]] const bool startsOverInChild = (OnForkChild([] { keptLine.StartOverInChild(); }), true);
+[[maybe_unused]] const bool keptLineStartsOverInChild =
+    (OnForkChild([] { keptLine.StartOverInChild(); }), true);
 
 std::string_view ReadTable(const char* path, std::span<char> buffer) {
     const int file = OpenBeyondStandardStreams(path);
