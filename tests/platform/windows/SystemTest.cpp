@@ -50,7 +50,7 @@ TEST(InterruptHandlerTest, CtrlCSetsTheFlag) {
 TEST(OutputFileTest, IsTextThatOthersMayReadAndWriteMeanwhile) {
     const std::string path = "shared-" + std::to_string(CurrentProcessId()) + ".txt";
     OutputFile file;
-    ASSERT_EQ(file.Open(path), 0);
+    ASSERT_EQ(file.Open(path, OutputFile::Opening::MayWait), 0);
     const HANDLE other = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(other, INVALID_HANDLE_VALUE);
