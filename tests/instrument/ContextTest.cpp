@@ -106,11 +106,12 @@ TEST_F(ContextTest, IdentifiesItselfOnceWhenItsFirstScopeOpens) {
 
 // The time in the form of the attribute; all of them have one length, so that texts compare like times.
 std::string Now() {
-    timespec now{};
-    std::timespec_get(&now, TIME_UTC);
+    const auto now = std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
+    const std::time_t time = std::chrono::system_clock::to_time_t(seconds);
     char text[32];
-    const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.", std::gmtime(&now.tv_sec));
-    const std::string fraction = std::to_string(1'000'000 + now.tv_nsec / 1000).substr(1);
+    const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S.", std::gmtime(&time));
+    const std::string fraction = std::to_string(1'000'000 + (now - seconds).count()).substr(1);
     return std::string(text, size) + fraction + "Z";
 }
 
