@@ -46,7 +46,8 @@ bool TargetHints::IsDecided(Awaited& one, bool last, Arrival arrival) {
     if (arrival != Arrival::Nothing) return true;
     if (--one.cycles > 0 && !last) return false;
     Add(Core::UnseenContext, "a target for context " + std::to_string(one.contextId) +
-                                 " stays empty: the context has ended, or began before the output did");
+                                 " stays empty: the context has ended, is no root, or began before the "
+                                 "output did");
     return true;
 }
 

@@ -151,13 +151,13 @@ MetricsValueBuffer::MetricsValueBuffer(std::vector<std::uint8_t> bytes) : bytes_
 
 MetricsValueBuffer::MetricsValueBuffer(MetricsValueBuffer&& other) noexcept
     : bytes_(std::exchange(other.bytes_, {})),
-      cursor_(std::exchange(other.cursor_, 0)),
-      hasCutTexts_(std::exchange(other.hasCutTexts_, false)) {}
+      hasCutTexts_(std::exchange(other.hasCutTexts_, false)),
+      cursor_(std::exchange(other.cursor_, 0)) {}
 
 MetricsValueBuffer& MetricsValueBuffer::operator=(MetricsValueBuffer&& other) noexcept {
     bytes_ = std::exchange(other.bytes_, {});
-    cursor_ = std::exchange(other.cursor_, 0);
     hasCutTexts_ = std::exchange(other.hasCutTexts_, false);
+    cursor_ = std::exchange(other.cursor_, 0);
     return *this;
 }
 

@@ -32,7 +32,7 @@ TEST_F(OutputHints, WhatLeavesAFileEmptyIsLoggedOnce) {
     unsigned long long before = 0, child = 0;
     const auto empty = [](unsigned long long id) {
         return "a target for context " + std::to_string(id) +
-               " stays empty: the context has ended, or began before the output did";
+               " stays empty: the context has ended, is no root, or began before the output did";
     };
     const Case cases[] = {
         {Mode::Single,
