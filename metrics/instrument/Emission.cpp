@@ -1,7 +1,5 @@
 #include "metrics/instrument/Emission.h"
 
-#include <exception>
-
 #include "metrics/MetricsBitsUtils.h"
 #include "metrics/bits/BitsTable.h"
 
@@ -23,16 +21,6 @@ MetricsValue Owned(const MetricsValue& text) {
     }
 }
 
-void LogFilterError(const std::exception_ptr& error) {
-    const auto core = CurrentCoreAndGeneration().first;
-    if (!core) return;
-    try {
-        std::rethrow_exception(error);
-    } catch (const std::exception& what) {
-        core->LogOnce(Core::DamagedFilters, what.what());
-    }
-}
-
 }  // namespace
 
 void PostNameValue(const MetricsThreadContext& record, std::uint64_t contextId, const MetricsValue& key,
@@ -42,8 +30,9 @@ void PostNameValue(const MetricsThreadContext& record, std::uint64_t contextId, 
 }
 
 std::string ComponentMnemonic(std::uint64_t componentId) {
-    if (const std::exception_ptr error = FilterError()) [[unlikely]]
-        LogFilterError(error);
+    if (FilterError()) [[unlikely]] {
+        if (const auto core = CurrentCoreAndGeneration().first) core->LogFilterError();
+    }
     return MetricsBitsUtils::GetComponentName(componentId, true);
 }
 

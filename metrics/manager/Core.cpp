@@ -28,7 +28,9 @@ std::string AsLine(std::string text) {
 
 void LogUnknownMnemonics(const std::string& mnemonics) {
     const std::shared_ptr<Core> core = CurrentCoreAndGeneration().first;
-    if (core) core->LogOnce(Core::UnknownMnemonic, "MetricsBitsUtils: unknown mnemonics: " + mnemonics);
+    if (!core) return;
+    core->LogFilterError();  // it may be why
+    core->LogOnce(Core::UnknownMnemonic, "MetricsBitsUtils: unknown mnemonics: " + mnemonics);
 }
 
 }  // namespace
@@ -99,6 +101,16 @@ void Core::LogError(const std::string& message) noexcept {
 
 void Core::LogOnce(Hint hint, const std::string& message) noexcept {
     if ((hintsGiven_.fetch_or(hint) & hint) == 0) Log(message);
+}
+
+void Core::LogFilterError() noexcept {
+    const std::exception_ptr error = FilterError();
+    if (!error) return;
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception& what) {
+        LogOnce(DamagedFilters, what.what());
+    }
 }
 
 void Core::CountDropped() noexcept {

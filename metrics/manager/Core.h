@@ -138,6 +138,8 @@ class Core : public std::enable_shared_from_this<Core> {
         CutText = 0x2000
     };
     void LogOnce(Hint hint, const std::string& message) noexcept;
+    /// Logs once what is wrong with the file of filters, if anything is.
+    void LogFilterError() noexcept;
 
     std::uint64_t ComponentId() const { return componentId_.load(std::memory_order_relaxed); }
     std::uint64_t SetComponentId(std::uint64_t id) {

@@ -70,8 +70,10 @@ void EventRouter::LeaveTurns(Audience& audience) {
 void EventRouter::LogLeaving(const RootRecord& root) {
     std::size_t waiting = 0;
     for (const auto& [id, one] : sequencer_.Forest().Roots()) waiting += one.waiting;
-    log_("MetricsOutput: more than " + std::to_string(heldLimit_ >> 20) +
-         " MiB wait: " + std::to_string(waiting) + " events, for context " +
+    constexpr std::size_t kMiB = std::size_t{1} << 20;
+    const std::string limit = heldLimit_ >= kMiB ? std::to_string(heldLimit_ / kMiB) + " MiB"
+                                                 : std::to_string(heldLimit_) + " bytes";
+    log_("MetricsOutput: more than " + limit + " wait: " + std::to_string(waiting) + " events, for context " +
          std::to_string(root.chain.back()) + " to close, which holds root " + std::to_string(root.id) +
          "; until nothing waits, roots are written in the order in which they end");
 }
