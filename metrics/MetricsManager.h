@@ -41,7 +41,8 @@ struct MetricsStatistics {
     std::uint64_t batches = 0;    ///< batches handed to subscribers
     std::uint64_t largestBatch = 0;  ///< events in the largest of them
     /// What no output can show though somebody is subscribed: scopes and values without a context, values
-    /// that their context had no place for, and contexts under a root that has ended.
+    /// that their context had no place for, and contexts under a root that has ended. What reached an output
+    /// before it had no place counts once for each output.
     std::uint64_t leftOut = 0;
 };
 

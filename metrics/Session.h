@@ -9,7 +9,7 @@ namespace Metrics {
 ///
 ///     int main() {
 ///         Metrics::Session session;
-///         Metrics::MetricsOutput output(Metrics::MetricsOutput::Mode::Single,
+///         Metrics::MetricsOutput output(Metrics::MetricsOutput::Mode::Completed,
 ///         Metrics::MetricsOutput::Format::Xml);
 ///         ...
 ///     }

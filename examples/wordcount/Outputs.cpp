@@ -40,11 +40,11 @@ constexpr const char* kSummary = R"(
 }  // namespace
 
 Outputs::Outputs(const Options& options)
-    : unordered_(MetricsOutput::Mode::Single, MetricsOutput::Format::RawUnordered),
-      ordered_(MetricsOutput::Mode::Single, MetricsOutput::Format::Raw),
+    : unordered_(MetricsOutput::Mode::Completed, MetricsOutput::Format::RawUnordered),
+      ordered_(MetricsOutput::Mode::Completed, MetricsOutput::Format::Raw),
       xml_(MetricsOutput::Mode::PerContext, MetricsOutput::Format::Xml),
-      stages_(MetricsOutput::Mode::Single, MetricsOutput::Format::CsvComma),
-      summary_(MetricsOutput::Mode::Single, MetricsOutput::Format::CsvComma) {
+      stages_(MetricsOutput::Mode::Completed, MetricsOutput::Format::CsvComma),
+      summary_(MetricsOutput::Mode::Completed, MetricsOutput::Format::CsvComma) {
     try {
         ClearOutputFolder(options.out);
         Open(options);

@@ -13,7 +13,7 @@ namespace WordCount {
 /// The files that the program writes about itself, all of the same events:
 ///
 ///     events.csv      every event as a line, as they came
-///     ordered.csv     the same, context by context
+///     ordered.csv     the same, context by context, in the order in which they end
 ///     file-*.xml      an XML file for each file that was counted, or
 ///     run.xml         one for all of them, if other processes do the work
 ///     stages.csv      a row for each stage of each file

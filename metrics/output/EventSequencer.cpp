@@ -27,11 +27,12 @@ EventSequencer::Admission EventSequencer::AdmitLifecycle(const MetricsEvent& eve
     }
 }
 
-// What belongs to no context is left out elsewhere.
+// What belongs to no context is left out elsewhere. A scope that closes after its context was written as
+// ended with it: nothing of it is missing.
 EventSequencer::Admission EventSequencer::LeaveOut(const MetricsEvent& event) {
     const MetricsEventType type = event.Type();
     const bool isMark = type >= MetricsEventType::ScopeOpen && type <= MetricsEventType::NameValue;
-    if (isMark && ContextOf(event) != 0) ++leftOut_;
+    if (isMark && type != MetricsEventType::ScopeClose && ContextOf(event) != 0) ++leftOut_;
     return {};
 }
 

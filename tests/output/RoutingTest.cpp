@@ -124,7 +124,8 @@ TEST(Routing, CountsWhatHasNoPlace) {
     Output output(Mode::PerContext, Format::Buffer);
     output.Put(
         {Create(0, 1), Construct(0, 1), Value(1, "in", 1), Create(0, 5), Construct(0, 5), Value(0, "v", 1)});
-    output.Put({Close(1), Value(1, "late", 1), Value(77, "before the output", 1)});
+    output.Put({OpenScope(1, "a"), Close(1), CloseScope(1, "a"), Value(1, "late", 1),
+                Value(77, "before the output", 1)});
     EXPECT_EQ(leftOut() - before, 2U);
     output.Put({Create(1, 2), Construct(1, 2), Value(2, "under a root that has ended", 1), Close(2)});
     output.CloseDown();
