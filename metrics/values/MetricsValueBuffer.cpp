@@ -151,13 +151,13 @@ MetricsValueBuffer::MetricsValueBuffer(std::vector<std::uint8_t> bytes) : bytes_
 
 MetricsValueBuffer::MetricsValueBuffer(MetricsValueBuffer&& other) noexcept
     : bytes_(std::exchange(other.bytes_, {})),
-      hasCutTexts_(std::exchange(other.hasCutTexts_, false)),
-      cursor_(std::exchange(other.cursor_, 0)) {}
+      cursor_(std::exchange(other.cursor_, 0)),
+      hasCutTexts_(std::exchange(other.hasCutTexts_, false)) {}
 
 MetricsValueBuffer& MetricsValueBuffer::operator=(MetricsValueBuffer&& other) noexcept {
     bytes_ = std::exchange(other.bytes_, {});
-    hasCutTexts_ = std::exchange(other.hasCutTexts_, false);
     cursor_ = std::exchange(other.cursor_, 0);
+    hasCutTexts_ = std::exchange(other.hasCutTexts_, false);
     return *this;
 }
 
