@@ -50,6 +50,7 @@ class ElementStack {
         open_.erase(open_.begin() + static_cast<std::ptrdiff_t>(index), open_.end());
         return ended;
     }
+    const Element& Innermost() const { return open_.back(); }
     void EndInnermost() { open_.pop_back(); }
 
   private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <vector>
@@ -28,14 +29,9 @@ class EventStack {
     }
 
     void Push(const MetricsEvent& event) {
-        slots_.emplace_back();
-        try {
-            std::construct_at(At(slots_.size() - 1), event);
-        } catch (...) {
-            slots_.pop_back();
-            throw;
-        }
-        ownsTexts_ = ownsTexts_ || event.OwnsText();
+        if (event.OwnsText()) [[unlikely]]
+            return PushOwner(event);
+        std::memcpy(slots_.emplace_back().room, static_cast<const void*>(&event), sizeof event);
     }
     void Truncate(std::size_t size) noexcept {
         if (ownsTexts_) [[unlikely]]
@@ -44,7 +40,8 @@ class EventStack {
     }
 
   private:
-    // An event is moved by its bytes when there must be more room: nothing refers to it.
+    // An event is moved by its bytes when there must be more room: nothing refers to it. One that owns no
+    // text is copied by them.
     struct Slot {
         Slot() noexcept {}  // NOLINT: filled at once
         alignas(MetricsEvent) std::byte room[sizeof(MetricsEvent)];
@@ -52,6 +49,16 @@ class EventStack {
 
     MetricsEvent* At(std::size_t index) {
         return std::launder(reinterpret_cast<MetricsEvent*>(slots_[index].room));
+    }
+    void PushOwner(const MetricsEvent& event) {
+        slots_.emplace_back();
+        try {
+            std::construct_at(At(slots_.size() - 1), event);
+        } catch (...) {
+            slots_.pop_back();
+            throw;
+        }
+        ownsTexts_ = true;
     }
     void Destroy(std::size_t from) noexcept {
         for (std::size_t i = from; i < slots_.size(); ++i) std::destroy_at(At(i));

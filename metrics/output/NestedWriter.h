@@ -24,27 +24,26 @@ class Nesting {
 
     template <class Sink>
     void Write(const MetricsEvent& event, Sink& sink) {
-        if (OpensOrCloses(event) && !Passes(event)) [[unlikely]]
-            return WriteOther(event, sink);
+        switch (event.Type()) {
+            case MetricsEventType::ScopeOpen: elements_.Open(event); break;
+            case MetricsEventType::ScopeClose:
+                if (!elements_.ClosesInnermost(event)) [[unlikely]]
+                    return WriteOther(event, sink);
+                elements_.EndInnermost();
+                break;
+            case MetricsEventType::ContextClose:
+                if (elements_.FirstOf(ContextOf(event)) == elements_.Size()) break;
+                return WriteOther(event, sink);
+            case MetricsEventType::DemuxSynthesized: return WriteOther(event, sink);
+            default: break;
+        }
         sink.Write(event);
     }
 
     void Clear() { elements_.EndFrom(0); }
 
   private:
-    // Whether the sink may have the event as it is.
-    [[gnu::noinline]] bool Passes(const MetricsEvent& event) {
-        switch (event.Type()) {
-            case MetricsEventType::ScopeOpen: elements_.Open(event); return true;
-            case MetricsEventType::ScopeClose:
-                if (!elements_.ClosesInnermost(event)) return false;
-                elements_.EndInnermost();
-                return true;
-            case MetricsEventType::ContextClose:
-                return elements_.FirstOf(ContextOf(event)) == elements_.Size();
-            default: return event.Type() != MetricsEventType::DemuxSynthesized;
-        }
-    }
+    // What the sink may not have as it is.
     template <class Sink>
     [[gnu::noinline]] void WriteOther(const MetricsEvent& event, Sink& sink) {
         if (event.Type() == MetricsEventType::DemuxSynthesized) return sink.Write(Forced(event));

@@ -67,7 +67,8 @@ class PartStack {
                 kept_.Push(event);
                 waiting_ = kept_.Size();
                 return;
-            case MetricsEventType::ScopeClose: return Drop(elements_.Find(event));
+            case MetricsEventType::ScopeClose:
+                return elements_.ClosesInnermost(event) ? DropInnermost() : Drop(elements_.Find(event));
             case MetricsEventType::ContextClose: return Leave(ContextOf(event));
             case MetricsEventType::DemuxSynthesized: return Drop(elements_.FirstOf(ContextOf(event)));
             default: return;
@@ -84,6 +85,14 @@ class PartStack {
             waiting_ = elements_[from].first;
             elements_.EndFrom(from);
         }
+        DropWaiting();
+    }
+    void DropInnermost() {
+        waiting_ = elements_.Innermost().first;
+        elements_.EndInnermost();
+        DropWaiting();
+    }
+    void DropWaiting() {
         kept_.Truncate(waiting_);
         isCut_ = isCut_ && !Empty();
     }

@@ -1,7 +1,7 @@
 #include "metrics/output/XmlWriter.h"
 
-#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "metrics/MetricsEvent.h"
@@ -10,6 +10,12 @@
 namespace Metrics {
 
 using detail::TextBuffer;
+
+namespace {
+
+constexpr std::string_view kBlanks = "                ";
+
+}  // namespace
 
 XmlWriter::XmlWriter(std::ostream& stream, std::string rootElement)
     : block_(stream), rootElement_(std::move(rootElement)) {}
@@ -20,29 +26,17 @@ void XmlWriter::Begin() {
     OpenElement(MetricsValue::Ref(rootElement_.c_str()));
 }
 
-void XmlWriter::Write(const MetricsEvent& event) {
-    switch (event.Type()) {
-        case MetricsEventType::ScopeOpen: return OpenElement(event.param1);
-        case MetricsEventType::ScopeClose:
-            attributes_.Clear();
-            if (HasOpenScope()) CloseElement();
-            return;
-        case MetricsEventType::ScopeValue: return WriteValue(event.param1, event.param2);
-        case MetricsEventType::NameValue: return AddAttribute(event);
-        case MetricsEventType::DemuxSynthesized: return ForceClose(event);
-        default: return;
-    }
-}
-
 void XmlWriter::End() {
     while (!nameStarts_.empty()) CloseElement();
     block_.Flush();
 }
 
+// By sixteen blanks at a time; what is too much is written over. The depth is nearly always small.
 void XmlWriter::Indent() {
     const std::size_t width = 2 * nameStarts_.size();
-    char* at = block_.Text().Room(width);
-    std::fill_n(at, width, ' ');
+    char* const at = block_.Text().Room(width + kBlanks.size());
+    for (std::size_t written = 0; written < width; written += kBlanks.size())
+        std::memcpy(at + written, kBlanks.data(), kBlanks.size());
     block_.Text().Commit(at + width);
 }
 
@@ -60,6 +54,11 @@ void XmlWriter::OpenElement(const MetricsValue& name) {
     }
     text.Append('>');
     block_.EndLine();
+}
+
+void XmlWriter::CloseScope() {
+    attributes_.Clear();
+    if (HasOpenScope()) CloseElement();
 }
 
 // By the name that it was opened with, whatever the closing event says.

@@ -6,14 +6,13 @@
 #include <string_view>
 #include <vector>
 
+#include "metrics/MetricsEvent.h"
 #include "metrics/output/IWriter.h"
 #include "metrics/output/TextBlock.h"
 #include "metrics/values/AttributeList.h"
 #include "metrics/values/DateTimeText.h"
 
 namespace Metrics {
-
-class MetricsValue;
 
 // Scopes as indented elements, values as elements with a text, name/values as attributes of the next scope
 // that opens. Well-formed whatever the events hold; with a root element the whole is a document, else the
@@ -24,13 +23,24 @@ class XmlWriter final : public IWriter {
     explicit XmlWriter(std::ostream& stream, std::string rootElement = {});
 
     void Begin() override;
-    void Write(const MetricsEvent& event) override;
+    // Here, so that who stands before it has looked at the type for it as well.
+    void Write(const MetricsEvent& event) override {
+        switch (event.Type()) {
+            case MetricsEventType::ScopeOpen: return OpenElement(event.param1);
+            case MetricsEventType::ScopeClose: return CloseScope();
+            case MetricsEventType::ScopeValue: return WriteValue(event.param1, event.param2);
+            case MetricsEventType::NameValue: return AddAttribute(event);
+            case MetricsEventType::DemuxSynthesized: return ForceClose(event);
+            default: return;
+        }
+    }
     void Flush() override { block_.Flush(); }
     // Closes what is open.
     void End() override;
 
   private:
     void OpenElement(const MetricsValue& name);
+    void CloseScope();
     void CloseElement();
     void WriteValue(const MetricsValue& name, const MetricsValue& value);
     void AddAttribute(const MetricsEvent& event);

@@ -1,5 +1,7 @@
 #include "metrics/values/ElementText.h"
 
+#include <bit>
+#include <cstdint>
 #include <string>
 
 #include "metrics/values/EightBytes.h"
@@ -54,16 +56,22 @@ std::string_view Repair(std::string_view text, TextBuffer& room, Controls contro
     return room.View();
 }
 
-bool IsCode(const MetricsValue& value) {
-    return value.Kind() == MetricsValueType::FourCC || value.Kind() == MetricsValueType::EightCC;
-}
-
-// Of a code: whether letters are all that it has.
-bool HasLetters(const MetricsValue& name) {
-    const std::uint64_t code = name.AsUInt64();
-    const std::uint64_t letters = EightBytes::Between(code | 0x20 * EightBytes::kOnes, 'a', 'z');
-    const std::uint64_t fits = (letters | EightBytes::Are(code, 0)) & ~code;
-    return (fits & EightBytes::kHighs) == EightBytes::kHighs && code != 0;
+// A code as the name that it is, when letters are all that it has. Nearly all names that are codes are such.
+bool AppendLetters(TextBuffer& out, std::uint64_t code) {
+    if (code == 0) return false;
+    // Each half is right-aligned.
+    const std::uint64_t low = code & 0xFFFFFFFF;
+    const int missingHigh = std::countl_zero(static_cast<std::uint32_t>(code >> 32)) / 8;
+    const int missingLow = std::countl_zero(static_cast<std::uint32_t>(low)) / 8;
+    const int missing = missingHigh + missingLow;
+    const std::uint64_t text = ((code ^ low) | low << 8 * missingLow) << 8 * missingHigh;
+    const std::uint64_t filled = text | ('a' * EightBytes::kOnes & ~(~std::uint64_t{0} << 8 * missing));
+    const std::uint64_t letters = EightBytes::Between(filled | 0x20 * EightBytes::kOnes, 'a', 'z') & ~filled;
+    if (letters != EightBytes::kHighs) return false;
+    char* const at = out.Room(8);
+    for (int i = 0; i < 8; ++i) at[i] = static_cast<char>(text >> (56 - 8 * i));
+    out.Commit(at + (8 - missing));
+    return true;
 }
 
 void AppendName(TextBuffer& out, std::string_view text) {
@@ -102,11 +110,14 @@ void AppendXmlName(TextBuffer& out, const MetricsValue& name, DateTimeText& time
         case MetricsValueType::StringRef: return AppendName(out, name.Text());
         case MetricsValueType::WideString:
         case MetricsValueType::WideStringRef: return AppendWideName(out, name, times);
+        case MetricsValueType::FourCC:
+        case MetricsValueType::EightCC:
+            if (AppendLetters(out, name.AsUInt64())) return;
+            break;
         default: break;
     }
     const std::size_t start = out.Size();
     AppendText(out, name, 0, times);
-    if (IsCode(name) && HasLetters(name)) return;
     if (!IsPlainXmlName(out.View().substr(start))) ReplaceByName(out, start);
 }
 
