@@ -18,10 +18,14 @@ namespace Metrics::detail {
 // `Emit` is called with each event that is to be written.
 class PartStack {
   public:
-    // Takes note of what is written as it is. Only while the stream is not cut.
+    // Takes note of what is written as it is. Only while the stream is not cut. Most scopes close a few
+    // events after they opened, with nothing but values in between: of those only the attributes are seen.
     void Follow(std::span<const MetricsEvent> events) {
-        for (const MetricsEvent& event : events)
-            if (event.Type() == MetricsEventType::NameValue || OpensOrCloses(event)) Follow(event);
+        while (!events.empty()) {
+            const std::size_t leaf = LeafAtFront(events);
+            leaf != 0 ? DropWaiting() : Follow(events.front());
+            events = events.subspan(leaf != 0 ? leaf : 1);
+        }
     }
     // Writes an event, whether the stream is cut or not.
     template <class Emit>
@@ -57,6 +61,18 @@ class PartStack {
   private:
     static constexpr std::size_t kMostAttributes = 4096;  // of one element
 
+    // How many events a scope without inner elements takes that opens and closes at the front; 0 if none
+    // does.
+    static std::size_t LeafAtFront(std::span<const MetricsEvent> events) {
+        const MetricsEvent& opening = events.front();
+        if (opening.Type() != MetricsEventType::ScopeOpen) return 0;
+        std::size_t at = 1;
+        while (at < events.size() && events[at].Type() == MetricsEventType::ScopeValue) ++at;
+        const bool closes = at < events.size() && events[at].Type() == MetricsEventType::ScopeClose &&
+                            events[at].SequenceNumber() == opening.SequenceNumber() &&
+                            ContextOf(events[at]) == ContextOf(opening);
+        return closes ? at + 1 : 0;
+    }
     void Follow(const MetricsEvent& event) {
         switch (event.Type()) {
             case MetricsEventType::NameValue:
