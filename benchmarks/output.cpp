@@ -24,11 +24,12 @@ using Batch = std::vector<MetricsEvent>;
 
 constexpr std::size_t kBatch = 65536;
 
-MetricsEvent Make(MetricsEventType type, std::uint64_t context, MetricsValue first, MetricsValue second) {
+MetricsEvent Make(MetricsEventType type, std::uint64_t context, MetricsValue first, MetricsValue second,
+                  std::size_t sequence = 0) {
     static std::uint64_t count = 0;
     ++count;
     const MetricsDateTime time(2456390ULL * 864000000ULL + count / 100);  // a million events a second
-    return MetricsEvent(Opaque64(MetricsEvent::PackHeader(type, 7, static_cast<std::uint32_t>(count))),
+    return MetricsEvent(Opaque64(MetricsEvent::PackHeader(type, 7, static_cast<std::uint32_t>(sequence))),
                         context, time, std::move(first), std::move(second));
 }
 
@@ -45,7 +46,7 @@ struct Lives {
         for (std::size_t round = 0; work.size() < kBatch - 6 * contexts; ++round) {
             const auto each = [&](Type type, const MetricsValue& first, const MetricsValue& second) {
                 for (std::uint64_t id = 1; id <= contexts; ++id)
-                    work.push_back(Make(type, id, first, second));
+                    work.push_back(Make(type, id, first, second, round));  // a closing repeats its opening's
             };
             each(Type::NameValue, MetricsValue::Ref("file"), MetricsValue::Ref("/usr/include/stdio.h"));
             each(Type::ScopeOpen, MetricsValue::Ref("parse"), 0);

@@ -23,18 +23,4 @@ inline bool CreatesChild(const MetricsEvent& event) {
     return event.Type() == MetricsEventType::ContextCreate && event.param1.AsUInt64() != 0;
 }
 
-// True for a type that is among the given ones, which are few and known when this is compiled.
-template <class... Types>
-constexpr bool IsOneOf(MetricsEventType type, Types... types) {
-    constexpr auto bit = [](MetricsEventType one) { return std::uint64_t{1} << static_cast<unsigned>(one); };
-    return (bit(type) & (bit(types) | ...)) != 0;
-}
-
-// Whether scopes are open after the event that were not before it, or the other way round.
-inline bool OpensOrCloses(const MetricsEvent& event) {
-    using Type = MetricsEventType;
-    return IsOneOf(event.Type(), Type::ContextClose, Type::DemuxSynthesized, Type::ScopeOpen,
-                   Type::ScopeClose);
-}
-
 }  // namespace Metrics::detail
