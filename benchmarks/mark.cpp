@@ -237,7 +237,7 @@ void ScopeBeforeStart(benchmark::State& state) {
 }
 BENCHMARK(ScopeBeforeStart);
 
-// A scope with what it can measure: location, memory, elapsed time, and all of them.
+// A scope with what it can measure: location, memory, elapsed time with processor time and without, and all.
 void ScopeMeasuring(benchmark::State& state) {
     Session session;
     Context context = Context::Root("measured");
@@ -248,6 +248,6 @@ void ScopeMeasuring(benchmark::State& state) {
         if (++marks % kRound == 0) core->WaitDelivered();
     }
 }
-BENCHMARK(ScopeMeasuring)->Arg(0)->Arg(0x400000)->Arg(0x200000)->Arg(0x100000)->Arg(0x700000);
+BENCHMARK(ScopeMeasuring)->Arg(0)->Arg(0x400000)->Arg(0x200000)->Arg(0x100000)->Arg(0x800000)->Arg(0x700000);
 
 }  // namespace
