@@ -15,12 +15,17 @@ namespace {
 // Three contexts on this thread, the third one current, the second disabled.
 class ContextGuardTest : public RunningTest {
   protected:
-    ContextGuardTest() {
-        for (auto& context : contexts_) context.emplace(0, Context::Create(true));
+    ContextGuardTest() { Attach(); }
+
+    void Attach() {
+        for (std::size_t i = 0; i < 3; ++i) {
+            contexts_[i].reset();
+            contexts_[i].emplace(0, i + 1);
+        }
         contexts_[1]->Enable(false);
+        contexts_[2]->Enable(true);
         threadId_ = contexts_[0]->GetThreadId();
     }
-
     Context& At(std::size_t i) { return *contexts_.at(i); }
 
     // Takes the thread's stack apart: the context's numbers from the top down, a minus before those disabled.
@@ -40,83 +45,58 @@ class ContextGuardTest : public RunningTest {
 };
 
 TEST_F(ContextGuardTest, LeavesThreadAndContextAsItFoundThem) {
-    const struct {
-        const char* name;
-        std::function<void()> block;
-        const char* stack;
-    } blocks[] = {
-        {"lowest", [this] { const ContextGuard guard(At(0)); }, " 3 -2 1"},
-        {"covered",
+    const std::pair<const char*, std::function<void()>> blocks[] = {
+        {" 3 -2 1",
          [this] {
              const ContextGuard guard(At(1));
              EXPECT_TRUE(At(1).IsEnabled()) << "as the one that it covers";
              EXPECT_EQ(Context::Current(), &At(1));
-         },
-         " 3 -2 1"},
-        {"current", [this] { const ContextGuard guard(At(2)); }, " 3 -2 1"},
-        {"nested",
+         }},
+        {" 3 -2 1",
          [this] {
              const ContextGuard first(At(0));
              const ContextGuard second(At(1));
              const ContextGuard third(At(0));
              const ContextGuard fourth(At(0));
              EXPECT_EQ(Context::Current(), &At(0));
-         },
-         " 3 -2 1"},
-        {"detached within",
-         [this] {
-             const ContextGuard guard(At(1));
-             At(1).DetachFromThread();
-         },
-         " 3 -2 1"},
-        {"current, detached within",
+         }},
+        {" 3 -2 1",
          [this] {
              const ContextGuard guard(At(2));
              At(2).DetachFromThread();
-         },
-         " 3 -2 1"},
-        {"attached within",
+         }},
+        {" 3 -2 1",
          [this] {
              const ContextGuard guard(At(0));
              At(0).AttachToThread();
              const ContextGuard other(At(2));
-         },
-         " 3 -2 1"},
-        {"what is above it goes",
+         }},
+        {" 3 1",  // what is above it goes
          [this] {
              const ContextGuard guard(At(0));
              At(1).Close();
-         },
-         " 3 1"},
-        {"closed within",
+         }},
+        {" 3 1",
          [this] {
              const ContextGuard guard(At(1));
              At(1).Close();
-         },
-         " 3 1"},
-        {"destroyed within",
+         }},
+        {" 3 -2",
          [this] {
              const ContextGuard guard(At(0));
              const ContextGuard again(At(0));
              contexts_[0].reset();
-         },
-         " 3 -2"},
-        {"another stays",
+         }},
+        {" 1 3 -2",
          [this] {
              const ContextGuard guard(At(2));
              At(0).AttachToThread();
-         },
-         " 1 3 -2"},
+         }},
     };
-    for (const auto& block : blocks) {
-        for (std::size_t i = 0; i < 3; ++i) {
-            contexts_[i].reset();
-            contexts_[i].emplace(0, i + 1);
-        }
-        contexts_[1]->Enable(false);
-        contexts_[2]->Enable(true);
-        block.block();
-        EXPECT_EQ(TakeStack(), block.stack) << block.name;
+    for (const auto& [stack, block] : blocks) {
+        Attach();
+        block();
+        EXPECT_EQ(TakeStack(), stack);
     }
 }
 

@@ -38,22 +38,11 @@ TEST(OnlyThroughAModule, TheLibraryOutlivesIt) {
             module.Call("ModuleMark", 10);
             // A thread that marked for the first time inside the module ends after it is gone.
             std::thread([&] { module.Call("ModuleMark", 1); }).join();
-            module.Call("ModuleEnd");
+            if (round % 2 == 0) module.Call("ModuleEnd");  // else its output closes when it is unloaded
         }
         EXPECT_FALSE(::Module::IsPresent(LIFETIME_MODULE));
-        ASSERT_EQ(CountIn(file, ",6,\"module's scope\""), 11U) << "round " << round;
+        ASSERT_EQ(CountIn(file, ",7,\"module's scope\""), 11U) << "round " << round;
     }
-}
-
-TEST(OnlyThroughAModule, ItsOutputClosesWhenTheModuleIsUnloaded) {
-    const char* const file = "module-unloaded.csv";
-    {
-        const LoadedModule module;
-        module.Call("ModuleBegin", file);
-        module.Call("ModuleMark", 10);
-    }
-    EXPECT_FALSE(::Module::IsPresent(LIFETIME_MODULE));
-    EXPECT_EQ(CountIn(file, ",7,\"module's scope\""), 10U);
 }
 
 TEST(OnlyThroughAModule, TheProcessEndsWithTheModuleLoadedAndMarking) {

@@ -51,19 +51,4 @@ TEST(EventTest, ASetReleasesOneWaiterOrAllOfThemEvenIfClearedAtOnce) {
     }
 }
 
-// Two threads wake each other in turns: a lost wake-up ends in the time-out.
-TEST(EventTest, NoSetIsLost) {
-    MetricsSignal ping;
-    MetricsSignal pong;
-    const auto play = [](MetricsSignal& own, MetricsSignal& others) {
-        for (int turn = 0; turn < 2'000; ++turn) {
-            ASSERT_TRUE(own.wait(20'000));
-            others.set();
-        }
-    };
-    ping.set();
-    const std::jthread other([&] { play(ping, pong); });
-    play(pong, ping);
-}
-
 }  // namespace Metrics

@@ -29,20 +29,30 @@ bool IsBlocked(int signal) {
     return sigismember(&mask, signal) == 1;
 }
 
+int OpenDescriptors() {
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+// What a child of a fork finds.
+template <class Check>
+void ExpectInChild(Check check) {
+    const pid_t child = fork();
+    if (child == 0) _exit(check() ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 }  // namespace
 
-TEST(ForkDeathTest, TheChildHasItsOwnIdsAndNoOtherThread) {
+TEST(ForkTest, TheChildHasItsOwnIdsAndNoOtherThread) {
     const std::uint32_t threadId = CurrentThreadId();
     EXPECT_EQ(CurrentProcessId(), static_cast<std::uint32_t>(getpid()));
     const ThreadHandle parent = ThreadHandle::Current();
-    const auto child = [&] {
-        EXPECT_NE(CurrentThreadId(), threadId);
-        EXPECT_EQ(CurrentProcessId(), static_cast<std::uint32_t>(getpid()));
-        EXPECT_FALSE(parent.IsAlive());
-        EXPECT_TRUE(ThreadHandle::Current().IsAlive());
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    };
-    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
+    ExpectInChild([&] {
+        return CurrentThreadId() != threadId && CurrentProcessId() == static_cast<std::uint32_t>(getpid()) &&
+               !parent.IsAlive() && ThreadHandle::Current().IsAlive();
+    });
 }
 
 TEST(InvalidObjectDeathTest, EndsWithItsMessage) {
@@ -139,28 +149,19 @@ TEST(AddressSpaceTest, TheRightsOfAMappingDecide) {
     expectMore(0, 0);
 }
 
-int OpenDescriptors() {
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
 // The child writes nothing of its parent's memory, and the parent learns the difference by the exit code.
 TEST(AddressSpaceTest, AChildOfAForkTellsOfItself) {
     QueryAddressSpace();
     constexpr std::size_t kSize = std::size_t{64} << 20;
-    const pid_t child = fork();
-    if (child == 0) {
+    ExpectInChild([] {
         const auto before = QueryAddressSpace().committed;
         mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        _exit(QueryAddressSpace().committed - before == kSize ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        return QueryAddressSpace().committed - before == kSize;
+    });
 }
 
 TEST(AddressSpaceTest, ItsDescriptorIsOneAndIsNotMissedWhenTheHostClosesAndReusesAll) {
-    const pid_t child = fork();
-    if (child == 0) {
+    ExpectInChild([] {
         for (int i = 0; i < 1000; ++i) close(i);
         const auto before = QueryAddressSpace();
         const bool leavesStandardStreams =
@@ -175,11 +176,8 @@ TEST(AddressSpaceTest, ItsDescriptorIsOneAndIsNotMissedWhenTheHostClosesAndReuse
         }
         const bool isToldOf = QueryAddressSpace().committed >= before.committed;
         const bool isLeftAlone = write(pipes[1], "x", 1) == 1 && fcntl(3, F_GETFD) >= 0;
-        _exit(isToldOf && leavesStandardStreams && isClosedOnExec && isOne && isLeftAlone ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        return isToldOf && leavesStandardStreams && isClosedOnExec && isOne && isLeftAlone;
+    });
 }
 
 // Not even what reads like the kernel's line, of another process.
@@ -202,17 +200,13 @@ TEST(AddressSpaceTest, AFileThatTookThePlaceOfItsDescriptorIsNotRead) {
 }
 
 TEST(AddressSpaceTest, IsToldWhenTheFirstThreadHasEnded) {
-    const pid_t child = fork();
-    if (child == 0) {
+    ExpectInChild([] {
         std::thread([] {
             for (int mapped = 1; mapped != 0;) std::ifstream("/proc/self/statm") >> mapped;
             _exit(QueryAddressSpace().committed > 0 ? 0 : 1);
         }).detach();
-        syscall(SYS_exit, 0);  // of this thread alone
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        return syscall(SYS_exit, 0) == 0;  // of this thread alone
+    });
 }
 
 TEST(AddressSpaceTest, NoQueryIsAPointOfCancellation) {
