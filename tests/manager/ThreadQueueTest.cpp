@@ -5,63 +5,135 @@
 #include <array>
 #include <atomic>
 #include <memory>
+#include <mutex>
+#include <random>
 #include <thread>
 #include <vector>
 
+#include "metrics/manager/queue/BusyFlag.h"
 #include "metrics/manager/queue/Cycle.h"
 #include "metrics/manager/queue/QueueTraits.h"
 #include "metrics/manager/queue/SequenceRange.h"
+#include "metrics/manager/queue/Stamping.h"
 
 namespace Metrics::detail {
 namespace {
 
-struct Element {
-    std::uint64_t thread;
-    std::uint64_t number;
+// Before one step in eight the thread lets others go first.
+template <class Value>
+class HesitatingAtomic : public std::atomic<Value> {
+  public:
+    using Base = std::atomic<Value>;
+    HesitatingAtomic(Value value = {}) : Base(value) {}  // NOLINT: like std::atomic
+
+    Value load(std::memory_order order) const { return Hesitate(), Base::load(order); }
+    void store(Value value, std::memory_order order) { Hesitate(), Base::store(value, order); }
+    Value exchange(Value value, std::memory_order order) { return Hesitate(), Base::exchange(value, order); }
+    Value fetch_add(Value value, std::memory_order order) {
+        return Hesitate(), Base::fetch_add(value, order);
+    }
+
+  private:
+    static void Hesitate() {
+        thread_local std::minstd_rand random;
+        if (random() % 8 == 0) std::this_thread::yield();
+    }
 };
 
-// The order of contexts and what memory orders allow are the model's matter; this is for the processor, and
-// for who watches its plain accesses.
-TEST(ThreadQueue, KeepsItsPromisesOnRealThreads) {
-    constexpr std::uint64_t kThreads = 3;
-    constexpr std::uint64_t kLives = 40;
-    constexpr std::uint64_t kEach = 2000;
-    QueueSet<Element, QueueTraits> queues;
-    std::atomic<std::uint64_t> running{kThreads};
-    std::vector<std::jthread> threads;
-    for (std::uint64_t i = 0; i < kThreads; ++i) {
-        threads.emplace_back([&, i] {
-            for (std::uint64_t name = i * kLives; name < (i + 1) * kLives; ++name) {
-                auto* queue = queues.Add(name);
-                for (std::uint64_t number = 0; number < kEach; ++number) {
-                    if (number % 7 == 0) queue->DrawStamp();
-                    const auto build = [&](void* place) noexcept { new (place) Element{name, number}; };
-                    EXPECT_TRUE(queue->TryBuild(build));
-                }
-                queue->Leave();
-            }
-            --running;
-        });
+struct HesitatingTraits : QueueTraits {
+    template <class Value>
+    using Atomic = HesitatingAtomic<Value>;
+    static constexpr std::size_t kFirstSlots = 2;
+    static constexpr std::size_t kSecondSlots = 3;
+    static constexpr std::size_t kSlots = 4;
+    static constexpr std::size_t kMostIdle = 8;
+    static constexpr std::uint64_t kLargestStep = 5;
+    static void* Allocate(std::size_t bytes) noexcept {
+        thread_local std::minstd_rand random;
+        return random() % 64 == 0 ? nullptr : operator new (bytes, std::align_val_t{64}, std::nothrow);
     }
-    std::vector<std::uint64_t> next(kThreads * kLives);
-    Cycle<Element, QueueTraits> cycle(queues);
+    static void Free(void* memory, std::size_t) noexcept { operator delete (memory, std::align_val_t{64}); }
+};
+
+struct Element {
+    std::uint64_t thread;
+    std::uint64_t number;  // in its thread
+    std::size_t context;
+    std::uint64_t place;  // in its context
+};
+
+// A context that threads use in turns.
+struct Shared {
+    std::mutex turn;
+    std::atomic<std::uint64_t> last{0};
+    std::uint64_t events = 0;
+};
+
+TEST(ThreadQueue, KeepsItsPromisesOnRealThreads) {
+    constexpr std::size_t kContexts = 3;
+    QueueSet<Element, HesitatingTraits> queues;
+    std::array<Shared, kContexts> contexts;
+    std::atomic<std::uint64_t> names{0};
+    std::atomic<int> running{3};
+    std::atomic<std::uint64_t> posted{0};
+    const auto live = [&](unsigned seed) {
+        std::minstd_rand random(seed);
+        for (int life = 0; life < 40; ++life) {
+            const std::uint64_t name = ++names;
+            auto* queue = queues.Add(name);
+            if (queue == nullptr) continue;
+            std::uint64_t number = 0;
+            for (int visit = 0; visit < 12; ++visit) {
+                const std::size_t index = random() % kContexts;
+                Shared& context = contexts[index];
+                const std::lock_guard lock(context.turn);
+                for (auto n = random() % 4; n > 0; --n) {
+                    StampForContext(*queue, context.last);
+                    const Element element{name, number, index, context.events};
+                    if (!queue->TryBuild([&](void* place) noexcept { new (place) Element(element); }))
+                        continue;
+                    ++number;
+                    ++context.events;
+                }
+            }
+            posted += number;
+            queue->Leave();
+        }
+        --running;
+    };
+    std::vector<std::jthread> threads;
+    for (unsigned i = 1; i <= 3; ++i) threads.emplace_back(live, i);
+    std::jthread statistics([&] {
+        while (running > 0) {
+            const auto counts = queues.Counts();
+            EXPECT_LE(counts.taken, counts.published);
+        }
+    });
+
+    std::vector<std::uint64_t> next(3 * 40 + 1);
+    std::array<std::uint64_t, kContexts> nextOf{};
+    std::uint64_t taken = 0;
+    Cycle<Element, HesitatingTraits> cycle(queues);
     std::vector<Element> batch;
-    batch.reserve(300);
+    batch.reserve(3);
     for (std::uint64_t second = 0, after = 0; after < 2; ++second) {
         if (running == 0) ++after;
         ASSERT_TRUE(cycle.Begin());
         while (cycle.MoreFollows()) {
             batch.clear();
-            cycle.TakeBatch(batch, 300);
-            for (const Element& element : batch) EXPECT_EQ(element.number, next[element.thread]++);
+            cycle.TakeBatch(batch, 3);
+            for (const Element& element : batch) {
+                EXPECT_EQ(element.number, next[element.thread]++);
+                EXPECT_EQ(element.place, nextOf[element.context]++);
+            }
+            taken += batch.size();
         }
         queues.Commons().pool.Refill();
         if (second % 16 == 0) queues.Rest(second / 16);
-        const auto counts = queues.Counts();
-        EXPECT_LE(counts.taken, counts.published);
     }
-    EXPECT_EQ(next, std::vector<std::uint64_t>(kThreads * kLives, kEach));
+    EXPECT_EQ(taken, posted);
     EXPECT_EQ(queues.Size(), 0U);
+    EXPECT_EQ(queues.Counts().published, taken);
 }
 
 // --- Memory, with the constants of the library ---
@@ -119,16 +191,26 @@ class ThreadQueueMemory : public testing::Test {
 };
 
 TEST_F(ThreadQueueMemory, NoMarkMeetsTheAllocatorInSteadyUse) {
-    // A thread of a modest pace stays in its first block; a brisk one keeps what it has once needed.
-    for (const std::size_t pace : {16U, 20'000U}) {
-        std::size_t allocations = 0;
-        for (int round = 0; round < 55; ++round) {
-            const std::size_t made = Mark(pace - static_cast<std::size_t>(round) * pace / 1000);
-            if (pace < 20 || round >= 5) allocations += made;
-            Cycle();
-            if (round % 10 == 4) Second();
-        }
-        EXPECT_EQ(allocations, 0U) << pace;
+    for (int round = 0; round < 5; ++round) {
+        Mark(20'000);
+        Cycle();
+        Second();
+    }
+    std::size_t allocations = 0;
+    for (int round = 0; round < 50; ++round) {
+        allocations += Mark(19'000 + static_cast<std::size_t>(round) * 10);
+        Cycle();
+        if (round % 10 == 0) Second();
+    }
+    EXPECT_EQ(allocations, 0U);
+}
+
+TEST_F(ThreadQueueMemory, AThreadOfAModestPaceStaysInItsFirstBlock) {
+    Mark(16);
+    Cycle();
+    for (int round = 0; round < 1000; ++round) {
+        EXPECT_EQ(Mark(16), 0U);
+        Cycle();
     }
     EXPECT_LE(sizeof(Queues::Queue), 1408U);
 }
@@ -164,6 +246,8 @@ TEST_F(ThreadQueueMemory, OfThreadsThatWereThereNothingStays) {
     EXPECT_LE(queues_->Commons().pool.Idle(), QueueTraits::kMostIdle);
 }
 
+// --- What else a mark needs ---
+
 TEST(SequenceRange, NumbersAscendAndAreUniqueOverTheWrap) {
     std::atomic<std::uint32_t> counter{0U - 2 * SequenceRange::kLength};
     std::array<SequenceRange, 2> threads;
@@ -178,6 +262,20 @@ TEST(SequenceRange, NumbersAscendAndAreUniqueOverTheWrap) {
     }
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());
+}
+
+TEST(BusyFlag, AMarkWithinAMarkFindsItBusy) {
+    BusyFlag flag;
+    {
+        const BusyGuard outer(flag);
+        EXPECT_TRUE(outer);
+        {
+            const BusyGuard inner(flag);
+            EXPECT_FALSE(inner);
+        }
+        EXPECT_TRUE(flag.IsBusy());
+    }
+    EXPECT_FALSE(flag.IsBusy());
 }
 
 }  // namespace

@@ -6,6 +6,11 @@
 // queued: 0 lets them run away from an output that doesn't keep up. `slow` makes it slower, by that many
 // microseconds for each thousand events. Resident memory and the length of the queue are printed as it goes;
 // above `limit` MiB, or when not every event arrived, the exit code is 1.
+//
+//     metrics_memory --requests 1000000 [--threads 1] [--csv 0] [--limit 0]
+//
+// Threads make short root contexts beside one that never ends, for an output in Completed. All of them must
+// be written before the output closes, and the one that stays open when it does.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -82,9 +87,65 @@ int Measure(const Arguments& arguments) {
     return nowhere.Count() > events && (limit == 0 || highest <= limit) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+void MakeRequests(std::uint64_t count) {
+    for (std::uint64_t i = 0; i < count; ++i) {
+        Context request = Context::Root("request");
+        request.AddAttribute("path", "/a/b");
+        {
+            Scope scope(MetricsValue::Ref("work"));
+            scope.Emit("bytes", i);
+        }
+        request.Close();
+        while (i % 256 == 0 && Manager().GetStatistics().queued > 200'000) std::this_thread::yield();
+    }
+}
+
+int MeasureRequests(const Arguments& arguments) {
+    const std::uint64_t requests = arguments.Get("--requests", 0);
+    const std::uint64_t threads = std::clamp<std::uint64_t>(arguments.Get("--threads", 1), 1, 64);
+    const bool csv = arguments.Get("--csv", 0) != 0;
+    const auto limit = static_cast<std::int64_t>(kSanitized ? 0 : arguments.Get("--limit", 0));
+    CountingBuffer works(csv ? "work\n" : "</work>");
+    const Session session;
+    MetricsOutput output(MetricsOutput::Mode::Completed,
+                         csv ? MetricsOutput::Format::CsvComma : MetricsOutput::Format::Xml);
+    output.SetRowDefinition("work.bytes:i;nodename(work)");
+    output.WriteToStream(*new std::ostream(&works), 0);
+    std::int64_t highest = 0;
+    Context hangs = Context::Root("hangs");
+    Scope scope(MetricsValue::Ref("work"));
+    scope.Emit("bytes", 1);
+    std::atomic<std::uint64_t> busy{threads};
+    std::vector<std::jthread> makers;
+    for (std::uint64_t i = 0; i < threads; ++i) {
+        makers.emplace_back([&] {
+            MakeRequests(requests / threads);
+            --busy;
+        });
+    }
+    while (busy > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        highest = std::max(highest, ResidentKiB() / 1024);
+        scope.Emit("still", "here");
+    }
+    makers.clear();
+    output.Flush();
+    const std::uint64_t ended = works.Count();
+    scope.Close();
+    output.Close();
+    std::cout << ended << " requests written beside one that was open, then " << works.Count() - ended
+              << "; at most " << highest << " MiB resident\n";
+    const std::uint64_t made = requests / threads * threads;
+    // In a table the row of what is open may have come with its value.
+    const bool all = works.Count() == made + 1 && ended >= made;
+    return all && (limit == 0 || highest <= limit) ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 }  // namespace
 }  // namespace Metrics::Testing
 
 int main(int argc, char** argv) {
-    return Metrics::Testing::Measure({argc, argv});
+    const Metrics::Testing::Arguments arguments(argc, argv);
+    return arguments.Get("--requests", 0) != 0 ? Metrics::Testing::MeasureRequests(arguments)
+                                               : Metrics::Testing::Measure(arguments);
 }

@@ -2,10 +2,10 @@
 //
 //     metrics_stress [--seconds 10] [--threads 6] [--seed N]
 //
-// Rounds of two kinds follow one another. In the exact ones the manager is started and stopped while
+// Rounds of three kinds follow one another. In the exact ones the manager is started and stopped while
 // threads post numbered marks, and each mark must arrive exactly once, in its thread's order, at a subscriber
-// and in an output. In the wild ones everything is called at once. A round that hangs ends the program. Exit
-// code 0 when everything was right.
+// and in an output. In the wild ones everything is called at once. In the last kind the manager is freed
+// under threads that mark. A round that hangs ends the program. Exit code 0 when everything was right.
 #include <chrono>
 #include <future>
 #include <iostream>
@@ -250,9 +250,20 @@ void WildRound(Run& run) {
     MetricsManager::FreeInstance();
 }
 
+void FreeingRound(Run& run) {
+    const auto marking = run.Start(MarkAtRandom);
+    for (int i = 0; i < 50; ++i) {
+        Manager().Start();
+        Manager().SetState(MetricsManager::Collecting, true);
+        run.Sleep(1000);
+        MetricsManager::FreeInstance();
+    }
+}
+
 void Round(Run& run) {
     ExactRound(run);
     WildRound(run);
+    FreeingRound(run);
     MetricsManager::FreeInstance();
     ++run.rounds;
 }

@@ -36,7 +36,7 @@ class Atomic {
     Atomic& operator=(const Atomic&) = delete;
 
     Value load(std::memory_order order) const {
-        Step();
+        Step(false);
         const std::uint32_t oldest = Scheduler::Current().IsWeak() ? View()[place_] : Newest();
         const auto behind = static_cast<std::uint32_t>(Scheduler::Current().Choose(Newest() - oldest + 1));
         const Message& read = history_[oldest + behind - 1];
@@ -45,7 +45,7 @@ class Atomic {
         return read.value;
     }
     void store(Value value, std::memory_order order) {
-        Step();
+        Step(true);
         Append(value, order, {});
     }
     Value exchange(Value value, std::memory_order order) {
@@ -59,7 +59,7 @@ class Atomic {
     }
     bool compare_exchange_weak(Value& expected, Value value, std::memory_order success,
                                std::memory_order failure) {
-        Step();
+        Step(true);
         if (history_.back().value != expected) {
             expected = history_.back().value;
             View().Set(place_, Newest());
@@ -74,7 +74,7 @@ class Atomic {
     template <class Predicate>
     void Await(Predicate predicate) {
         const std::function<bool()> holds = [&] { return predicate(history_.back().value); };
-        Scheduler::Current().Step(&holds);
+        Scheduler::Current().Step({place_, false, &holds});
         View().Set(place_, Newest());
         View().Join(history_.back().view);
     }
@@ -89,14 +89,14 @@ class Atomic {
     static Clock& View() { return Scheduler::Current().View(); }
     std::uint32_t Newest() const { return static_cast<std::uint32_t>(history_.size()); }
 
-    void Step() const {
-        Scheduler::Current().Step();
+    void Step(bool writes) const {
+        Scheduler::Current().Step({place_, writes});
         if (alive_ != kAlive) Scheduler::Current().Fail("used after its end");
         if (View()[place_] == 0) Scheduler::Current().Fail("used by who can't know of it");
     }
     template <class Function>
     Value Modify(Function function, std::memory_order order) {
-        Step();
+        Step(true);
         const Value old = history_.back().value;
         Replace(function(old), order);
         return old;
@@ -120,19 +120,22 @@ class Atomic {
 
 class Mutex {
   public:
+    Mutex() : place_(Scheduler::Current().NewPlace()) {}
+
     void lock() {
         const std::function<bool()> isFree = [this] { return !held_; };
-        Scheduler::Current().Step(&isFree);
+        Scheduler::Current().Step({place_, true, &isFree});
         held_ = true;
         Scheduler::Current().View().Join(released_);
     }
     void unlock() {
-        Scheduler::Current().Step();
+        Scheduler::Current().Step({place_, true});
         held_ = false;
         released_ = Scheduler::Current().View();
     }
 
   private:
+    const std::size_t place_;
     bool held_ = false;
     Clock released_;
 };
