@@ -196,7 +196,7 @@ TEST_F(OutputDescriptors, TheSchemaOfManyTablesIsWrittenOnceACycle) {
             output.Put(roots);
             EXPECT_EQ(output.Errors(), Briefs());
         }
-        EXPECT_EQ(Count(Take(watch, 65536), "schema.ini"), times);
+        EXPECT_EQ(Count(Take(watch, 65536), std::string("\0schema.ini\0", 12)), times);
         const std::string text = ReadFile(Path("schema.ini"));
         EXPECT_TRUE(Has(text, "[100.csv]\n") && Has(text, "\"" + std::string(definition) + "\" ")) << text;
     }
