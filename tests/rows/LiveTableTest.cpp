@@ -31,6 +31,27 @@ std::string Live(const std::string& definition, const std::vector<MetricsEvent>&
     return out.str();
 }
 
+TEST(LiveTable, HeaderAndRowsComeAtOnceThoseOfASummaryWithTheEnd) {
+    const struct {
+        std::string definition, begun, flushed, ended;
+    } tables[] = {{"[b|c]:x:r", "\"b|c\"\n", "\"b|c\"\n2.0\n", "\"b|c\"\n2.0\n"},
+                  {"[n]:count(x)", "", "", "n\n1\n"}};
+    for (const auto& [definition, begun, flushed, ended] : tables) {
+        std::ostringstream out;
+        TextWriter table(out, '|', {definition});
+        table.Begin();
+        EXPECT_EQ(out.str(), begun);
+        table.Write(Value(1, "x", 2));
+        table.Flush();
+        EXPECT_EQ(out.str(), flushed);
+        for (int ends = 0; ends < 2; ++ends) {
+            table.End();
+            EXPECT_EQ(out.str(), ended);
+            table.Write(Value(1, "x", 2));
+        }
+    }
+}
+
 // The events twice, by one feed after another's end: as two roots come.
 std::string LiveTwice(const std::string& definition, const std::vector<MetricsEvent>& events,
                       char separator) {
