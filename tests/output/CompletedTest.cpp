@@ -3,6 +3,7 @@
 #include <set>
 #include <utility>
 
+#include "metrics/reader/XmlScanner.h"
 #include "tests/output/RandomMarks.h"
 #include "tests/support/Recorder.h"
 
@@ -10,12 +11,6 @@ namespace Metrics {
 namespace {
 
 using namespace Testing;
-
-std::vector<MetricsEvent> Plain(const RandomMarks& marks) {
-    std::vector<MetricsEvent> events;
-    for (const auto& one : marks.Events()) events.push_back(one.event);
-    return events;
-}
 
 // --- Parts ------------------------------------------------------------------------------------------------
 
@@ -54,25 +49,16 @@ void Collect(const Mark& mark, const std::string& around, Elements& elements) {
     }
 }
 
-// Reads XML of one tag in a line and joins the parts. Fails when it is not well-formed.
-class Joiner {
+// Reads XML and joins the parts.
+class Joiner final : StreamingXml::XmlHandler {
   public:
     // `strict`: each element that has parts has a first one.
     explicit Joiner(const std::string& xml, bool strict = true) : strict_(strict) {
-        std::istringstream lines(xml);
-        for (std::string line; std::getline(lines, line);) {
-            line.erase(0, line.find('<'));
-            if (line.starts_with("</")) {
-                Close(line.substr(2, line.size() - 3));
-            } else if (Has(line, "</")) {
-                const std::size_t start = line.find('>') + 1;
-                if (line.starts_with("<v>"))
-                    elements[Around()].values.insert(line.substr(start, line.find("</") - start));
-            } else {
-                Open(line.substr(1, line.size() - 2));
-            }
-        }
-        EXPECT_TRUE(open_.empty());
+        wantsText_ = true;
+        StreamingXml::XmlScanner scanner(*this);
+        scanner.Feed(xml);
+        scanner.End();
+        EXPECT_EQ(open_, std::vector<std::string>{""});
     }
 
     Elements elements;
@@ -80,43 +66,40 @@ class Joiner {
     int aside = 0;  // attributes of the host's that were called `part`
 
   private:
-    std::string Around() const { return open_.empty() ? "" : open_.back().second; }
-
-    void Close(const std::string& name) {
-        ASSERT_FALSE(open_.empty());
-        ASSERT_EQ(open_.back().first, name);
-        open_.pop_back();
-    }
-    void Open(const std::string& tag) {
-        std::istringstream words(tag);
+    void OpenElement(std::string_view name, std::span<const StreamingXml::XmlAttribute> attributes,
+                     std::uint64_t) override {
+        text_.clear();
+        value_ = name.starts_with('s') ? "" : name;
+        if (!value_.empty()) return;
         Joined element;
-        words >> element.name;
-        for (std::string word; words >> word;) {
-            const std::size_t equals = word.find('=');
-            const bool isNew =
-                element.attributes
-                    .emplace(word.substr(0, equals), word.substr(equals + 2, word.size() - equals - 3))
-                    .second;
-            EXPECT_TRUE(isNew) << tag;
-        }
-        const std::string id = element.attributes["id"];
-        element.around = Around();
+        element.name = name;
+        element.around = open_.back();
+        for (const auto& one : attributes)
+            EXPECT_TRUE(element.attributes.emplace(one.name, one.value).second) << name << " " << one.name;
         TakePart(element);
+        const std::string id = element.attributes["id"];
+        open_.push_back(id);
         if (const auto known = elements.find(id); known != elements.end() && known->second.parts != 0) {
-            EXPECT_EQ(known->second.attributes, element.attributes) << tag;
-            EXPECT_EQ(known->second.around, element.around) << tag;
-            EXPECT_GE(element.parts, 2) << tag;
-            EXPECT_LE(element.parts, known->second.parts + 1) << tag;
-            EXPECT_TRUE(known->second.hasFirst || !strict_) << tag;
+            EXPECT_EQ(known->second.attributes, element.attributes) << id;
+            EXPECT_EQ(known->second.around, element.around) << id;
+            EXPECT_GE(element.parts, 2) << id;
+            EXPECT_LE(element.parts, known->second.parts + 1) << id;
+            EXPECT_TRUE(known->second.hasFirst || !strict_) << id;
             known->second.parts = std::max(element.parts, known->second.parts);
             ++cuts;
         } else {
-            EXPECT_LE(element.parts, 1) << tag;
+            EXPECT_LE(element.parts, 1) << id;
             element.hasFirst = element.parts == 1;
             element.parts = 1;
             elements[id] = element;
         }
-        open_.emplace_back(element.name, id);
+    }
+    void Text(std::string_view piece) override { text_ += piece; }
+    bool CloseElement() override {
+        if (value_.empty()) open_.pop_back();
+        if (value_ == "v") elements[open_.back()].values.insert(text_);
+        value_.clear();
+        return !open_.empty();
     }
     // The number of the part, and the host's own attribute of that name back in its place.
     void TakePart(Joined& element) {
@@ -133,7 +116,9 @@ class Joiner {
     }
 
     const bool strict_;
-    std::vector<std::pair<std::string, std::string>> open_;  // names and ids
+    std::string value_;  // its name, in a value
+    std::string text_;
+    std::vector<std::string> open_ = {""};  // ids
 };
 
 Elements WhatTheyMeant(const RandomMarks& marks) {
@@ -148,7 +133,7 @@ TEST(Completed, EachRootIsWrittenWholeInTheBatchInWhichItEnds) {
         SCOPED_TRACE(seed);
         const RandomMarks marks(seed, 60, 3000);
         Output output(Mode::Completed, Format::Xml);
-        const std::stringbuf& written = output.Collect();
+        const std::stringbuf& written = output.Listen();
         std::mt19937 random(seed);
         std::string expected;
         std::vector<MetricsEvent> batch;
@@ -176,9 +161,9 @@ TEST(Parts, JoinedTheyAreWhatTheMarksMeant) {
         SCOPED_TRACE(testing::Message() << "seed " << seed << " mode " << static_cast<int>(mode));
         const RandomMarks marks(seed, 40, 4000);
         Output output(mode, Format::Xml);
-        const std::stringbuf& stream = output.Collect();
+        const std::stringbuf& stream = output.Listen();
         output.SetHeldLimit(seed % 5 * 10000);
-        output.PutInPieces(Plain(marks), seed);
+        output.PutInPieces(marks.Arrival(), seed);
         output.CloseDown();
         const Joiner joined(stream.str(), mode == Mode::Completed);
         cuts += joined.cuts;
@@ -199,56 +184,39 @@ TEST(Parts, OfABufferAreTheEventsAsTheyCame) {
         Output output(seed % 2 == 0 ? Mode::Single : Mode::Completed, Format::Buffer);
         output.OpenStream(nullptr, 0);
         output.SetHeldLimit(seed % 5 * 10000);
-        output.PutInPieces(Plain(marks), seed);
+        output.PutInPieces(marks.Arrival(), seed);
         output.CloseDown();
-        std::map<std::string, Briefs> written;
-        for (const std::string& brief : Decode(output.FindBuffer(0)))
-            written[brief.substr(0, brief.find(':'))].push_back(brief);
-        std::map<std::string, Briefs> expected;
-        std::set<std::string> closed;
-        for (const auto& [event, root] : marks.Events()) {
-            const std::string brief = Brief(event);
-            const std::string context = brief.substr(0, brief.find(':'));
-            if (closed.count(context) != 0) continue;
-            if (event.Type() == MetricsEventType::ContextClose) closed.insert(context);
-            expected[context].push_back(brief);
-        }
+        std::map<std::uint64_t, Briefs> written, expected;
+        for (const MetricsEvent& event : ReadEvents(*output.FindBuffer(0)))
+            written[event.contextId.AsUInt64()].push_back(Brief(event));
+        for (const auto& [context, steps] : marks.Steps())
+            for (const MetricsEvent& event : steps) expected[context].push_back(Brief(event));
         EXPECT_TRUE(written == expected);
     }
 }
 
-// Rows of a root alone, as its XML gives them, in any order.
-std::multiset<std::string> RowsOf(const RandomMarks& marks, const std::string& definition) {
+// The rows of a table, in any order.
+std::multiset<std::string> RowsIn(const std::string& table) {
+    std::istringstream lines(table);
     std::multiset<std::string> rows;
-    for (const std::uint64_t root : marks.Roots()) {
-        Output alone(Mode::Borrowed, Format::CsvComma);
-        alone.SetRowDefinition(definition);
-        const std::ostringstream& stream = alone.Listen(root);
-        alone.Put(Plain(marks));
-        alone.CloseDown();
-        std::istringstream lines(stream.str());
-        std::string line;
-        for (std::getline(lines, line); std::getline(lines, line);) rows.insert(line);
-    }
+    std::string line;
+    for (std::getline(lines, line); std::getline(lines, line);) rows.insert(line);
     return rows;
 }
 
+// As the XML of each root gives them.
 TEST(Completed, RowsComeFromEachRootAlone) {
     const std::string definition = "attr(*,\"id\");v;depth(v):i;nodenum(v):i;path(v)";
     for (std::uint32_t seed = 1; seed <= 10; ++seed) {
         SCOPED_TRACE(seed);
         const RandomMarks marks(seed, 60, 1500);
-        Output output(Mode::Completed, Format::CsvComma);
-        output.SetRowDefinition(definition);
-        const std::stringbuf& written = output.Collect();
-        output.PutInPieces(Plain(marks), seed);
-        std::istringstream lines(written.str());
-        std::string line;
-        ASSERT_TRUE(std::getline(lines, line));
-        std::multiset<std::string> rows;
-        while (std::getline(lines, line)) rows.insert(line);
-        EXPECT_EQ(rows, RowsOf(marks, definition));
-        EXPECT_GT(rows.size(), 100U);
+        std::multiset<std::string> expected;
+        for (const std::uint64_t root : marks.Roots())
+            expected.merge(
+                RowsIn(WrittenBy(Mode::Borrowed, Format::CsvComma, definition, marks.Arrival(), root)));
+        EXPECT_EQ(RowsIn(WrittenBy(Mode::Completed, Format::CsvComma, definition, marks.Arrival(), 0)),
+                  expected);
+        EXPECT_GT(expected.size(), 100U);
     }
 }
 
@@ -264,7 +232,7 @@ TEST(Completed, RowsComeAsTheyCompleteAndGroupsAreCommon) {
           std::tuple{"[path]:path(r);[n]:sum(r.n):i", "", "path,n\nr,17\n"}}) {
         Output output(Mode::Completed, Format::CsvComma);
         output.SetRowDefinition(definition);
-        const std::stringbuf& written = output.Collect();
+        const std::stringbuf& written = output.Listen();
         output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "r"), Value(1, "n", 7)});
         output.Put(Request(2));
         EXPECT_EQ(written.str(), before);
@@ -278,7 +246,7 @@ TEST(Completed, RowsComeAsTheyCompleteAndGroupsAreCommon) {
 TEST(Valve, OpensInSingleAndTellsWhatWaits) {
     LogKeeper log;
     Output output(Mode::Single, Format::Xml);
-    const std::stringbuf& written = output.Collect();
+    const std::stringbuf& written = output.Listen();
     output.SetHeldLimit(200 << 10);
     output.Put({Create(0, 1), Construct(0, 1), Attribute(1, "a", "b"), OpenScope(1, "hangs"), Create(1, 2),
                 Construct(1, 2), OpenScope(2, "child")});

@@ -35,16 +35,6 @@ TEST_F(OutputErrors, WhatCannotBeOpenedReachesTheCallerAndLeavesNothing) {
     }
 }
 
-TEST_F(OutputErrors, OnTheWorkerItIsRecordedOnceWithTheName) {
-    Output output(Mode::PerContext, Format::Xml);
-    output.OpenStream(new std::ostringstream, 1);
-    output.SetWildcard(Path("no/such/folder-"));  // without a star the id is the end
-    output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(0, 2), Create(0, 3)});
-    output.Put({Create(0, 4)});
-    EXPECT_EQ(output.Errors(),
-              Briefs({"failed to open file: " + Path("no/such/folder-2") + ": No such file or directory"}));
-}
-
 // Takes one block, and no more.
 class FailingBuffer : public std::stringbuf {
     std::streamsize xsputn(const char* text, std::streamsize count) override {
@@ -59,7 +49,7 @@ TEST_F(OutputErrors, AStreamThatFailsEndsItsOutputButTheOtherTargetsAreWritten) 
         if (throws) failing.exceptions(std::ios::badbit | std::ios::failbit);
         Output output(Mode::Borrowed, Format::Xml);
         output.OpenStream(&failing, 1);
-        const std::ostringstream& good = output.Listen(2);
+        const std::stringbuf& good = output.Listen(2);
         output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(0, 2), Construct(0, 2),
                     OpenScope(2, "b")});
         EXPECT_EQ(output.Errors(), Briefs());
@@ -91,8 +81,8 @@ TEST_F(OutputErrors, WhatOpensAfterAnErrorOrCloseIsClosedAtOnce) {
 
 TEST_F(OutputErrors, AFullDiskIsAnErrorThatNamesTheFile) {
     if (!std::ofstream("/dev/full")) GTEST_SKIP() << "this system has no full device";
-    for (const Format format : {Format::Raw, Format::Xml, Format::RawUnordered}) {
-        Output output(Mode::Single, format);
+    for (const Format format : {Format::Raw, Format::Xml, Format::RawUnordered, Format::CsvComma}) {
+        Output output(Mode::Single, format, "a");
         output.OpenFile("/dev/full", 0);
         for (int again = 0; again < 2; ++again) {
             output.Put(kLife);
@@ -114,73 +104,54 @@ struct Heard {
 TEST_F(OutputErrors, EachGoesToTheLogAndToTheHandlerWithItsFile) {
     const std::string missing = Path("no/such/file"), words = ": No such file or directory";
     std::filesystem::create_directories(Path("schema.ini"));  // so that none can be written
-    struct Case {
-        const char* what;
-        std::function<void(Output&)> fail;
+    std::ofstream(Path("x")) << "precious";
+    const struct {
+        const char* definition;
+        std::string file;
+        bool isOfTheHost;
         std::string error;
-        bool isRecorded;
+    } cases[] = {
+        {"", missing, true, "failed to open file: " + missing + words},
+        {"(", Path("x"), true, "failed to open " + Path("x") + ": "},
+        {"a", missing, false, "failed to open file: " + missing + "1" + words},
+        {"(", Path("y"), false, "failed to open " + Path("y1") + ": "},
+        {"a", Path("z"), false, "WritePrivateProfileString failed with errorcode "},
     };
-    const Case cases[] = {
-        {"a file of the host", [&](Output& output) { EXPECT_ANY_THROW(output.OpenFile(missing, 1)); },
-         "failed to open file: " + missing + words, false},
-        {"a row definition of the host",
-         [&](Output& output) {
-             output.SetRowDefinition("(");
-             EXPECT_THROW(output.OpenFile(Path("x"), 1), RowDefinitionError);
-         },
-         "failed to open " + Path("x") + ": ", false},
-        {"a file of the worker",
-         [&](Output& output) {
-             output.SetRowDefinition("a");
-             output.SetWildcard(missing);
-             output.Put(kLife);
-         },
-         "failed to open file: " + missing + "1" + words, true},
-        {"a row definition on the worker",
-         [&](Output& output) {
-             output.SetRowDefinition("(");
-             output.SetWildcard(Path("y"));
-             output.Put(kLife);
-         },
-         "failed to open " + Path("y1") + ": ", true},
-        {"a schema of the worker",
-         [&](Output& output) {
-             output.SetRowDefinition("a");
-             output.SetWildcard(Path("z"));
-             output.Put(kLife);
-         },
-         "WritePrivateProfileString failed with errorcode ", true},
-        {"the host's own", [](Output& output) { output.SetError("mine"); }, "mine", true},
-    };
-    for (const Case& test : cases) {
+    for (const auto& [definition, file, isOfTheHost, error] : cases) {
         LogKeeper log;
-        Output output(Mode::PerContext, Format::CsvComma);
+        Output output(Mode::PerContext, Format::CsvComma, definition);
         Heard heard(output);
-        test.fail(output);
-        ASSERT_EQ(heard.errors.size(), 1U) << test.what;
-        EXPECT_TRUE(heard.errors[0].starts_with(test.error)) << heard.errors[0];
-        EXPECT_EQ(log.Take(), InLog(heard.errors));
-        EXPECT_EQ(output.Errors(), test.isRecorded ? heard.errors : Lines()) << test.what;
-        if (test.error[0] == 'W') {
-            EXPECT_TRUE(Has(heard.errors[0], ": " + Path("schema.ini") + ": ")) << heard.errors[0];
+        if (isOfTheHost) {
+            EXPECT_THROW(output.OpenFile(file, 1), std::runtime_error);
+        } else {
+            output.SetWildcard(file);  // without a star the id is the end
+            output.Put(kLife);
+            output.Put({Create(0, 2), Create(0, 3)});
         }
+        ASSERT_EQ(heard.errors.size(), 1U) << file;
+        EXPECT_TRUE(heard.errors[0].starts_with(error)) << heard.errors[0];
+        EXPECT_EQ(log.Take(), InLog(heard.errors));
+        EXPECT_EQ(output.Errors(), isOfTheHost ? Lines() : heard.errors) << file;
+        EXPECT_EQ(Has(heard.errors[0], ": " + Path("schema.ini") + ": "), error[0] == 'W');
     }
-    Output output(Mode::Single, Format::CsvComma);
-    output.SetRowDefinition("a");
+    EXPECT_EQ(ReadFile(Path("x")), "precious");
+    Output output(Mode::Single, Format::CsvComma, "a");
     const std::string thrown = Thrown<std::runtime_error>([&] { output.OpenFile(Path("x"), 1); });
     EXPECT_TRUE(thrown.starts_with("WritePrivateProfileString failed with errorcode ")) << thrown;
     EXPECT_EQ(thrown.find(':'), std::string::npos) << "the described words only";
 }
 
-TEST_F(OutputErrors, ARemarkIsNoError) {
+TEST_F(OutputErrors, ARemarkIsHeardButIsNone) {
     LogKeeper log;
     Output output(Mode::Borrowed, Format::Xml);
     Heard heard(output);
     output.Remark("context 1: a row less");
     output.Put(kLife);
-    EXPECT_EQ(heard.errors, Lines{"context 1: a row less"});
-    EXPECT_EQ(log.Take(), InLog(heard.errors));
     EXPECT_EQ(output.Errors(), Lines());
+    output.SetError("mine");
+    EXPECT_EQ(heard.errors, (Lines{"context 1: a row less", "mine"}));
+    EXPECT_EQ(log.Take(), InLog(heard.errors));
+    EXPECT_EQ(output.Errors(), Lines{"mine"});
 }
 
 // Whether another thread gets done with it meanwhile. It must not wait for the calling one.

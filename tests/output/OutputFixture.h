@@ -63,6 +63,12 @@ inline bool Has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
+inline std::size_t Count(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != text.npos; ++at) ++count;
+    return count;
+}
+
 // What a writer makes of events, without what it begins with.
 template <class Writer, class... Arguments>
 std::string Written(const std::vector<MetricsEvent>& events, Arguments... arguments) {
@@ -76,20 +82,18 @@ std::string Written(const std::vector<MetricsEvent>& events, Arguments... argume
 // What an output does with batches, without a manager that runs.
 class Output : public detail::OutputState {
   public:
-    Output(Mode mode, Format format) : OutputState(detail::Core::Current(), mode, format) {}
+    Output(Mode mode, Format format, const std::string& definition = "")
+        : OutputState(detail::Core::Current(), mode, format), mode_(mode) {
+        if (!definition.empty()) SetRowDefinition(definition);
+    }
     ~Output() { CloseDown(); }
 
     void Put(const std::vector<MetricsEvent>& batch) { ProcessBatch(batch); }
     // What is written for a context from now on.
-    std::ostringstream& Listen(std::uint64_t contextId) {
-        std::ostringstream& stream = streams_.emplace_back();
-        OpenStream(&stream, contextId);
-        return stream;
-    }
-    // The same where targets own their streams.
-    const std::stringbuf& Collect(std::uint64_t contextId = 0) {
+    const std::stringbuf& Listen(std::uint64_t contextId = 0) {
         std::stringbuf& text = texts_.emplace_back();
-        OpenStream(new std::ostream(&text), contextId);
+        OpenStream(mode_ == Mode::Borrowed ? &streams_.emplace_back(&text) : new std::ostream(&text),
+                   contextId);
         return text;
     }
     // Batches of random sizes.
@@ -103,8 +107,9 @@ class Output : public detail::OutputState {
     }
 
   private:
-    std::deque<std::ostringstream> streams_;
+    const Mode mode_;
     std::deque<std::stringbuf> texts_;
+    std::deque<std::ostream> streams_;  // borrowed ones
 };
 
 inline std::vector<MetricsEvent> ReadEvents(MetricsValueBuffer& buffer) {
@@ -118,6 +123,17 @@ inline Briefs Decode(const std::shared_ptr<MetricsValueBuffer>& buffer) {
     Briefs briefs;
     for (const MetricsEvent& event : ReadEvents(*buffer)) briefs.push_back(Brief(event));
     return briefs;
+}
+
+// What an output makes of a root.
+inline std::string WrittenBy(Mode mode, Format format, const std::string& definition,
+                             const std::vector<MetricsEvent>& events, std::uint64_t root = 1) {
+    Output output(mode, format, definition);
+    const std::stringbuf& text = output.Listen(root);
+    output.PutInPieces(events, 7);
+    output.CloseDown();
+    EXPECT_EQ(output.Errors(), Briefs());
+    return text.str();
 }
 
 // What an output says in the log.

@@ -7,6 +7,7 @@
 #include "metrics/Instrument.h"
 #include "metrics/Session.h"
 #include "tests/output/OutputFixture.h"
+#include "tests/rows/RunRows.h"
 #include "tests/support/Memory.h"
 #include "tests/support/Recorder.h"
 
@@ -68,9 +69,7 @@ TEST_F(WholeOutput, TargetsComeAndGoWhileThreadsWork) {
         EXPECT_EQ(output->GetErrors(), Briefs());
     }
     const std::string text = ReadFile(Path("single"));
-    std::size_t jobs = 0;
-    for (std::size_t at = 0; (at = text.find("    </handed>\n    <job>", at)) != text.npos; ++at) ++jobs;
-    EXPECT_EQ(jobs, std::size(threads) * kJobs) << text.substr(0, 2000);
+    EXPECT_EQ(Count(text, "    </handed>\n    <job>"), std::size(threads) * kJobs) << text.substr(0, 2000);
 }
 
 // Counts how often it is flushed.
@@ -132,17 +131,6 @@ TEST_F(OutputAlone, BeforeTheManagerStartsItOpensFinishesAndCloses) {
     EXPECT_EQ(ReadFile(Path("raw")), "timestamp,context_id,component_id,event_type,param1,param2\n");
 }
 
-// XML without attributes and `time`.
-std::string Bare(const std::string& xml) {
-    std::istringstream lines(xml);
-    std::string bare;
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t blank = line.find(' ', line.find('<'));
-        bare += line.substr(0, blank) + (blank != line.npos ? ">\n" : "\n");
-    }
-    return bare;
-}
-
 TEST_F(OutputAlone, WhatClosesInTheWrongOrderLeavesTheRestRightAndIsLoggedOnce) {
     MetricsManager::FreeInstance();
     LogKeeper log;
@@ -151,11 +139,6 @@ TEST_F(OutputAlone, WhatClosesInTheWrongOrderLeavesTheRestRightAndIsLoggedOnce) 
         MetricsOutput output(Mode::Completed, Format::Xml);
         output.OpenFile(Path("xml"), 0);
         output.MuteVolatileData();
-        {
-            Context context = Context::Root("first");
-            METRICS_SCOPE("a");
-            context.Close();
-        }
         {
             Context context = Context::Root("second");
             auto outer = std::make_unique<Scope>("outer");
@@ -168,22 +151,12 @@ TEST_F(OutputAlone, WhatClosesInTheWrongOrderLeavesTheRestRightAndIsLoggedOnce) 
             METRICS_SCOPE("b");
         }
         output.Close();
-        EXPECT_EQ(Bare(ReadFile(Path("xml"))),
-                  "<first>\n  <a>\n  </a>\n</first>\n"
-                  "<second>\n  <outer>\n    <inner>\n    </inner>\n  </outer>\n"
-                  "  <child>\n    <in_x0020_child>\n    </in_x0020_child>\n  </child>\n"
-                  "  <b>\n  </b>\n</second>\n");
+        EXPECT_EQ(
+            RunRows("path(*)", ReadFile(Path("xml"))),
+            "second.outer.inner\nsecond.outer\nsecond.child.in child\nsecond.child\nsecond.b\nsecond\n");
     }
     EXPECT_EQ(log.Take(), Lines{"MX: MetricsOutput: a context or scope closed while scopes inside it were "
                                 "open; they are written as ended there"});
-}
-
-TEST_F(OutputAlone, ABufferIsTakenOnce) {
-    MetricsOutput output(Mode::Borrowed, Format::Buffer);
-    output.WriteToBuffer(5);
-    output.Close();
-    EXPECT_EQ(Decode(output.TakeBuffer(5)), Briefs());
-    EXPECT_EQ(output.TakeBuffer(5), nullptr);
 }
 
 TEST_F(OutputAlone, AnOverwrittenObjectEndsTheProcessWithAMessage) {

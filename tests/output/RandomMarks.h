@@ -41,7 +41,9 @@ inline void AppendXml(std::string& text, const Mark& mark, std::size_t depth) {
 // of it as they arrive, and, plainly kept beside them, what they mean.
 class RandomMarks {
   public:
-    RandomMarks(std::uint32_t seed, int contexts, int steps) : random_(seed) {
+    // `lateRoots`: roots, too, may run before their creation is posted.
+    RandomMarks(std::uint32_t seed, int contexts, int steps, bool lateRoots = false)
+        : random_(seed), lateRoots_(lateRoots) {
         CreateContext(nullptr);
         while (steps > 0 || !running_.empty()) {
             if (running_.empty() || (contexts > 0 && Pick(12) == 0)) {
@@ -57,6 +59,20 @@ class RandomMarks {
         std::uint64_t endedRoot;  // that ends with this event, or 0
     };
     const std::vector<Event>& Events() const { return events_; }
+    std::vector<MetricsEvent> Arrival() const {
+        std::vector<MetricsEvent> events;
+        for (const Event& one : events_) events.push_back(one.event);
+        return events;
+    }
+    // What each context did up to its end.
+    std::map<std::uint64_t, std::vector<MetricsEvent>> Steps() const {
+        std::map<std::uint64_t, std::vector<MetricsEvent>> steps;
+        for (const auto& [event, endedRoot] : events_) {
+            auto& own = steps[event.contextId.AsUInt64()];
+            if (own.empty() || own.back().Type() != MetricsEventType::ContextClose) own.push_back(event);
+        }
+        return steps;
+    }
     std::vector<std::uint64_t> Roots() const {
         std::vector<std::uint64_t> ids;
         for (const auto& [id, root] : roots_) ids.push_back(id);
@@ -91,14 +107,20 @@ class RandomMarks {
                            0});
     }
 
+    // A root may begin where another one's context is current. What is created may run before that is known.
     void CreateContext(Actor* parent) {
         const std::uint64_t id = ++lastId_;
+        Actor* const current =
+            parent != nullptr || running_.empty() ? parent : running_[Pick(running_.size())].get();
         Mark* const place = parent != nullptr ? &parent->Innermost()->inside.emplace_back() : &roots_[id];
         const std::uint64_t parentId = parent != nullptr ? parent->id : 0;
         const std::uint64_t root = parent != nullptr ? parent->root : id;
         running_.push_back(std::make_unique<Actor>(Actor{id, root, parentId, place, {}, {}, {}}));
         ++open_[root];
-        Post(parentId, MetricsEventType::ContextCreate, parentId, id);
+        Post(current != nullptr ? current->id : 0, MetricsEventType::ContextCreate, parentId, id);
+        if (current == nullptr || (parent == nullptr && !lateRoots_) || Pick(4) != 0) return;
+        current->unposted.push_back(events_.back().event);
+        events_.pop_back();
     }
 
     void Step(Actor& actor, int& contexts, int steps) {
@@ -171,6 +193,7 @@ class RandomMarks {
     }
 
     std::mt19937 random_;
+    const bool lateRoots_;
     std::uint64_t lastId_ = 0;
     std::uint32_t lastNumber_ = 0;
     std::int64_t lastValue_ = 0;

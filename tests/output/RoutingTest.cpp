@@ -9,9 +9,9 @@ using namespace Testing;
 
 TEST(Routing, UnorderedGoesToEveryTargetAsItComes) {
     Output output(Mode::Borrowed, Format::RawUnordered);
-    const std::ostringstream& first = output.Listen(1);
+    const std::stringbuf& first = output.Listen(1);
     output.Put({Value(9, "a", 1), Create(0, 1), Close(1)});
-    const std::ostringstream& second = output.Listen(2);
+    const std::stringbuf& second = output.Listen(2);
     output.Put({Value(1, "b", 2)});
     EXPECT_EQ(first.str(),
               "timestamp,context_id,component_id,event_type,param1,param2\n"
@@ -26,9 +26,9 @@ TEST(Routing, UnorderedGoesToEveryTargetAsItComes) {
 
 TEST(Routing, TwoTargetsOfOneContextGetTheSameAndBothCloseWithIt) {
     Output output(Mode::Borrowed, Format::Xml);
-    const std::ostringstream& first = output.Listen(1);
+    const std::stringbuf& first = output.Listen(1);
     output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a")});
-    const std::ostringstream& second = output.Listen(1);
+    const std::stringbuf& second = output.Listen(1);
     output.Put({OpenScope(1, "b"), CloseScope(1, "b"), CloseScope(1, "a"), Close(1)});
     EXPECT_EQ(first.str(), "<a>\n  <b>\n  </b>\n</a>\n");
     EXPECT_EQ(second.str(), "<b>\n</b>\n") << "an end without a beginning writes nothing";
@@ -76,7 +76,7 @@ TEST(Routing, FinishForcesTheChildrenOfClosedRootsOnlyAndCloseForcesAll) {
 
 TEST(Routing, ErrorsWriteWhatWasHeldBackAndEndEverything) {
     Output output(Mode::Borrowed, Format::Xml);
-    const std::ostringstream& stream = output.Listen(1);
+    const std::stringbuf& stream = output.Listen(1);
     output.Put({Create(0, 1), Construct(0, 1), OpenScope(1, "a"), Create(1, 2), Value(1, "held", 1)});
     EXPECT_EQ(stream.str(), "<a>\n");
     output.SetError("x");
@@ -92,7 +92,7 @@ TEST(Routing, ErrorsWriteWhatWasHeldBackAndEndEverything) {
 TEST(Routing, MutingLeavesOutTimesAndIdentities) {
     Output output(Mode::Borrowed, Format::Xml);
     output.MuteVolatileData();
-    const std::ostringstream& stream = output.Listen(1);
+    const std::stringbuf& stream = output.Listen(1);
     output.Put({Create(0, 1), Construct(0, 1), Attribute(1, "pid", 1), Attribute(1, "comp", "c"),
                 Attribute(1, "at", "2026-11-21T07:31:53.000120Z"),
                 Make(MetricsEventType::NameValue, 1, FourCC("tid"), 5), OpenScope(1, "a"),

@@ -1,11 +1,8 @@
-// What each writer makes of each event, and of names, attributes and values with any bytes.
-#include <random>
-
+// What each writer makes of each event. For names and texts with any bytes see OddNamesTest.cpp.
 #include "metrics/output/BufferWriter.h"
 #include "metrics/output/RawWriter.h"
 #include "metrics/output/XmlWriter.h"
 #include "tests/output/OutputFixture.h"
-#include "tests/support/Memory.h"
 
 namespace Metrics {
 namespace {
@@ -74,30 +71,6 @@ TEST(BufferWriterTest, WritesTheDocumentedBytes) {
                                                 4,    5,    0,    'l',  'o',  'a',  'd',  0,     //
                                                 0,    0,    0,    0,    0,    0,    0,    0, 0};
     EXPECT_EQ(writer.TakeBuffer()->Bytes(), expected);
-}
-
-// Names and values with any bytes, as raw lines have them. For XML see OddNamesTest.cpp.
-void CheckText(const std::string& text) {
-    const char* t = text.c_str();
-    const std::vector<MetricsEvent> events = {Attribute(1, t, text), OpenScope(1, t), Value(1, t, text),
-                                              Make(MetricsEventType::DemuxSynthesized, 1, 1)};
-    const std::string start = "2013-04-08 12:00:00,1,7,";
-    const std::string q =
-        MetricsValue(text).ToString(MetricsValue::EscapeNewlines | MetricsValue::AlwaysQuote);
-    EXPECT_EQ(Written<RawWriter>(events, false), start + "11," + q + "," + q + "\n" + start + "6," + q +
-                                                     ",\"0\"\n" + start + "10," + q + "," + q + "\n" + start +
-                                                     "4,\"1\",\"0\"\n");
-}
-
-TEST(HostileText, ComesOutAsTheTextOfAValue) {
-    CheckText("");
-    CheckText(std::string(100000, '<'));
-    std::mt19937 random(4711);
-    for (int left = kThreadSanitized ? 1000 : 100000; left != 0 && !testing::Test::HasFailure(); --left) {
-        std::string text(random() % 40, ' ');
-        for (char& c : text) c = static_cast<char>(1 + random() % 255);
-        CheckText(text);
-    }
 }
 
 }  // namespace

@@ -67,27 +67,6 @@ std::string LiveTwice(const std::string& definition, const std::vector<MetricsEv
     return out.str();
 }
 
-// Each root's nodes and lines count from 1; the rows' numbers and the groups are the table's.
-TEST(LiveTable, HasOneOfEverythingForTheFeedsOfManyRoots) {
-    std::ostringstream out;
-    detail::LiveTable table(out, ',', {"rownum()", "*.v", "nodenum(*.v)", "linenum(*.v)", "id(*.v)"});
-    table.Begin();
-    std::deque<detail::LiveRows> roots;
-    for (int root = 0; root < 2; ++root) roots.emplace_back(table.Reader());
-    for (int value = 0; value < 2; ++value)
-        for (int root = 0; root < 2; ++root) {
-            roots[root].Write(OpenScope(root, "a"));
-            roots[root].Write(Value(root, "v", 10 * root + value));
-            if (root == 1) roots[root].Write(CloseScope(root, "a"));
-        }
-    for (detail::LiveRows& root : roots) root.End();
-    table.End();
-    EXPECT_EQ(out.str(),
-              "rownum(),*.v,nodenum(*.v),linenum(*.v),id(*.v)\n1,0,2,2,1.2\n2,10,2,2,1.2\n3,1,4,4,1.3.4\n"
-              "4,11,4,5,3.4\n");
-    EXPECT_EQ(LiveTwice("v;[n]:count(v)", {Value(1, "v", 1), Value(1, "v", 2)}, ','), "v,n\n1,2\n2,2\n");
-}
-
 std::string WrittenNested(const std::vector<MetricsEvent>& events) {
     std::ostringstream out;
     detail::NestedWriter<XmlWriter> writer(nullptr, out);
@@ -99,39 +78,17 @@ std::string WrittenNested(const std::vector<MetricsEvent>& events) {
 
 // Any events at all, odd names among them.
 TEST(LiveTable, RandomEventsGiveTheSameBytesEitherWay) {
-    const std::vector<MetricsValue> plain = {EightCC("elapsed"), "s", "t", "time", "k"};
-    const std::vector<MetricsValue> odd = {"a b",  "x/",    "/x",  "?p",   "!d",  "k=1", "k=\"",
-                                           "a\"b", "\"q\"", "a.b", ">",    "a>b", "<c",  "",
-                                           "it's", "a=\"b", "\">", "<!--", "-->"};
-    const std::vector<MetricsValue> values = {1,
-                                              true,
-                                              2.5,
-                                              "text",
-                                              " pad ",
-                                              "v\t<1>",
-                                              "<&>\\",
-                                              "",
-                                              "a\nb",
-                                              EightCC("code"),
-                                              "]]>",
-                                              "a,\"b|c",
-                                              MetricsDateTime(kNoon)};
-    const char* const definitions[] = {
-        "path(time);time.elapsed:r;t?",
-        "s..k;t.elapsed",
-        "s;t",
-        "linenum(s);nodenum(s);nodeend(s);id(s)",
-        "linenum(t);path(t);t",
-        "*",
-        "path(*)",
-        "ForceCloseContextDepth",
-        "attr(*,\"k\");time",
-        "a;t?",
-        "attr(*,\"k\");*.t;linenum(*.t):i",
-        "scopes(t,3);depth(t);t:d;rownum()",
-        "[p]:pivotpath(s);[n]:count(elapsed);[s]:sum(elapsed);[m]:max(elapsed)",
-        "[c]:#elapsed>0;nodename(elapsed,1);elapsed",
-    };
+    const std::vector<MetricsValue> plain({EightCC("elapsed"), "s", "t", "time", "k"});
+    const std::vector<MetricsValue> odd({"a b", "x/", "/x", "?p", "!d", "k=1", "k=\"", "a\"b", "\"q\"", "a.b",
+                                         ">", "a>b", "<c", "", "it's", "a=\"b", "\">", "<!--", "-->"});
+    const std::vector<MetricsValue> values({1, true, 2.5, "text", " pad ", "v\t<1>", "<&>\\", "", "a\nb",
+                                            EightCC("code"), "]]>", "a,\"b|c", MetricsDateTime(kNoon)});
+    const std::vector<const char*> definitions(
+        {"path(time);time.elapsed:r;t?", "s..k;t.elapsed", "s;t", "linenum(s);nodenum(s);nodeend(s);id(s)",
+         "linenum(t);path(t);t", "*", "path(*)", "ForceCloseContextDepth", "attr(*,\"k\");time", "a;t?",
+         "attr(*,\"k\");*.t;linenum(*.t):i", "scopes(t,3);depth(t);t:d;rownum()",
+         "[p]:pivotpath(s);[n]:count(elapsed);[s]:sum(elapsed);[m]:max(elapsed)",
+         "[c]:#elapsed>0;nodename(elapsed,1);elapsed"});
     const MetricsEventType types[] = {ScopeOpen,        ScopeOpen,  ScopeClose, NameValue,
                                       DemuxSynthesized, ScopeValue, ScopeValue, ScopeValue};
     std::mt19937 random(12345);
@@ -146,7 +103,7 @@ TEST(LiveTable, RandomEventsGiveTheSameBytesEitherWay) {
             events.push_back(Make(type, 1, type == DemuxSynthesized ? depth : names[pick(names.size())],
                                   values[pick(values.size())]));
         }
-        const char* const definition = definitions[pick(std::size(definitions))];
+        const char* const definition = definitions[pick(definitions.size())];
         const char separator = pick(2) == 0 ? ',' : '|';
         const std::string live = Live(definition, events, separator);
         std::string read = RunRows(definition, WrittenNested(events), std::string::npos, true, separator);
@@ -156,63 +113,6 @@ TEST(LiveTable, RandomEventsGiveTheSameBytesEitherWay) {
         if (live.starts_with("! ") || Has(definition, "count(") || Has(definition, "rownum(")) continue;
         const std::string rows = live.substr(live.find('\n') + 1);
         ASSERT_EQ(LiveTwice(definition, events, separator), rows + rows) << definition;
-    }
-}
-
-std::string WrittenBy(Format format, const std::string& definition, const std::vector<MetricsEvent>& events) {
-    Output output(Mode::Borrowed, format);
-    output.SetRowDefinition(definition);
-    const std::ostringstream& written = output.Listen(1);
-    output.PutInPieces(events, 7);
-    output.CloseDown();
-    EXPECT_EQ(output.Errors(), Briefs());
-    return written.str();
-}
-
-TEST(TableOutput, OneDefinitionGivesTheSameBytesLiveFromXmlAndFromABuffer) {
-    // The child and one scope of the root are never closed.
-    const std::vector<MetricsEvent> run = {Create(0, 1),
-                                           Construct(0, 1),
-                                           Attribute(1, "path", "a,\"b\" & <c>\n|d"),
-                                           OpenScope(1, "file"),
-                                           OpenScope(1, "read stage"),
-                                           Value(1, "bytes", 17),
-                                           OpenScope(1, "time"),
-                                           Value(1, "elapsed", 0.25),
-                                           Value(1, "enter", MetricsDateTime(kNoon)),
-                                           CloseScope(1, "time"),
-                                           CloseScope(1, "read stage"),
-                                           Create(1, 2),
-                                           Construct(1, 2),
-                                           Attribute(2, "path", "child"),
-                                           OpenScope(2, "merge"),
-                                           OpenScope(2, "time"),
-                                           Value(2, "elapsed", 1.5),
-                                           CloseScope(2, "time"),
-                                           Value(1, "note", "tab\tand \\ backslash"),
-                                           OpenScope(1, "left open"),
-                                           Value(1, "bytes", 3),
-                                           Close(1)};
-    const std::string xml = WrittenBy(Format::Xml, "", run);
-    Output buffering(Mode::Borrowed, Format::Buffer);
-    buffering.OpenStream(nullptr, 1);
-    buffering.Put(run);
-    buffering.CloseDown();
-    EXPECT_EQ(xml, Written<XmlWriter>(ReadEvents(*buffering.FindBuffer(1))));
-    for (const char* definition : {
-             "[path]:attr(file,\"path\");[stage]:path(time);[seconds]:time.elapsed:r:3",
-             "attr(*,\"path\");*.note;linenum(*.note):i",
-             "[s]:pivotpath(time);[n]:count(time.elapsed);[sum]:sum(time.elapsed);[max]:max(time.elapsed)",
-             "bytes:i;nodename(bytes,1);id(bytes);depth(bytes);nodeend(bytes);rownum()",
-             "scopes(elapsed,3);elapsed;enter?:d",
-             "ForceCloseContextDepth:i;path(ForceCloseContextDepth)",
-         }) {
-        for (const auto& [format, separator] :
-             {std::pair{Format::CsvComma, ','}, std::pair{Format::CsvPipe, '|'}}) {
-            const std::string live = WrittenBy(format, definition, run);
-            EXPECT_GT(std::count(live.begin(), live.end(), '\n'), 1) << definition;
-            EXPECT_EQ(live, RunRows(definition, xml, std::string::npos, true, separator)) << definition;
-        }
     }
 }
 

@@ -76,12 +76,6 @@ TEST(ValueText, SpecialCharactersAreFoundAnywhere) {
     }
 }
 
-TEST(ValueText, LongTextsHaveAllTheirReplacements) {
-    std::string replaced;
-    for (int i = 0; i < 3000; ++i) replaced += "&amp;";
-    EXPECT_EQ(MetricsValue(std::string(3000, '&')).ToString(XmlEscape | AlwaysQuote), '"' + replaced + '"');
-}
-
 TEST(ValueText, DoublesRoundLikePrintf) {
     std::mt19937_64 random(20130408);
     for (int i = 0; i < 20000; ++i) {
