@@ -140,6 +140,11 @@ TEST_F(OutputAlone, WhatClosesInTheWrongOrderLeavesTheRestRightAndIsLoggedOnce) 
         output.OpenFile(Path("xml"), 0);
         output.MuteVolatileData();
         {
+            Context context = Context::Root("first");
+            METRICS_SCOPE("a");
+            context.Close();
+        }
+        {
             Context context = Context::Root("second");
             auto outer = std::make_unique<Scope>("outer");
             Scope inner("inner");
@@ -151,9 +156,9 @@ TEST_F(OutputAlone, WhatClosesInTheWrongOrderLeavesTheRestRightAndIsLoggedOnce) 
             METRICS_SCOPE("b");
         }
         output.Close();
-        EXPECT_EQ(
-            RunRows("path(*)", ReadFile(Path("xml"))),
-            "second.outer.inner\nsecond.outer\nsecond.child.in child\nsecond.child\nsecond.b\nsecond\n");
+        EXPECT_EQ(RunRows("path(*)", ReadFile(Path("xml"))),
+                  "first.a\nfirst\nsecond.outer.inner\nsecond.outer\nsecond.child.in "
+                  "child\nsecond.child\nsecond.b\nsecond\n");
     }
     EXPECT_EQ(log.Take(), Lines{"MX: MetricsOutput: a context or scope closed while scopes inside it were "
                                 "open; they are written as ended there"});
