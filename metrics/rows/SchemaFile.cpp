@@ -126,7 +126,7 @@ void WriteSchemas(std::span<const TableSchema> tables) {
             files[std::move(place.path)].push_back({std::move(place.section), table.entries});
         });
     }
-    for (const auto& [path, sections] : files) attempt([&] { WriteSections(path, sections); });
+    for (const auto& file : files) attempt([&] { WriteSections(file.first, file.second); });
     if (failure) std::rethrow_exception(failure);
 }
 

@@ -63,7 +63,7 @@ bool WritesUnderscore(std::string_view text) {
 // The group at the start of the text, where `ends` holds for what follows its digits.
 template <class Test>
 Group FindGroup(std::string_view text, Test ends) {
-    for (const std::size_t digits : {4, 8}) {
+    for (const std::size_t digits : {std::size_t{4}, std::size_t{8}}) {
         const Group group = ReadGroup(text, digits);
         if (group.size != 0 && ends(text.substr(group.size))) return group;
     }
